@@ -1,0 +1,39 @@
+# What every target of the project is compiled with.
+
+# Source paths in assertion reports and allocation records are relative to the checkout: they must not
+# tell where a build ran, and a report must read the same from every build.
+add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+
+if(SNDX_SANITIZE)
+  add_compile_options(-fsanitize=${SNDX_SANITIZE} -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${SNDX_SANITIZE})
+  if(SNDX_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+endif()
+
+# Warnings of our own code; third-party sources (GoogleTest) do not use this target.
+add_library(sndx_warnings INTERFACE)
+target_compile_options(sndx_warnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Werror)
+
+# The Windows interfaces: the system's own, or our layer of them.
+add_library(sndx_platform INTERFACE)
+if(WIN32)
+  target_compile_definitions(sndx_platform INTERFACE UNICODE _UNICODE _WIN32_WINNT=0x0601 WINVER=0x0601)
+  target_link_libraries(sndx_platform INTERFACE ole32 shell32 user32 advapi32 uuid)
+else()
+  target_link_libraries(sndx_platform INTERFACE sndxposix)
+endif()
+
+# Rules for product code: no exceptions, no run-time types, no guarded local statics (they would pull in
+# the compiler's runtime), no sized deallocation (the tracking operators know two release forms only).
+add_library(sndx_product_flags INTERFACE)
+target_compile_options(sndx_product_flags INTERFACE
+  -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-sized-deallocation
+  -ffunction-sections -fdata-sections)
+if(NOT WIN32)
+  # A unique symbol would keep the module from being unloaded.
+  target_compile_options(sndx_product_flags INTERFACE -fno-gnu-unique)
+endif()
+target_include_directories(sndx_product_flags INTERFACE ${CMAKE_SOURCE_DIR})
+target_link_libraries(sndx_product_flags INTERFACE sndx_warnings sndx_platform)

@@ -1,0 +1,20 @@
+include(GoogleTest)
+
+# sndx_add_test(NAME SOURCES … [LIBS …])
+# One test program; every test of it is run in a process of its own, natively with a private root folder.
+# Under Wine all tests share one prefix (registry, pipe names, trace files), so they run one at a time.
+function(sndx_add_test name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE ${arg_LIBS} sndx_testsupport sndx_warnings sndx_platform)
+  target_compile_options(${name} PRIVATE -fno-sized-deallocation)
+  target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+  if(WIN32)
+    target_link_options(${name} PRIVATE -static)
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES RESOURCE_LOCK wineprefix TIMEOUT 300)
+  else()
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 300
+      ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp;ASAN_OPTIONS=allocator_may_return_null=1")
+  endif()
+endfunction()

@@ -1,0 +1,135 @@
+#include "dll/folders.h"
+
+#include <atomic>
+
+#include "gen/file.h"
+#include "gen/stringtools.h"
+#include "win32/settingsrecord.h"
+
+namespace
+{
+// One aligned 32-bit load or store: a reader sees the old or the new stamp, never a mixture. There is no lock
+// across processes, and only a difference carries meaning.
+std::uint32_t LoadStamp(std::uint32_t uWithoutBlock)
+{
+    std::uint32_t* pStamp = g_SharedState.Get();
+    return pStamp == nullptr ? uWithoutBlock
+                             : std::atomic_ref<std::uint32_t>(*pStamp).load(std::memory_order_relaxed);
+}
+
+void ReadAccount(const LSharedSettings32Record& account)
+{
+    FolderPathItem* pNew = LNEW("LoadPaths") FolderPathItem;
+    if (pNew == nullptr)
+    {
+        return; // the tracker has reported it; the table is shorter by this account
+    }
+    account.GetString(TEXT("LocalFolder"), TEXT(""), pNew->szFolderPath);
+    if (pNew->szFolderPath[0] == 0)
+    {
+        delete pNew;
+        return;
+    }
+    pNew->lastUpdate = account.GetInt(TEXT("LastUpdate"), 0);
+    LDebugTrace("LoadPaths Add: pNew->szFolderPath");
+    g_FolderList.AddTop(pNew);
+}
+} // namespace
+
+void LoadPaths()
+{
+    LDebugTrace("LoadPaths");
+    // The stamp is read before the settings: a change that comes during the load causes one load more.
+    g_uLoadedState = LoadStamp(g_uLoadedState);
+    g_FolderList.DeleteAll();
+    LDebugTraceFunction("LoadPaths", false, "64bit build, using 32bit registry");
+    const LSharedSettings32Record accounts(TEXT("Accounts"));
+    LSettings32ListIteratorTemplate<LSharedSettings32Record> it(accounts);
+    while (it.IsValid())
+    {
+        LDebugTraceFunction("LoadPaths", false, "got one");
+        ReadAccount(it.GetRecord());
+        it.Next();
+    }
+}
+
+void CheckPaths()
+{
+    LDebugTrace("CheckPaths");
+    // Without the shared block there is no news: the table stays as it was loaded.
+    if (LoadStamp(g_uLoadedState) != g_uLoadedState)
+    {
+        LoadPaths();
+    }
+}
+
+bool FileBelongsToFolder(const WCHAR* szFolder, const WCHAR* szFile)
+{
+    LDebugTrace("FileBelongsToFolder: ", szFile);
+    LDebugTrace("Folder: ", szFolder);
+    WCHAR szParent[LSTR];
+    if (szFolder == nullptr || szFile == nullptr || tstrlen(szFolder) >= LSTR)
+    {
+        return false;
+    }
+    if (tstrlen(szFile) >= LSTR)
+    {
+        LFile::GetFolderFromPath(szParent, szFile); // reports the length
+        return false;
+    }
+    WCHAR szF[LSTR];
+    WCHAR szP[LSTR];
+    tstrcpy(szF, szFolder);
+    tstrcpy(szP, szFile);
+    const std::size_t uLength = tstrlen(szF);
+    if (uLength > 0 && (szF[uLength - 1] == TEXT('/') || szF[uLength - 1] == TEXT('\\')))
+    {
+        szF[uLength - 1] = 0;
+    }
+    for (;;)
+    {
+        LFile::GetFolderFromPath(szParent, szP);
+        if (tstricmp(szParent, szF) == 0)
+        {
+            return true;
+        }
+        // The parent of "/" is "/": a path that has become its own parent has no further ancestors.
+        if (szParent[0] == 0 || (szParent[0] == szP[0] && szParent[1] == 0 && szP[1] == 0))
+        {
+            return false;
+        }
+        tstrcpy(szP, szParent);
+    }
+}
+
+bool FileBelongsToAccount(const WCHAR* szFile, const char* szTraceFunction)
+{
+    LLockObjectScope lock(g_FolderListLock);
+    CheckPaths();
+    for (LListIterator<FolderPathItem> it(g_FolderList); it.IsValid(); it.Next())
+    {
+        if (szTraceFunction != nullptr)
+        {
+            LDebugTraceFunctionF(szTraceFunction, false, TEXT("Checking folder: %s"), it->szFolderPath);
+        }
+        if (FileBelongsToFolder(it->szFolderPath, szFile))
+        {
+            if (szTraceFunction != nullptr)
+            {
+                LDebugTraceFunction(szTraceFunction, false, "Does belong");
+            }
+            return true;
+        }
+    }
+    return false;
+}
+
+void StateChanged()
+{
+    LDebugTrace("StateChanged");
+    std::uint32_t* pStamp = g_SharedState.Get();
+    if (pStamp != nullptr)
+    {
+        std::atomic_ref<std::uint32_t>(*pStamp).store(GetTickCount(), std::memory_order_relaxed);
+    }
+}

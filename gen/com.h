@@ -1,0 +1,243 @@
+#pragma once
+// The frame of every COM object of the module: implementation bases for one and two interfaces, a class
+// factory, an owning holder, and a registry of live objects that catches double deletes, over-releases and
+// leaks. Misuse is reported as an error line and the operation carries on.
+//
+// Reference counts are plain 32-bit integers: an object is used by one thread at a time, as its apartment
+// guarantees. The registry may be used on any thread.
+
+#include <unknwn.h>
+
+#include "gen/compiler.h"
+#include "gen/debug.h"
+#include "gen/list.h"
+#include "win32/mutex.h"
+
+// Byte-for-byte equality.
+bool LIsEqualGuid(const GUID& a, const GUID& b);
+// One trace line "GUID = …".
+void LDebugTraceGuid(const GUID& guid);
+
+// Registry of the live COM objects of the module; g_ComDiagnostic is the only one in it.
+class LComDiagnostic
+{
+  public:
+    struct Item : LListable
+    {
+        const void* pObject;
+        WCHAR szName[LSTR];
+    };
+
+    LComDiagnostic() = default;
+    // Reports every object that is still registered.
+    ~LComDiagnostic();
+    LComDiagnostic(const LComDiagnostic&) = delete;
+    LComDiagnostic& operator=(const LComDiagnostic&) = delete;
+
+    // False when there is no memory for the item; the object is then not registered.
+    bool ObjectCreate(const void* pObject, const WCHAR* szName);
+    void ObjectDelete(const void* pObject);
+    bool ObjectExists(const void* pObject);
+    // True while any object is registered: the module must not be unloaded then.
+    bool AnyObjectExists();
+
+  private:
+    LLockObject m_Lock;
+    LList<Item> m_Items;
+};
+
+extern LComDiagnostic g_ComDiagnostic;
+
+namespace LComDetail
+{
+// The bookkeeping that both implementation bases share: reference count and registration.
+class Counted
+{
+  public:
+    explicit Counted(const void* pObject)
+        : m_uReferences(0), m_bRegistered(g_ComDiagnostic.ObjectCreate(pObject, TEXT("LComImplementation")))
+    {
+    }
+
+    ULONG AddRef() { return ++m_uReferences; }
+    // The new count; the caller deletes the object when it is 0.
+    ULONG Release(const void* pObject);
+    void Destroy(const void* pObject);
+    bool IsRegistered() const { return m_bRegistered; }
+
+  private:
+    std::uint32_t m_uReferences;
+    bool m_bRegistered;
+};
+} // namespace LComDetail
+
+// Base of a class that implements I. The concrete class supplies QueryInterface and I's methods. The
+// destructor is the last slot of the table.
+template <class I>
+class LComImplementation : public I
+{
+  public:
+    LComImplementation() : m_Counted(this) {}
+    LComImplementation(const LComImplementation&) = delete;
+    LComImplementation& operator=(const LComImplementation&) = delete;
+
+    ULONG STDMETHODCALLTYPE AddRef() override { return m_Counted.AddRef(); }
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        const ULONG uReferences = m_Counted.Release(this);
+        if (uReferences == 0)
+        {
+            delete this;
+        }
+        return uReferences;
+    }
+
+    // False when the registry had no memory for the object: it must not be handed out then.
+    bool IsRegistered() const { return m_Counted.IsRegistered(); }
+
+    virtual ~LComImplementation() { m_Counted.Destroy(this); }
+
+  private:
+    LComDetail::Counted m_Counted;
+};
+
+// The same for two interfaces. The identity pointer is the first table's; the second table's IUnknown
+// entries adjust the pointer and share the count.
+template <class I1, class I2>
+class LComImplementation2 : public I1, public I2
+{
+  public:
+    LComImplementation2() : m_Counted(this) {}
+    LComImplementation2(const LComImplementation2&) = delete;
+    LComImplementation2& operator=(const LComImplementation2&) = delete;
+
+    ULONG STDMETHODCALLTYPE AddRef() override { return m_Counted.AddRef(); }
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        const ULONG uReferences = m_Counted.Release(this);
+        if (uReferences == 0)
+        {
+            delete this;
+        }
+        return uReferences;
+    }
+
+    bool IsRegistered() const { return m_Counted.IsRegistered(); }
+
+    virtual ~LComImplementation2() { m_Counted.Destroy(this); }
+
+  private:
+    LComDetail::Counted m_Counted;
+};
+
+// Non-owning reference with a tested-before-use rule.
+template <class T>
+class LComInterfaceRef
+{
+  public:
+    LComInterfaceRef() : m_p(nullptr), m_bTested(false) {}
+
+    T* operator->() const
+    {
+        if (!m_bTested)
+        {
+            LDebugTraceError("LComInterfaceRef<T>::operator->() - attempting to dereference a COM object without "
+                             "testing it first");
+        }
+        if (m_p == nullptr)
+        {
+            LDebugTraceError("LComInterfaceRef<T>::operator->() - attempting to dereference a NULL object");
+        }
+        return m_p;
+    }
+
+  protected:
+    T* m_p;
+    bool m_bTested;
+};
+
+// Owning holder of a newly created implementation object: one reference for the holder's life.
+template <class T>
+class LComObject : public LComInterfaceRef<T>
+{
+  public:
+    explicit LComObject(T* pNewImplementation)
+    {
+        if (pNewImplementation == nullptr)
+        {
+            // The line is a constant of the report: support tools look for it.
+            LDebugAssertFailed(LTemplateFunctionName<"LComObject<", T, ">::LComObject">::value,
+                               "pNewImplementation != NULL", __FILE__, 755);
+        }
+        this->m_bTested = true;
+        this->m_p = pNewImplementation;
+        if (this->m_p != nullptr)
+        {
+            this->m_p->AddRef();
+        }
+    }
+    ~LComObject()
+    {
+        if (this->m_p != nullptr)
+        {
+            this->m_p->Release();
+        }
+    }
+    LComObject(const LComObject&) = delete;
+    LComObject& operator=(const LComObject&) = delete;
+
+    // Queries the new object for the interface that its creator was asked for. Without memory for the object
+    // or its registration nothing is handed out: E_OUTOFMEMORY, *ppv null.
+    HRESULT QueryNew(REFIID riid, void** ppv)
+    {
+        if (this->m_p == nullptr || !(*this)->IsRegistered())
+        {
+            *ppv = nullptr;
+            return E_OUTOFMEMORY;
+        }
+        return (*this)->QueryInterface(riid, ppv);
+    }
+};
+
+template <class T>
+class LComClassFactory : public LComImplementation<IClassFactory>
+{
+  public:
+    // IUnknown
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
+    {
+        if (ppv == nullptr)
+        {
+            return E_POINTER;
+        }
+        *ppv = nullptr;
+        if (!LIsEqualGuid(riid, IID_IClassFactory) && !LIsEqualGuid(riid, IID_IUnknown))
+        {
+            return E_NOINTERFACE;
+        }
+        *ppv = static_cast<IClassFactory*>(this);
+        AddRef();
+        return S_OK;
+    }
+
+    // IClassFactory
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown* pOuter, REFIID riid, void** ppv) override
+    {
+        if (ppv == nullptr)
+        {
+            return E_POINTER;
+        }
+        *ppv = nullptr;
+        if (pOuter != nullptr)
+        {
+            return CLASS_E_NOAGGREGATION;
+        }
+        // The line is a constant of the allocation record: support tools look for it.
+        LComObject<T> object(
+            new (__FILE__, LTemplateFunctionName<"LComClassFactory<", T, ">::CreateInstance">::value, 804) T);
+        return object.QueryNew(riid, ppv);
+    }
+
+    // Nothing is counted: every live object keeps the module loaded by itself.
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
+};

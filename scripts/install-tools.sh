@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Installs what a build needs and the machine lacks. Source it and call
+#     sndx_need native            compiler, CMake, GoogleTest
+#     sndx_need windows           cross compiler and Wine
+# Returns 1, after saying the one command to run, when something is missing and cannot be installed.
+
+sndx_missing() {
+    local missing=()
+    case $1 in
+    native)
+        command -v g++ >/dev/null || missing+=(g++)
+        command -v cmake >/dev/null || missing+=(cmake)
+        command -v make >/dev/null || missing+=(make)
+        [ -f /usr/src/googletest/CMakeLists.txt ] || missing+=(googletest)
+        ;;
+    windows)
+        command -v x86_64-w64-mingw32-g++-posix >/dev/null || missing+=(g++-mingw-w64-x86-64-posix)
+        { [ -x /usr/lib/wine/wine64 ] || command -v wine >/dev/null; } || missing+=(wine wine64)
+        ;;
+    esac
+    echo "${missing[*]}"
+}
+
+sndx_need() {
+    local missing
+    missing=$(sndx_missing "$1")
+    [ -z "$missing" ] && return 0
+    local command="apt-get install -y --no-install-recommends $missing"
+    if [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null; then
+        echo "Installing for the $1 half: $missing"
+        # shellcheck disable=SC2086
+        if { apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $missing; } \
+            >/tmp/sndx-install.$$.log 2>&1 && [ -z "$(sndx_missing "$1")" ]; then
+            rm -f /tmp/sndx-install.$$.log
+            return 0
+        fi
+        tail -5 /tmp/sndx-install.$$.log
+        rm -f /tmp/sndx-install.$$.log
+    fi
+    echo "Missing for the $1 half: $missing. Run this as root and start again:"
+    echo "    apt-get update && $command"
+    return 1
+}

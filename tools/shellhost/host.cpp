@@ -1,0 +1,70 @@
+#include "tools/shellhost/host.h"
+
+namespace sndxtools
+{
+#ifdef _WIN32
+namespace
+{
+HRESULT CreateRegistered(const CLSID& classId, REFIID iid, void** out)
+{
+    return CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, iid, out);
+}
+} // namespace
+
+// Explorer's threads live in single-threaded apartments.
+Host::Host(const WideString& modulePath, bool registered) : modulePath_(modulePath), registered_(registered)
+{
+    const HRESULT result = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    if (FAILED(result))
+    {
+        throw CallError("CoInitializeEx", result);
+    }
+}
+
+Host::~Host()
+{
+    module_.reset();
+    CoUninitialize();
+}
+#else
+namespace
+{
+HRESULT CreateRegistered(const CLSID&, REFIID, void**)
+{
+    return E_NOTIMPL; // The constructor has refused already.
+}
+} // namespace
+
+Host::Host(const WideString& modulePath, bool registered) : modulePath_(modulePath), registered_(registered)
+{
+    if (registered)
+    {
+        throw UsageError("--registered needs Windows: there are no registered classes here");
+    }
+}
+
+Host::~Host() = default;
+#endif
+
+Module& Host::LoadedModule()
+{
+    if (registered_)
+    {
+        throw UsageError("this command needs the module's file and cannot be used with --registered");
+    }
+    if (!module_)
+    {
+        module_ = std::make_unique<Module>(modulePath_);
+    }
+    return *module_;
+}
+
+HRESULT Host::Create(const CLSID& classId, REFIID iid, void** out)
+{
+    if (registered_)
+    {
+        return CreateRegistered(classId, iid, out);
+    }
+    return LoadedModule().ClassFactory(classId)->CreateInstance(nullptr, iid, out);
+}
+} // namespace sndxtools

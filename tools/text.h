@@ -1,0 +1,26 @@
+#pragma once
+// Text inside the tools is UTF-8 std::string; the Windows interfaces take UTF-16.
+
+#include <string>
+#include <string_view>
+
+#include <windows.h>
+
+namespace sndxtools
+{
+using WideString = std::basic_string<WCHAR>;
+using WideView = std::basic_string_view<WCHAR>;
+
+// Lone surrogates and invalid bytes become U+FFFD.
+std::string Utf8(WideView text);
+WideString Wide(std::string_view utf8);
+
+// "0x" and as many upper-case digits as asked for.
+std::string Hex(unsigned long value, int digits);
+
+// Quotes text for one line of output: control characters are written as <U+000A>.
+std::string Quoted(std::string_view utf8);
+
+// A decimal number from 0 to limit; false for anything else (signs, blanks, overflow).
+bool ParseNumber(std::string_view text, unsigned long limit, unsigned long& number);
+} // namespace sndxtools

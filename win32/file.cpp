@@ -1,0 +1,153 @@
+#include "win32/file.h"
+
+#include <shlobj.h>
+
+#include "gen/debug.h"
+
+namespace
+{
+// Repeats an operation that a sharing violation defeats. The operation returns true when it is done; its
+// last error tells why not. With a time-out of 1000 ms the waits are 8, 16, 32, 64, 128 and 256 ms.
+template <class Operation>
+bool RetryOnSharingViolation(std::uint32_t uTimeoutMs, Operation operation)
+{
+    std::uint64_t uTimeLeft = uTimeoutMs;
+    std::uint64_t uWait = (uTimeLeft + 127) / 128;
+    while (!operation())
+    {
+        if (GetLastError() != ERROR_SHARING_VIOLATION || uTimeLeft <= uWait)
+        {
+            return false;
+        }
+        // Bounded: the sum of all waits stays below the time-out.
+        Sleep(static_cast<DWORD>(uWait));
+        uTimeLeft -= uWait;
+        uWait *= 2;
+    }
+    return true;
+}
+} // namespace
+
+bool LFile::IsFolder(const WCHAR* szPath)
+{
+    const DWORD uAttributes = GetFileAttributesW(szPath);
+    return uAttributes != INVALID_FILE_ATTRIBUTES && (uAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}
+
+WCHAR* LFile::GetAppDataFolder(WCHAR* szFolder)
+{
+    szFolder[0] = 0;
+    SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, szFolder);
+    return szFolder;
+}
+
+HANDLE LFile::OpenWithRetry(const WCHAR* szPath, DWORD uAccess, DWORD uShareMode, DWORD uCreation,
+                            std::uint32_t uTimeoutMs)
+{
+    HANDLE hFile = INVALID_HANDLE_VALUE;
+    RetryOnSharingViolation(uTimeoutMs, [&] {
+        hFile = CreateFileW(szPath, uAccess, uShareMode, nullptr, uCreation, FILE_ATTRIBUTE_NORMAL, nullptr);
+        return hFile != INVALID_HANDLE_VALUE;
+    });
+    return hFile;
+}
+
+HANDLE LFile::OpenForRead(const WCHAR* szPath, std::uint32_t uTimeoutMs)
+{
+    return OpenWithRetry(szPath, GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, uTimeoutMs);
+}
+
+HANDLE LFile::OpenForAppend(const WCHAR* szPath, std::uint32_t uTimeoutMs)
+{
+    const HANDLE hFile =
+        OpenWithRetry(szPath, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS, uTimeoutMs);
+    if (hFile != INVALID_HANDLE_VALUE)
+    {
+        const LARGE_INTEGER nNowhere = {};
+        SetFilePointerEx(hFile, nNowhere, nullptr, FILE_END);
+    }
+    return hFile;
+}
+
+bool LFile::DeleteWithRetry(const WCHAR* szPath, std::uint32_t uTimeoutMs)
+{
+    return RetryOnSharingViolation(uTimeoutMs, [szPath] { return DeleteFileW(szPath) != FALSE; });
+}
+
+bool LFile::Move(const WCHAR* szFrom, const WCHAR* szTo)
+{
+    return MoveFileW(szFrom, szTo) != FALSE;
+}
+
+void LFileRef::Close()
+{
+    if (IsOpen())
+    {
+        CloseHandle(hFile);
+        hFile = INVALID_HANDLE_VALUE;
+    }
+}
+
+std::uint32_t LFileRef::_Read(void* Buffer, std::size_t BufferSize)
+{
+    if (BufferSize > UINT32_MAX)
+    {
+        LDebugAssertFailed("LFileRef::_Read", "BufferSize <= UINT32_MAX", __FILE__, __LINE__);
+    }
+    DWORD uRead = 0;
+    ReadFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uRead, nullptr);
+    return uRead;
+}
+
+std::uint32_t LFileRef::_Write(const void* Buffer, std::size_t BufferSize)
+{
+    if (BufferSize > UINT32_MAX)
+    {
+        LDebugAssertFailed("LFileRef::_Write", "BufferSize <= UINT32_MAX", __FILE__, __LINE__);
+    }
+    DWORD uWritten = 0;
+    WriteFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uWritten, nullptr);
+    return uWritten;
+}
+
+bool LBufferedReadFileRef::FillBuffer()
+{
+    uPos = 0;
+    uEnd = Read(Buffer, sizeof(Buffer));
+    return uEnd != 0;
+}
+
+bool LBufferedReadFileRef::ReadLine(char* szLine, std::size_t uSize)
+{
+    std::size_t n = 0;
+    for (;;)
+    {
+        if (uPos == uEnd && !FillBuffer())
+        {
+            szLine[n] = 0;
+            return n > 0;
+        }
+        const std::uint8_t c = Buffer[uPos];
+        ++uPos;
+        if (c == '\r')
+        {
+            // The LF of a CR LF may stand in the next block.
+            if ((uPos != uEnd || FillBuffer()) && Buffer[uPos] == '\n')
+            {
+                ++uPos;
+            }
+            break;
+        }
+        if (c == '\n')
+        {
+            break;
+        }
+        if (n + 1 < uSize)
+        {
+            szLine[n] = static_cast<char>(c);
+            ++n;
+        }
+    }
+    szLine[n] = 0;
+    return true;
+}

@@ -1,0 +1,82 @@
+#include "win32/mutex.h"
+
+#include "gen/debug.h"
+
+constinit std::atomic<std::uint32_t> LLockObject::uLockThreadId{0};
+
+LLockObject::LLockObject() : uTCLockTime(0), uOwnerThreadId(0), uEntryCount(0)
+{
+    InitializeCriticalSection(&m_CriticalSection);
+}
+
+LLockObject::~LLockObject()
+{
+    if (uTCLockTime != 0)
+    {
+        LDebugTraceError("LLockObject::~LLockObject  Not unlocked before destruction. Check you have matching unlocks");
+    }
+    DeleteCriticalSection(&m_CriticalSection);
+}
+
+void LLockObject::Lock()
+{
+    EnterCriticalSection(&m_CriticalSection);
+    const std::uint32_t uThreadId = GetCurrentThreadId();
+    uOwnerThreadId.store(uThreadId, std::memory_order_relaxed);
+    ++uEntryCount;
+    if (uTCLockTime != 0)
+    {
+        LDebugCheckFailed("uTCLockTime == 0",
+                          "LLockObject::Lock  Locked twice on the same thread. This is prohibited. Please make sure "
+                          "you unlock before you lock again.",
+                          __FILE__, __LINE__);
+    }
+    // A tick count of exactly 0 would read as "not locked"; one millisecond more does no harm.
+    const std::uint32_t uNow = GetTickCount();
+    uTCLockTime = uNow == 0 ? 1 : uNow;
+    if (uLockThreadId.load(std::memory_order_relaxed) == uThreadId)
+    {
+        LDebugCheckFailed("uLockThreadId != uCurrentThreadId",
+                          "LLockObject::Lock  Locked while already in a lock. This is prohibited because it is a "
+                          "likely source of deadlocks.",
+                          __FILE__, __LINE__);
+    }
+    uLockThreadId.store(uThreadId, std::memory_order_relaxed);
+}
+
+void LLockObject::Unlock()
+{
+    const std::uint32_t uThreadId = GetCurrentThreadId();
+    // Only this thread can have stored its own id, so the answer is certain without the section.
+    const bool bOwner = uOwnerThreadId.load(std::memory_order_relaxed) == uThreadId;
+    const std::uint32_t uLockTime = bOwner ? uTCLockTime : 0;
+    if (uLockTime == 0)
+    {
+        LDebugTraceFunction("LLockObject::Unlock", true, "Object never locked before calling Unlock.");
+    }
+    if (static_cast<std::uint32_t>(GetTickCount() - uLockTime) > 5000)
+    {
+        LDebugTraceFunction("LLockObject::Unlock", true,
+                            "Unlock called more than 5 seconds after lock. This is not good.");
+    }
+    if (!bOwner)
+    {
+        return;
+    }
+    uTCLockTime = 0;
+    if (uLockThreadId.load(std::memory_order_relaxed) == uThreadId)
+    {
+        uLockThreadId.store(0, std::memory_order_relaxed);
+    }
+    --uEntryCount;
+    if (uEntryCount == 0)
+    {
+        uOwnerThreadId.store(0, std::memory_order_relaxed);
+    }
+    LeaveCriticalSection(&m_CriticalSection);
+}
+
+void LLockObject::ResetLockThread()
+{
+    uLockThreadId.store(0, std::memory_order_relaxed);
+}
