@@ -1,0 +1,33 @@
+// The recursive lock of one process.
+
+#include "sndx/sync.h"
+
+extern "C" void WINAPI InitializeCriticalSection(LPCRITICAL_SECTION section)
+{
+    pthread_mutexattr_t attributes;
+    pthread_mutexattr_init(&attributes);
+    pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
+    pthread_mutex_init(&section->mutex, &attributes);
+    pthread_mutexattr_destroy(&attributes);
+}
+
+extern "C" void WINAPI EnterCriticalSection(LPCRITICAL_SECTION section)
+{
+    // Unbounded, as on Windows.
+    pthread_mutex_lock(&section->mutex);
+}
+
+extern "C" BOOL WINAPI TryEnterCriticalSection(LPCRITICAL_SECTION section)
+{
+    return pthread_mutex_trylock(&section->mutex) == 0 ? TRUE : FALSE;
+}
+
+extern "C" void WINAPI LeaveCriticalSection(LPCRITICAL_SECTION section)
+{
+    pthread_mutex_unlock(&section->mutex);
+}
+
+extern "C" void WINAPI DeleteCriticalSection(LPCRITICAL_SECTION section)
+{
+    pthread_mutex_destroy(&section->mutex);
+}

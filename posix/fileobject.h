@@ -1,0 +1,36 @@
+#pragma once
+// The object behind the handle of an open file.
+
+#include <memory>
+#include <string>
+
+#include "posix/internal.h"
+#include "sndx/files.h"
+#include "sndx/sync.h"
+
+namespace sndxposix
+{
+class FileObject final : public StreamObject
+{
+  public:
+    // Opens as CreateFileW does; path is a POSIX path. attributes are those for a new file. Null with the
+    // last error set on failure; after success the last error tells whether the file had existed.
+    static std::shared_ptr<FileObject> Open(const std::string& path, DWORD access, DWORD share,
+                                            DWORD disposition, DWORD attributes);
+
+    // Takes the descriptor over. kinds are the kinds of access as FILE_SHARE_… bits.
+    FileObject(int file, DWORD kinds) : file_(file), kinds_(kinds) {}
+    ~FileObject() override;
+
+    BOOL Read(void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* overlapped) override;
+    BOOL Write(const void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* overlapped) override;
+    BOOL Flush() override;
+    // False with the last error set.
+    bool Seek(std::int64_t distance, DWORD method, std::int64_t& position);
+    bool Size(std::int64_t& size) const;
+
+  private:
+    int file_;
+    DWORD kinds_;
+};
+} // namespace sndxposix

@@ -1,0 +1,4 @@
+#pragma once
+#include "windows.h"
+#include "sndx/com.h"
+#include "sndx/shell.h"

@@ -1,0 +1,52 @@
+#pragma once
+// What every other family of the Windows interfaces rests on: handles, the clock, the thread's identity,
+// the debugger's output, and the structures that several families take.
+
+#include "sndx/types.h"
+
+struct FILETIME
+{
+    DWORD dwLowDateTime; // 100 ns units since 1601-01-01 UTC
+    DWORD dwHighDateTime;
+};
+
+struct SECURITY_ATTRIBUTES
+{
+    DWORD nLength;
+    LPVOID lpSecurityDescriptor;
+    BOOL bInheritHandle;
+};
+using PSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
+using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
+
+// One asynchronous transfer. Internal is the NT status of its end (STATUS_PENDING before), InternalHigh
+// the bytes moved.
+struct OVERLAPPED
+{
+    ULONG_PTR Internal;
+    ULONG_PTR InternalHigh;
+    union
+    {
+        __extension__ struct // without a name, as the platform has it
+        {
+            DWORD Offset;
+            DWORD OffsetHigh;
+        };
+        PVOID Pointer;
+    };
+    HANDLE hEvent;
+};
+using LPOVERLAPPED = OVERLAPPED*;
+
+extern "C"
+{
+    // FALSE with ERROR_INVALID_HANDLE for a handle that is not open.
+    BOOL WINAPI CloseHandle(HANDLE handle);
+
+    // Milliseconds since the system's start, modulo 2^32.
+    DWORD WINAPI GetTickCount();
+    DWORD WINAPI GetCurrentThreadId();
+
+    // Null counts as an empty text.
+    void WINAPI OutputDebugStringA(LPCSTR text);
+}

@@ -1,0 +1,38 @@
+#pragma once
+// Menus as data: nothing here is ever drawn.
+
+#include "sndx/types.h"
+
+#define MF_BYCOMMAND 0x0000u
+#define MF_BYPOSITION 0x0400u
+#define MF_STRING 0x0000u
+#define MF_ENABLED 0x0000u
+#define MF_GRAYED 0x0001u
+#define MF_POPUP 0x0010u
+#define MF_SEPARATOR 0x0800u
+
+#define ERROR_INVALID_MENU_HANDLE 1401u
+#define ERROR_MENU_ITEM_NOT_FOUND 1456u
+
+extern "C"
+{
+    HMENU WINAPI CreateMenu();
+    HMENU WINAPI CreatePopupMenu();
+    // Sub-menus go with their menu.
+    BOOL WINAPI DestroyMenu(HMENU menu);
+
+    // A position behind the end (or 0xFFFFFFFF) appends. With MF_POPUP the identifier is the sub-menu's
+    // handle, which from then on belongs to the menu.
+    BOOL WINAPI InsertMenuW(HMENU menu, UINT position, UINT flags, UINT_PTR id, LPCWSTR text);
+    BOOL WINAPI AppendMenuW(HMENU menu, UINT flags, UINT_PTR id, LPCWSTR text);
+
+    // -1 for an invalid handle.
+    int WINAPI GetMenuItemCount(HMENU menu);
+    // 0xFFFFFFFF for a sub-menu or a missing item.
+    UINT WINAPI GetMenuItemID(HMENU menu, int position);
+    // Units copied without terminator; the text's length when there is no buffer; 0 when there is no text.
+    int WINAPI GetMenuStringW(HMENU menu, UINT item, LPWSTR text, int capacity, UINT flags);
+    HMENU WINAPI GetSubMenu(HMENU menu, int position);
+    // Flags of the item; for a sub-menu its number of items in bits 8 to 15. 0xFFFFFFFF when missing.
+    UINT WINAPI GetMenuState(HMENU menu, UINT item, UINT flags);
+}

@@ -1,0 +1,51 @@
+#pragma once
+// Named pipes, both ends, in byte mode, and overlapped transfers. ReadFile, WriteFile, FlushFileBuffers and
+// CreateFileW (the client's open) are declared in files.h. Names of pipes match in either case.
+
+#include "sndx/base.h"
+
+#define ERROR_NOT_SUPPORTED 50u
+#define ERROR_BAD_PIPE 230u
+#define ERROR_IO_DEVICE 1117u
+
+#define PIPE_ACCESS_INBOUND 0x00000001u
+#define PIPE_ACCESS_OUTBOUND 0x00000002u
+#define PIPE_ACCESS_DUPLEX 0x00000003u
+#define FILE_FLAG_FIRST_PIPE_INSTANCE 0x00080000u
+#define PIPE_TYPE_BYTE 0x00000000u
+#define PIPE_READMODE_BYTE 0x00000000u
+#define PIPE_WAIT 0x00000000u
+#define PIPE_UNLIMITED_INSTANCES 255u
+#define NMPWAIT_USE_DEFAULT_WAIT 0x00000000u
+#define NMPWAIT_NOWAIT 0x00000001u
+#define NMPWAIT_WAIT_FOREVER 0xFFFFFFFFu
+
+#define STATUS_PENDING 0x00000103u
+
+extern "C"
+{
+    // A server end of the pipe \\.\pipe\NAME. Buffer sizes are quotas in bytes: a write ends at once while
+    // the unread bytes fit, and pends otherwise. defaultTimeout in milliseconds is what WaitNamedPipeW waits
+    // when its caller leaves it to the server; 0 means 50. The first instance decides about all of this.
+    HANDLE WINAPI CreateNamedPipeW(LPCWSTR name, DWORD openMode, DWORD pipeMode, DWORD maxInstances,
+                                   DWORD outSize, DWORD inSize, DWORD defaultTimeout,
+                                   LPSECURITY_ATTRIBUTES security);
+    BOOL WINAPI ConnectNamedPipe(HANDLE pipe, LPOVERLAPPED overlapped);
+    // Unread bytes of both directions are lost.
+    BOOL WINAPI DisconnectNamedPipe(HANDLE pipe);
+    // Waits until an instance can be opened; it may be gone again when the caller opens.
+    BOOL WINAPI WaitNamedPipeW(LPCWSTR name, DWORD milliseconds);
+    // Every output may be null. left is always 0: there are no messages.
+    BOOL WINAPI PeekNamedPipe(HANDLE pipe, LPVOID buffer, DWORD size, LPDWORD read, LPDWORD available,
+                              LPDWORD left);
+
+    // Cancels what the calling thread has pending on the handle; what a cancelled write has not yet delivered
+    // is withdrawn.
+    BOOL WINAPI CancelIo(HANDLE file);
+    BOOL WINAPI GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD bytes, BOOL wait);
+
+    // Nothing runs in the background here: a transfer ends when somebody looks. This looks.
+    BOOL SndxHasOverlappedIoCompleted(const OVERLAPPED* overlapped);
+}
+
+#define HasOverlappedIoCompleted(overlapped) (SndxHasOverlappedIoCompleted(overlapped))

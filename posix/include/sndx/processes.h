@@ -1,0 +1,106 @@
+#pragma once
+// Processes, their command lines and environments, and the message queues of threads.
+
+#include "sndx/base.h"
+
+#define STILL_ACTIVE 259u
+#define ERROR_BAD_ARGUMENTS 160u
+#define ERROR_INVALID_THREAD_ID 1444u
+
+struct STARTUPINFOW
+{
+    DWORD cb;
+    LPWSTR lpReserved;
+    LPWSTR lpDesktop;
+    LPWSTR lpTitle;
+    DWORD dwX;
+    DWORD dwY;
+    DWORD dwXSize;
+    DWORD dwYSize;
+    DWORD dwXCountChars;
+    DWORD dwYCountChars;
+    DWORD dwFillAttribute;
+    DWORD dwFlags;
+    WORD wShowWindow;
+    WORD cbReserved2;
+    LPBYTE lpReserved2;
+    HANDLE hStdInput;
+    HANDLE hStdOutput;
+    HANDLE hStdError;
+};
+static_assert(sizeof(STARTUPINFOW) == 104);
+using LPSTARTUPINFOW = STARTUPINFOW*;
+
+struct PROCESS_INFORMATION
+{
+    HANDLE hProcess; // to be closed by the caller
+    HANDLE hThread;  // to be closed by the caller; names the process, there is nothing to do with a thread
+    DWORD dwProcessId;
+    DWORD dwThreadId;
+};
+using LPPROCESS_INFORMATION = PROCESS_INFORMATION*;
+
+struct SNDX_POINT
+{
+    LONG x;
+    LONG y;
+};
+
+struct MSG
+{
+    HWND hwnd; // always null: there are no windows, only messages posted to threads
+    UINT message;
+    WPARAM wParam;
+    LPARAM lParam;
+    DWORD time; // tick count of the posting
+    SNDX_POINT pt;
+};
+using LPMSG = MSG*;
+
+#define WM_NULL 0x0000u
+#define WM_QUIT 0x0012u
+#define WM_USER 0x0400u
+#define WM_APP 0x8000u
+#define PM_NOREMOVE 0x0000u
+#define PM_REMOVE 0x0001u
+
+extern "C"
+{
+    // Starts the program that the first word of the command line names; application is null. Only the three
+    // standard streams pass on, whatever inherit says. flags, environment (null) and the start-up record are
+    // not looked at. A file without an executable format and without "#!" gives ERROR_BAD_EXE_FORMAT. Any
+    // state of the child is collected when somebody waits for it or asks for its exit code; if its last
+    // handle is closed while it runs, a thread of this layer waits for its end, so that it does not stay
+    // behind as a zombie.
+    BOOL WINAPI CreateProcessW(LPCWSTR application, LPWSTR commandLine, LPSECURITY_ATTRIBUTES processSecurity,
+                               LPSECURITY_ATTRIBUTES threadSecurity, BOOL inherit, DWORD flags,
+                               LPVOID environment, LPCWSTR currentDirectory, LPSTARTUPINFOW startup,
+                               LPPROCESS_INFORMATION information);
+    // Exit codes have 8 bits here. A crash gives the code it has on Windows, as far as there is one.
+    BOOL WINAPI GetExitCodeProcess(HANDLE process, LPDWORD code);
+    BOOL WINAPI TerminateProcess(HANDLE process, UINT code);
+    [[noreturn]] void WINAPI ExitProcess(UINT code);
+    HANDLE WINAPI GetCurrentProcess();
+    DWORD WINAPI GetCurrentProcessId();
+    // 0 once the process has first waited for messages, or has ended; WAIT_TIMEOUT; WAIT_FAILED.
+    DWORD WINAPI WaitForInputIdle(HANDLE process, DWORD milliseconds);
+
+    // A message loop of a program without windows. The first wait for messages tells the parent's
+    // WaitForInputIdle that the program is up.
+    BOOL WINAPI GetMessageW(LPMSG message, HWND window, UINT first, UINT last);
+    BOOL WINAPI PeekMessageW(LPMSG message, HWND window, UINT first, UINT last, UINT remove);
+    BOOL WINAPI WaitMessage();
+    // A thread has a queue from its first call of one of the three above or of MsgWaitForMultipleObjects on.
+    BOOL WINAPI PostThreadMessageW(DWORD thread, UINT message, WPARAM wParam, LPARAM lParam);
+    void WINAPI PostQuitMessage(int code);
+
+    LPWSTR WINAPI GetCommandLineW();
+    // One block for all arguments, to be released with LocalFree.
+    LPWSTR* WINAPI CommandLineToArgvW(LPCWSTR commandLine, int* count);
+
+    // Null as value removes the variable.
+    BOOL WINAPI SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value);
+    // The length without the terminator, the size needed with it when size units are too few, 0 for a missing
+    // variable (ERROR_ENVVAR_NOT_FOUND). Names match as spelled.
+    DWORD WINAPI GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size);
+}

@@ -1,0 +1,83 @@
+#pragma once
+// Locks of one process, events, mutexes, waiting, and memory shared between processes. Names of objects are
+// case-sensitive; "Global\x" is another object than "x", "Local\x" is the same as "x". An object lives while
+// some process has a handle to it, also when processes are killed.
+
+#include <pthread.h>
+
+#include "sndx/base.h"
+
+#define ERROR_CALL_NOT_IMPLEMENTED 120u
+#define ERROR_FILENAME_EXCED_RANGE 206u
+#define ERROR_INVALID_ADDRESS 487u
+#define ERROR_MAPPED_ALIGNMENT 1132u
+
+#define WAIT_OBJECT_0 0u
+#define WAIT_ABANDONED 0x80u
+#define WAIT_ABANDONED_0 0x80u
+#define WAIT_TIMEOUT 258u
+#define WAIT_FAILED 0xFFFFFFFFu
+#define MAXIMUM_WAIT_OBJECTS 64u
+#define QS_ALLINPUT 0x04FFu
+
+#define SYNCHRONIZE 0x00100000u
+#define MUTEX_MODIFY_STATE 0x0001u
+#define MUTEX_ALL_ACCESS 0x001F0001u
+#define EVENT_MODIFY_STATE 0x0002u
+#define EVENT_ALL_ACCESS 0x001F0003u
+
+#define PAGE_READWRITE 0x04u
+#define FILE_MAP_WRITE 0x0002u
+#define FILE_MAP_READ 0x0004u
+#define FILE_MAP_ALL_ACCESS 0x000F001Fu
+
+// A recursive lock of one process. It owns no memory besides itself; DeleteCriticalSection ends its use.
+struct CRITICAL_SECTION
+{
+    pthread_mutex_t mutex;
+};
+using LPCRITICAL_SECTION = CRITICAL_SECTION*;
+
+extern "C"
+{
+    void WINAPI InitializeCriticalSection(LPCRITICAL_SECTION section);
+    void WINAPI EnterCriticalSection(LPCRITICAL_SECTION section);
+    BOOL WINAPI TryEnterCriticalSection(LPCRITICAL_SECTION section);
+    void WINAPI LeaveCriticalSection(LPCRITICAL_SECTION section);
+    void WINAPI DeleteCriticalSection(LPCRITICAL_SECTION section);
+
+    // Events have no names here: a name is refused with ERROR_CALL_NOT_IMPLEMENTED.
+    HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState,
+                               LPCWSTR name);
+    BOOL WINAPI SetEvent(HANDLE event);
+    BOOL WINAPI ResetEvent(HANDLE event);
+
+    // With a name: creates the mutex, or opens the existing one (last error ERROR_ALREADY_EXISTS, no
+    // ownership given). The security attributes are not looked at. A mutex is owned by a thread, which may
+    // own it several times over; it is abandoned when that thread or process ends, and also when the process
+    // closes its last handle to a mutex that other processes hold.
+    HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES security, BOOL initialOwner, LPCWSTR name);
+    HANDLE WINAPI OpenMutexW(DWORD access, BOOL inherit, LPCWSTR name);
+    BOOL WINAPI ReleaseMutex(HANDLE mutex);
+
+    // Time-outs in milliseconds, INFINITE for none. Several objects: any of them, at most
+    // MAXIMUM_WAIT_OBJECTS; waiting for all of several is refused with ERROR_CALL_NOT_IMPLEMENTED.
+    DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds);
+    DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds);
+    // Ends also, with WAIT_OBJECT_0 + count, when a message has come to the thread since it last looked.
+    // Input other than posted messages does not exist here, so every mask means the same.
+    DWORD WINAPI MsgWaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll,
+                                           DWORD milliseconds, DWORD wakeMask);
+    void WINAPI Sleep(DWORD milliseconds);
+
+    // Memory backed by the paging file only: file is INVALID_HANDLE_VALUE and protection PAGE_READWRITE. New
+    // memory is zero. An existing section keeps its size (last error ERROR_ALREADY_EXISTS).
+    HANDLE WINAPI CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES security, DWORD protection,
+                                     DWORD sizeHigh, DWORD sizeLow, LPCWSTR name);
+    HANDLE WINAPI OpenFileMappingW(DWORD access, BOOL inherit, LPCWSTR name);
+    // offset is a multiple of 64 KiB; 0 bytes means up to the section's end. The view stays usable after the
+    // section's handle is closed.
+    LPVOID WINAPI MapViewOfFile(HANDLE section, DWORD access, DWORD offsetHigh, DWORD offsetLow,
+                                SIZE_T bytes);
+    BOOL WINAPI UnmapViewOfFile(LPCVOID address);
+}

@@ -1,0 +1,179 @@
+#pragma once
+// Basic types, constants and macros of the Windows interfaces. DWORD and LONG are 32 bits wide here, as
+// on Windows; WCHAR is a 16-bit unit.
+
+#include <cstddef>
+#include <cstdint>
+
+#define WINAPI
+#define APIENTRY
+#define CALLBACK
+#define STDMETHODCALLTYPE
+#define __stdcall
+#define __cdecl
+#define CONST const
+#define VOID void
+
+#define TEXT_LITERAL_(text) u##text
+#define TEXT(text) TEXT_LITERAL_(text)
+
+using CHAR = char;
+using WCHAR = char16_t;
+using BYTE = std::uint8_t;
+using UCHAR = std::uint8_t;
+using BOOL = int;
+using BOOLEAN = std::uint8_t;
+using SHORT = std::int16_t;
+using USHORT = std::uint16_t;
+using WORD = std::uint16_t;
+using INT = std::int32_t;
+using UINT = std::uint32_t;
+using LONG = std::int32_t;
+using ULONG = std::uint32_t;
+using DWORD = std::uint32_t;
+using LONGLONG = std::int64_t;
+using ULONGLONG = std::uint64_t;
+using DWORDLONG = std::uint64_t;
+using DWORD64 = std::uint64_t;
+using INT_PTR = std::intptr_t;
+using UINT_PTR = std::uintptr_t;
+using LONG_PTR = std::intptr_t;
+using ULONG_PTR = std::uintptr_t;
+using DWORD_PTR = std::uintptr_t;
+using SIZE_T = std::size_t;
+using HRESULT = std::int32_t;
+using WPARAM = UINT_PTR;
+using LPARAM = LONG_PTR;
+using LRESULT = LONG_PTR;
+using LCID = DWORD;
+
+using PVOID = void*;
+using LPVOID = void*;
+using LPCVOID = const void*;
+using LPSTR = char*;
+using LPCSTR = const char*;
+using PWSTR = WCHAR*;
+using LPWSTR = WCHAR*;
+using PCWSTR = const WCHAR*;
+using LPCWSTR = const WCHAR*;
+using LPDWORD = DWORD*;
+using PDWORD = DWORD*;
+using LPBYTE = BYTE*;
+using LPBOOL = BOOL*;
+using PLONG = LONG*;
+
+// Handles are opaque. The kinds that C++ must not mix up have types of their own.
+using HANDLE = void*;
+using HLOCAL = void*;
+using HGLOBAL = void*;
+#define SNDX_DECLARE_HANDLE(name)                                                                                \
+    struct name##__                                                                                              \
+    {                                                                                                            \
+        int unused;                                                                                              \
+    };                                                                                                           \
+    using name = name##__*
+SNDX_DECLARE_HANDLE(HINSTANCE);
+SNDX_DECLARE_HANDLE(HWND);
+SNDX_DECLARE_HANDLE(HMENU);
+SNDX_DECLARE_HANDLE(HICON);
+SNDX_DECLARE_HANDLE(HBITMAP);
+SNDX_DECLARE_HANDLE(HKEY);
+using HMODULE = HINSTANCE;
+using PHKEY = HKEY*;
+using FARPROC = std::intptr_t (*)();
+
+union LARGE_INTEGER {
+    struct
+    {
+        DWORD LowPart;
+        LONG HighPart;
+    } u;
+    LONGLONG QuadPart;
+};
+
+#define INVALID_HANDLE_VALUE (reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1)))
+#define TRUE 1
+#define FALSE 0
+#define MAX_PATH 260
+#define INFINITE 0xFFFFFFFFu
+
+struct GUID
+{
+    DWORD Data1;
+    WORD Data2;
+    WORD Data3;
+    BYTE Data4[8];
+};
+static_assert(sizeof(GUID) == 16);
+using IID = GUID;
+using CLSID = GUID;
+using REFGUID = const GUID&;
+using REFIID = const GUID&;
+using REFCLSID = const GUID&;
+
+// Results of COM methods.
+#define S_OK (static_cast<HRESULT>(0))
+#define S_FALSE (static_cast<HRESULT>(1))
+#define E_NOTIMPL (static_cast<HRESULT>(0x80004001u))
+#define E_NOINTERFACE (static_cast<HRESULT>(0x80004002u))
+#define E_POINTER (static_cast<HRESULT>(0x80004003u))
+#define E_FAIL (static_cast<HRESULT>(0x80004005u))
+#define E_UNEXPECTED (static_cast<HRESULT>(0x8000FFFFu))
+#define E_OUTOFMEMORY (static_cast<HRESULT>(0x8007000Eu))
+#define E_INVALIDARG (static_cast<HRESULT>(0x80070057u))
+#define CLASS_E_NOAGGREGATION (static_cast<HRESULT>(0x80040110u))
+#define CLASS_E_CLASSNOTAVAILABLE (static_cast<HRESULT>(0x80040111u))
+#define DV_E_FORMATETC (static_cast<HRESULT>(0x80040064u))
+#define DV_E_TYMED (static_cast<HRESULT>(0x80040069u))
+#define SUCCEEDED(hr) (static_cast<HRESULT>(hr) >= 0)
+#define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
+
+// Error codes that the layer reports.
+#define ERROR_SUCCESS 0
+#define ERROR_FILE_NOT_FOUND 2
+#define ERROR_PATH_NOT_FOUND 3
+#define ERROR_ACCESS_DENIED 5
+#define ERROR_INVALID_HANDLE 6
+#define ERROR_NOT_ENOUGH_MEMORY 8
+#define ERROR_OUTOFMEMORY 14
+#define ERROR_NO_MORE_FILES 18
+#define ERROR_SHARING_VIOLATION 32
+#define ERROR_HANDLE_EOF 38
+#define ERROR_FILE_EXISTS 80
+#define ERROR_INVALID_PARAMETER 87
+#define ERROR_BROKEN_PIPE 109
+#define ERROR_SEM_TIMEOUT 121
+#define ERROR_INSUFFICIENT_BUFFER 122
+#define ERROR_INVALID_NAME 123
+#define ERROR_MOD_NOT_FOUND 126
+#define ERROR_PROC_NOT_FOUND 127
+#define ERROR_DIR_NOT_EMPTY 145
+#define ERROR_ALREADY_EXISTS 183
+#define ERROR_BAD_EXE_FORMAT 193
+#define ERROR_ENVVAR_NOT_FOUND 203
+#define ERROR_PIPE_BUSY 231
+#define ERROR_NO_DATA 232
+#define ERROR_PIPE_NOT_CONNECTED 233
+#define ERROR_MORE_DATA 234
+#define ERROR_NO_MORE_ITEMS 259
+#define ERROR_NOT_OWNER 288
+#define ERROR_MR_MID_NOT_FOUND 317
+#define ERROR_PIPE_CONNECTED 535
+#define ERROR_PIPE_LISTENING 536
+#define ERROR_OPERATION_ABORTED 995
+#define ERROR_IO_INCOMPLETE 996
+#define ERROR_IO_PENDING 997
+#define ERROR_NOACCESS 998
+#define ERROR_NO_UNICODE_TRANSLATION 1113
+#define ERROR_OLD_WIN_VERSION 1150
+
+#define LOWORD(value) (static_cast<WORD>(static_cast<DWORD_PTR>(value) & 0xffff))
+#define HIWORD(value) (static_cast<WORD>((static_cast<DWORD_PTR>(value) >> 16) & 0xffff))
+#define MAKEINTRESOURCEA(id) (reinterpret_cast<LPSTR>(static_cast<ULONG_PTR>(static_cast<WORD>(id))))
+#define UNREFERENCED_PARAMETER(parameter) (static_cast<void>(parameter))
+
+extern "C"
+{
+DWORD WINAPI GetLastError();
+void WINAPI SetLastError(DWORD code);
+}

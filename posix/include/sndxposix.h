@@ -1,0 +1,42 @@
+#pragma once
+// Control over the POSIX layer for tests: the clock, the local time, the thread's identifier, failures of
+// named calls, and what went to the debugger. Nothing of this exists on Windows. Every function may be
+// called from any thread at any time, except those of the local time.
+
+#include <cstdint>
+#include <string>
+
+namespace sndxposix
+{
+// GetTickCount stands still at milliseconds from now on.
+void SetTickCount(std::uint32_t milliseconds);
+// Moves the standing tick count on, past 2^32 to 0. A running one first comes to a stand.
+void AdvanceTickCount(std::uint32_t milliseconds);
+// GetTickCount counts real milliseconds again.
+void RunTickCount();
+
+// Sets the process's time zone (TZ) so that localtime(time(nullptr)) shows the given time of day now; it
+// goes on from there. The date may be the day before or after. The environment is changed: no other thread
+// may read it meanwhile.
+void SetLocalTimeOfDay(int hour, int minute, int second);
+// The time zone that the process began with.
+void ResetLocalTime();
+
+// What GetCurrentThreadId reports to the calling thread; 0 is the real identifier again.
+void SetCurrentThreadId(std::uint32_t id);
+
+// Makes one call of the named function of the layer fail with the given error (its Windows code), after
+// `skip` further calls have gone through. May be asked for several times; every request counts the calls
+// for itself. Functions that return an error code return that one.
+void FailCall(const char* function, std::uint32_t error, unsigned skip = 0);
+// Forgets all requests that have not been met yet.
+void ResetFailures();
+// Requests not met yet.
+unsigned PendingFailures();
+
+// Everything that went to OutputDebugStringA since the last TakeDebugOutput. Of more than a megabyte the
+// oldest part is lost. (With the environment variable SENDORA_DEBUGOUTPUT the text is appended to the file
+// of that name, too.)
+std::string DebugOutput();
+std::string TakeDebugOutput();
+} // namespace sndxposix

@@ -1,0 +1,387 @@
+// The registry calls: handles, rights and views; the keys themselves are in the store.
+
+#include "sndx/registry.h"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+#include "posix/guarded.h"
+#include "posix/internal.h"
+#include "posix/registry_store.h"
+
+namespace sndxposix
+{
+namespace
+{
+// An open key is its place in the tree; whether there is (still) a key at the place shows at use.
+class OpenKey : public KernelObject
+{
+  public:
+    OpenKey(RegistryPath place, REGSAM rights) : path(std::move(place)), access(rights) {}
+    const RegistryPath path;
+    const REGSAM access;
+};
+
+// The key a handle stands for; null for none.
+std::shared_ptr<OpenKey> KeyOf(HKEY handle)
+{
+    if (handle == HKEY_LOCAL_MACHINE)
+    {
+        return std::make_shared<OpenKey>(RegistryPath{u"HKEY_LOCAL_MACHINE"}, KEY_ALL_ACCESS);
+    }
+    if (handle == HKEY_CURRENT_USER)
+    {
+        return std::make_shared<OpenKey>(RegistryPath{u"HKEY_CURRENT_USER"}, KEY_ALL_ACCESS);
+    }
+    if (handle == HKEY_CLASSES_ROOT)
+    {
+        return std::make_shared<OpenKey>(RegistryPath{u"HKEY_LOCAL_MACHINE", u"Software", u"Classes"},
+                                         KEY_ALL_ACCESS);
+    }
+    return LookupHandleAs<OpenKey>(handle);
+}
+
+bool IsNamed(const std::u16string& element, std::u16string_view name)
+{
+    return RegistryOrder(element) == RegistryOrder(name);
+}
+
+// Leads a path of HKEY_LOCAL_MACHINE\Software that was asked for in the 32-bit view into the part of the
+// tree where that view is. The flag counts at the root key only: a path from a key below stays in that
+// key's view. Classes are the same in both views here.
+void ApplyView(RegistryPath& path, std::size_t openElements, REGSAM access)
+{
+    if ((access & KEY_WOW64_32KEY) == 0 || openElements != 1 || path.size() < 2 ||
+        !IsNamed(path[0], u"HKEY_LOCAL_MACHINE") || !IsNamed(path[1], u"Software"))
+    {
+        return;
+    }
+    if (path.size() == 2 || (!IsNamed(path[2], u"Wow6432Node") && !IsNamed(path[2], u"Classes")))
+    {
+        path.insert(path.begin() + 2, u"Wow6432Node");
+    }
+}
+
+// The place of a path below an open key.
+LSTATUS Resolve(HKEY handle, LPCWSTR text, REGSAM access, RegistryPath& path)
+{
+    const std::shared_ptr<OpenKey> key = KeyOf(handle);
+    if (!key)
+    {
+        return LSTATUS{ERROR_INVALID_HANDLE};
+    }
+    path = key->path;
+    std::u16string_view rest = text == nullptr ? std::u16string_view() : text;
+    if (rest.starts_with(u'\\'))
+    {
+        return LSTATUS{ERROR_BAD_PATHNAME};
+    }
+    while (!rest.empty())
+    {
+        const std::size_t end = std::min(rest.find(u'\\'), rest.size());
+        const std::u16string_view element = rest.substr(0, end);
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+        if (element.size() > maximumKeyName || path.size() >= maximumKeyDepth || !IsRegistryName(element))
+        {
+            return LSTATUS{ERROR_INVALID_PARAMETER};
+        }
+        if (!element.empty())
+        {
+            path.emplace_back(element);
+        }
+    }
+    ApplyView(path, key->path.size(), access);
+    return 0;
+}
+
+void InsertKey(RegistryPath path, REGSAM access, PHKEY result)
+{
+    *result = static_cast<HKEY>(InsertHandle(std::make_shared<OpenKey>(std::move(path), access)));
+}
+
+// Body of the calls that work on an open key: the right that the call needs, then the key itself.
+template <class Use>
+LSTATUS WithKey(HKEY handle, REGSAM right, bool alters, Use&& use)
+{
+    const std::shared_ptr<OpenKey> key = KeyOf(handle);
+    if (!key)
+    {
+        return LSTATUS{ERROR_INVALID_HANDLE};
+    }
+    if ((key->access & right) != right)
+    {
+        return LSTATUS{ERROR_ACCESS_DENIED};
+    }
+    const auto body = [&](RegistryKey& root)
+    {
+        RegistryKey* found = FindRegistryKey(root, key->path);
+        return found == nullptr ? LSTATUS{ERROR_KEY_DELETED} : use(*found);
+    };
+    return alters ? AlterRegistry(body) : LookIntoRegistry(body);
+}
+
+// A registry call's frame: its injected failure, and no exception to the caller.
+template <class Body>
+LSTATUS Call(const char* function, Body&& body) noexcept
+{
+    return Guarded(LSTATUS{ERROR_NOT_ENOUGH_MEMORY},
+                   [&] { return FailNextCall(function) ? static_cast<LSTATUS>(GetLastError()) : body(); });
+}
+
+std::u16string_view NameOf(LPCWSTR name)
+{
+    return name == nullptr ? std::u16string_view() : name;
+}
+} // namespace
+
+} // namespace sndxposix
+
+using namespace sndxposix;
+
+extern "C" LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD, REGSAM access, PHKEY result)
+{
+    return Call("RegOpenKeyExW",
+                [&]
+                {
+                    RegistryPath place;
+                    LSTATUS error = result == nullptr ? LSTATUS{ERROR_INVALID_PARAMETER}
+                                                      : Resolve(key, path, access, place);
+                    if (error == 0)
+                    {
+                        error = LookIntoRegistry(
+                            [&](RegistryKey& root) {
+                                return FindRegistryKey(root, place) == nullptr ? LSTATUS{ERROR_FILE_NOT_FOUND}
+                                                                               : LSTATUS{0};
+                            });
+                    }
+                    if (error == 0)
+                    {
+                        InsertKey(std::move(place), access, result);
+                    }
+                    return error;
+                });
+}
+
+extern "C" LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR path, DWORD, LPWSTR, DWORD, REGSAM access,
+                                          LPSECURITY_ATTRIBUTES, PHKEY result, LPDWORD disposition)
+{
+    return Call("RegCreateKeyExW",
+                [&]
+                {
+                    RegistryPath place;
+                    LSTATUS error = result == nullptr ? LSTATUS{ERROR_INVALID_PARAMETER}
+                                                      : Resolve(key, path, access, place);
+                    if (error != 0)
+                    {
+                        return error;
+                    }
+                    DWORD outcome = REG_OPENED_EXISTING_KEY;
+                    error = LookIntoRegistry(
+                        [&](RegistryKey& root)
+                        {
+                            outcome = FindRegistryKey(root, place) == nullptr ? REG_CREATED_NEW_KEY
+                                                                              : REG_OPENED_EXISTING_KEY;
+                            return LSTATUS{0};
+                        });
+                    if (error == 0 && outcome == REG_CREATED_NEW_KEY)
+                    {
+                        error = AlterRegistry(
+                            [&](RegistryKey& root)
+                            {
+                                // Another process may have been first.
+                                outcome = FindRegistryKey(root, place) == nullptr ? REG_CREATED_NEW_KEY
+                                                                                  : REG_OPENED_EXISTING_KEY;
+                                MakeRegistryKey(root, place);
+                                return LSTATUS{0};
+                            });
+                    }
+                    if (error != 0)
+                    {
+                        return error;
+                    }
+                    InsertKey(std::move(place), access, result);
+                    if (disposition != nullptr)
+                    {
+                        *disposition = outcome;
+                    }
+                    return LSTATUS{0};
+                });
+}
+
+extern "C" LSTATUS WINAPI RegCloseKey(HKEY key)
+{
+    return Call("RegCloseKey",
+                [&]
+                {
+                    if (key == HKEY_LOCAL_MACHINE || key == HKEY_CURRENT_USER || key == HKEY_CLASSES_ROOT)
+                    {
+                        return LSTATUS{0};
+                    }
+                    return LookupHandleAs<OpenKey>(key) && RemoveHandle(key) ? LSTATUS{0}
+                                                                             : LSTATUS{ERROR_INVALID_HANDLE};
+                });
+}
+
+extern "C" LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const BYTE* data,
+                                         DWORD size)
+{
+    return Call("RegSetValueExW",
+                [&]
+                {
+                    if (!IsRegistryName(NameOf(name)) || (data == nullptr && size != 0))
+                    {
+                        return LSTATUS{ERROR_INVALID_PARAMETER};
+                    }
+                    return WithKey(key, KEY_SET_VALUE, true,
+                                   [&](RegistryKey& found)
+                                   {
+                                       SetRegistryValue(found, NameOf(name), type,
+                                                        std::vector<BYTE>(data, data + size));
+                                       return LSTATUS{0};
+                                   });
+                });
+}
+
+extern "C" LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type,
+                                           LPBYTE data, LPDWORD size)
+{
+    return Call("RegQueryValueExW",
+                [&]
+                {
+                    if (reserved != nullptr || (data != nullptr && size == nullptr))
+                    {
+                        return LSTATUS{ERROR_INVALID_PARAMETER};
+                    }
+                    return WithKey(key, KEY_QUERY_VALUE, false,
+                                   [&](RegistryKey& found)
+                                   {
+                                       const auto entry = found.values.find(RegistryOrder(NameOf(name)));
+                                       if (entry == found.values.end())
+                                       {
+                                           if (size != nullptr && data == nullptr)
+                                           {
+                                               *size = 0;
+                                           }
+                                           return LSTATUS{ERROR_FILE_NOT_FOUND};
+                                       }
+                                       const RegistryValue& value = entry->second;
+                                       if (type != nullptr)
+                                       {
+                                           *type = value.type;
+                                       }
+                                       const bool tooSmall = data != nullptr && *size < value.data.size();
+                                       if (data != nullptr && !tooSmall && !value.data.empty())
+                                       {
+                                           std::memcpy(data, value.data.data(), value.data.size());
+                                       }
+                                       if (size != nullptr)
+                                       {
+                                           *size = static_cast<DWORD>(value.data.size());
+                                       }
+                                       return tooSmall ? LSTATUS{ERROR_MORE_DATA} : LSTATUS{0};
+                                   });
+                });
+}
+
+extern "C" LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR name)
+{
+    return Call("RegDeleteValueW",
+                [&]
+                {
+                    return WithKey(key, KEY_SET_VALUE, true,
+                                   [&](RegistryKey& found)
+                                   {
+                                       return found.values.erase(RegistryOrder(NameOf(name))) != 0
+                                                  ? LSTATUS{0}
+                                                  : LSTATUS{ERROR_FILE_NOT_FOUND};
+                                   });
+                });
+}
+
+extern "C" LSTATUS WINAPI RegEnumKeyW(HKEY key, DWORD index, LPWSTR name, DWORD length)
+{
+    return Call("RegEnumKeyW",
+                [&]
+                {
+                    return WithKey(key, KEY_ENUMERATE_SUB_KEYS, false,
+                                   [&](RegistryKey& found)
+                                   {
+                                       if (index >= found.keys.size())
+                                       {
+                                           return LSTATUS{ERROR_NO_MORE_ITEMS};
+                                       }
+                                       const std::u16string& child =
+                                           std::next(found.keys.begin(), index)->second->name;
+                                       if (child.size() >= length)
+                                       {
+                                           return LSTATUS{ERROR_MORE_DATA};
+                                       }
+                                       std::memcpy(name, child.c_str(), (child.size() + 1) * sizeof(WCHAR));
+                                       return LSTATUS{0};
+                                   });
+                });
+}
+
+extern "C" LSTATUS WINAPI RegDeleteKeyExW(HKEY key, LPCWSTR path, REGSAM view, DWORD)
+{
+    return Call("RegDeleteKeyExW",
+                [&]
+                {
+                    RegistryPath place;
+                    const LSTATUS error =
+                        path == nullptr ? LSTATUS{ERROR_INVALID_PARAMETER} : Resolve(key, path, view, place);
+                    if (error != 0)
+                    {
+                        return error;
+                    }
+                    return AlterRegistry(
+                        [&](RegistryKey& root)
+                        {
+                            const RegistryKey* found = FindRegistryKey(root, place);
+                            if (found == nullptr)
+                            {
+                                return LSTATUS{ERROR_FILE_NOT_FOUND};
+                            }
+                            if (!found->keys.empty() || place.size() == 1)
+                            {
+                                return LSTATUS{ERROR_ACCESS_DENIED};
+                            }
+                            RemoveRegistryKey(root, place);
+                            return LSTATUS{0};
+                        });
+                });
+}
+
+extern "C" LSTATUS WINAPI RegDeleteTreeW(HKEY key, LPCWSTR path)
+{
+    return Call("RegDeleteTreeW",
+                [&]
+                {
+                    RegistryPath place;
+                    const LSTATUS error = Resolve(key, path, 0, place);
+                    if (error != 0)
+                    {
+                        return error;
+                    }
+                    return AlterRegistry(
+                        [&](RegistryKey& root)
+                        {
+                            RegistryKey* found = FindRegistryKey(root, place);
+                            if (found == nullptr)
+                            {
+                                return LSTATUS{ERROR_FILE_NOT_FOUND};
+                            }
+                            if (!NameOf(path).empty())
+                            {
+                                RemoveRegistryKey(root, place);
+                            }
+                            else
+                            {
+                                found->keys.clear();
+                                found->values.clear();
+                            }
+                            return LSTATUS{0};
+                        });
+                });
+}

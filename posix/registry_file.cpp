@@ -1,0 +1,366 @@
+// The registry editor's text format. A file comes from other programs and from people: whatever it holds,
+// reading it ends after one pass over its lines, and a line without sense costs that line only.
+
+#include "posix/registry_file.h"
+
+#include <algorithm>
+#include <optional>
+
+#include "sndx/registry.h"
+
+#include "posix/internal.h"
+
+namespace sndxposix
+{
+namespace
+{
+bool IsBlank(char16_t unit)
+{
+    return unit == u' ' || unit == u'\t';
+}
+
+std::u16string_view Trimmed(std::u16string_view text)
+{
+    while (!text.empty() && IsBlank(text.front()))
+    {
+        text.remove_prefix(1);
+    }
+    while (!text.empty() && IsBlank(text.back()))
+    {
+        text.remove_suffix(1);
+    }
+    return text;
+}
+
+int HexDigit(char16_t unit)
+{
+    if (unit >= u'0' && unit <= u'9')
+    {
+        return unit - u'0';
+    }
+    const char16_t lower = static_cast<char16_t>(unit | 0x20);
+    return lower >= u'a' && lower <= u'f' ? lower - u'a' + 10 : -1;
+}
+
+// A hexadecimal number of at most maximumDigits digits that is the whole text.
+std::optional<DWORD> HexNumber(std::u16string_view text, std::size_t maximumDigits)
+{
+    if (text.empty() || text.size() > maximumDigits)
+    {
+        return std::nullopt;
+    }
+    DWORD number = 0;
+    for (const char16_t unit : text)
+    {
+        const int digit = HexDigit(unit);
+        if (digit < 0)
+        {
+            return std::nullopt;
+        }
+        number = number << 4 | static_cast<DWORD>(digit);
+    }
+    return number;
+}
+
+// "aa,bb,…": empty text is no bytes; a last comma is let pass.
+std::optional<std::vector<BYTE>> HexBytes(std::u16string_view text)
+{
+    std::vector<BYTE> bytes;
+    while (!text.empty())
+    {
+        const std::size_t comma = std::min(text.find(u','), text.size());
+        const std::u16string_view item = Trimmed(text.substr(0, comma));
+        text.remove_prefix(std::min(comma + 1, text.size()));
+        if (item.empty() && text.empty())
+        {
+            break;
+        }
+        const std::optional<DWORD> byte = HexNumber(item, 2);
+        if (!byte)
+        {
+            return std::nullopt;
+        }
+        bytes.push_back(static_cast<BYTE>(*byte));
+    }
+    return bytes;
+}
+
+// Takes a text in quotes off the front, in which a backslash makes the next unit an ordinary one.
+std::optional<std::u16string> TakeQuoted(std::u16string_view& text)
+{
+    std::u16string result;
+    for (std::size_t i = 1; i < text.size(); ++i)
+    {
+        if (text[i] == u'"')
+        {
+            text.remove_prefix(i + 1);
+            return result;
+        }
+        if (text[i] == u'\\' && ++i == text.size())
+        {
+            break;
+        }
+        result.push_back(text[i]);
+    }
+    return std::nullopt;
+}
+
+std::vector<BYTE> TextBytes(std::u16string_view text)
+{
+    std::vector<BYTE> bytes;
+    bytes.reserve((text.size() + 1) * 2);
+    for (const char16_t unit : text)
+    {
+        bytes.push_back(static_cast<BYTE>(unit & 0xff));
+        bytes.push_back(static_cast<BYTE>(unit >> 8));
+    }
+    bytes.insert(bytes.end(), 2, BYTE{0});
+    return bytes;
+}
+
+std::optional<RegistryPath> ParseKeyPath(std::u16string_view text)
+{
+    RegistryPath path;
+    while (!text.empty())
+    {
+        const std::size_t end = std::min(text.find(u'\\'), text.size());
+        const std::u16string_view element = text.substr(0, end);
+        text.remove_prefix(std::min(end + 1, text.size()));
+        if (element.empty() || element.size() > maximumKeyName || path.size() == maximumKeyDepth ||
+            !IsRegistryName(element))
+        {
+            return std::nullopt;
+        }
+        path.emplace_back(element);
+    }
+    if (path.empty())
+    {
+        return std::nullopt;
+    }
+    const std::u16string root = RegistryOrder(path.front());
+    if (root == u"HKEY_CLASSES_ROOT")
+    {
+        path.front() = u"HKEY_LOCAL_MACHINE";
+        path.insert(path.begin() + 1, {u"Software", u"Classes"});
+    }
+    else if (root != u"HKEY_LOCAL_MACHINE" && root != u"HKEY_CURRENT_USER")
+    {
+        return std::nullopt;
+    }
+    return path;
+}
+
+class Reader
+{
+  public:
+    Reader(std::u16string_view text, RegistryKey& root) : rest_(text), root_(root) {}
+
+    RegistryFileReport Read()
+    {
+        while (std::optional<std::u16string_view> line = NextLine())
+        {
+            const std::size_t number = lineNumber_;
+            if (!line->empty() && line->front() != u';' && !ApplyLine(*line))
+            {
+                report_.firstBadLine = report_.badLines++ == 0 ? number : report_.firstBadLine;
+            }
+        }
+        return report_;
+    }
+
+  private:
+    std::optional<std::u16string_view> NextLine()
+    {
+        if (rest_.empty())
+        {
+            return std::nullopt;
+        }
+        const std::size_t end = std::min(rest_.find(u'\n'), rest_.size());
+        std::u16string_view line = rest_.substr(0, end);
+        rest_.remove_prefix(std::min(end + 1, rest_.size()));
+        ++lineNumber_;
+        if (!line.empty() && line.back() == u'\r')
+        {
+            line.remove_suffix(1);
+        }
+        return Trimmed(line);
+    }
+
+    bool ApplyLine(std::u16string_view line)
+    {
+        switch (line.front())
+        {
+        case u'[':
+            return ApplyKey(line);
+        case u'"':
+        case u'@':
+            return ApplyValue(line);
+        default:
+            report_.hasHeader = report_.hasHeader || line == registryFileHeader;
+            return line == registryFileHeader;
+        }
+    }
+
+    // [path] opens a key, [-path] removes one. A name may hold brackets: the last one ends it.
+    bool ApplyKey(std::u16string_view line)
+    {
+        key_ = nullptr;
+        if (line.back() != u']')
+        {
+            return false;
+        }
+        std::u16string_view text = line.substr(1, line.size() - 2);
+        const bool remove = !text.empty() && text.front() == u'-';
+        text.remove_prefix(remove ? 1 : 0);
+        const std::optional<RegistryPath> path = ParseKeyPath(text);
+        if (!path || (remove && path->size() == 1))
+        {
+            return false;
+        }
+        if (remove)
+        {
+            RemoveRegistryKey(root_, *path);
+        }
+        else
+        {
+            key_ = &MakeRegistryKey(root_, *path);
+        }
+        return true;
+    }
+
+    bool ApplyValue(std::u16string_view line)
+    {
+        std::u16string name;
+        if (line.front() == u'@')
+        {
+            line.remove_prefix(1);
+        }
+        else if (std::optional<std::u16string> quoted = TakeQuoted(line))
+        {
+            name = std::move(*quoted);
+        }
+        else
+        {
+            return false;
+        }
+        line = Trimmed(line);
+        if (line.empty() || line.front() != u'=')
+        {
+            return false;
+        }
+        line.remove_prefix(1);
+        // Also below a key that was not understood: the lines of hex data belong to it.
+        return ApplyData(name, Trimmed(line)) && key_ != nullptr;
+    }
+
+    bool ApplyData(const std::u16string& name, std::u16string_view text)
+    {
+        if (text == u"-")
+        {
+            if (key_ != nullptr)
+            {
+                key_->values.erase(RegistryOrder(name));
+            }
+            return true;
+        }
+        if (!text.empty() && text.front() == u'"')
+        {
+            const std::optional<std::u16string> quoted = TakeQuoted(text);
+            text = Trimmed(text);
+            return quoted && (text.empty() || text.front() == u';') && Set(name, REG_SZ, TextBytes(*quoted));
+        }
+        if (text.starts_with(u"dword:"))
+        {
+            const std::optional<DWORD> number = HexNumber(Trimmed(text.substr(6)), 8);
+            return number && Set(name, REG_DWORD,
+                                 {static_cast<BYTE>(*number), static_cast<BYTE>(*number >> 8),
+                                  static_cast<BYTE>(*number >> 16), static_cast<BYTE>(*number >> 24)});
+        }
+        return text.starts_with(u"hex") && ApplyHex(name, text.substr(3));
+    }
+
+    // ":bytes" (binary data) or "(type):bytes"; a backslash at the end of a line goes on in the next.
+    bool ApplyHex(const std::u16string& name, std::u16string_view text)
+    {
+        std::u16string joined(text);
+        while (!joined.empty() && joined.back() == u'\\')
+        {
+            joined.pop_back();
+            const std::optional<std::u16string_view> line = NextLine();
+            if (!line)
+            {
+                break;
+            }
+            joined.append(*line);
+        }
+        const std::size_t colon = joined.find(u':');
+        if (colon == std::u16string::npos)
+        {
+            return false;
+        }
+        DWORD type = REG_BINARY;
+        const std::u16string_view before = std::u16string_view(joined).substr(0, colon);
+        if (!before.empty())
+        {
+            if (before.front() != u'(' || before.back() != u')' || before.size() < 3)
+            {
+                return false;
+            }
+            const std::optional<DWORD> number = HexNumber(before.substr(1, before.size() - 2), 8);
+            if (!number)
+            {
+                return false;
+            }
+            type = *number;
+        }
+        std::optional<std::vector<BYTE>> bytes = HexBytes(std::u16string_view(joined).substr(colon + 1));
+        return bytes && Set(name, type, std::move(*bytes));
+    }
+
+    bool Set(const std::u16string& name, DWORD type, std::vector<BYTE> data)
+    {
+        if (!IsRegistryName(name))
+        {
+            return false;
+        }
+        if (key_ != nullptr)
+        {
+            SetRegistryValue(*key_, name, type, std::move(data));
+        }
+        return true;
+    }
+
+    std::u16string_view rest_;
+    RegistryKey& root_;
+    RegistryKey* key_ = nullptr; // that values belong to; null below a removed or senseless key
+    std::size_t lineNumber_ = 0;
+    RegistryFileReport report_;
+};
+
+} // namespace
+
+std::u16string DecodeRegistryFile(std::string_view bytes)
+{
+    if (bytes.starts_with("\xFF\xFE"))
+    {
+        std::u16string text;
+        text.reserve(bytes.size() / 2);
+        for (std::size_t i = 2; i + 1 < bytes.size(); i += 2)
+        {
+            text.push_back(
+                static_cast<char16_t>(static_cast<BYTE>(bytes[i]) | static_cast<BYTE>(bytes[i + 1]) << 8));
+        }
+        return text;
+    }
+    if (bytes.starts_with("\xEF\xBB\xBF"))
+    {
+        bytes.remove_prefix(3);
+    }
+    return Utf16(bytes);
+}
+
+RegistryFileReport ApplyRegistryText(std::u16string_view text, RegistryKey& root)
+{
+    return Reader(text, root).Read();
+}
+} // namespace sndxposix

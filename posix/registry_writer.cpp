@@ -1,0 +1,178 @@
+// Writes the registry editor's text format.
+
+#include "posix/registry_file.h"
+
+#include <optional>
+
+#include "sndx/registry.h"
+
+#include "posix/internal.h"
+
+namespace sndxposix
+{
+namespace
+{
+// The text of REG_SZ data that can stand in quotes: whole units, one terminator, at the end.
+std::optional<std::u16string> QuotableText(const std::vector<BYTE>& data)
+{
+    if (data.size() < 2 || data.size() % 2 != 0)
+    {
+        return std::nullopt;
+    }
+    std::u16string text;
+    for (std::size_t i = 0; i < data.size(); i += 2)
+    {
+        text.push_back(static_cast<char16_t>(data[i] | data[i + 1] << 8));
+    }
+    if (text.back() != 0)
+    {
+        return std::nullopt;
+    }
+    text.pop_back();
+    return IsRegistryName(text) ? std::optional(text) : std::nullopt;
+}
+
+class Writer
+{
+  public:
+    std::string Write(const RegistryKey& root, const RegistryKey& base)
+    {
+        out_ = Utf8(registryFileHeader) + "\n";
+        WriteChildren("", root, &base);
+        return std::move(out_);
+    }
+
+  private:
+    void WriteKey(const std::string& path, const RegistryKey& key, const RegistryKey* base)
+    {
+        const std::size_t start = out_.size();
+        out_ += "\n[" + path + "]\n";
+        const std::size_t empty = out_.size();
+        for (const auto& [order, value] : key.values)
+        {
+            const auto* same = base == nullptr ? nullptr : Find(base->values, order);
+            if (same == nullptr || !(*same == value))
+            {
+                WriteValue(value);
+            }
+        }
+        if (base != nullptr)
+        {
+            for (const auto& [order, value] : base->values)
+            {
+                if (Find(key.values, order) == nullptr)
+                {
+                    out_ += Name(value.name) + "=-\n";
+                }
+            }
+            if (out_.size() == empty)
+            {
+                out_.resize(start);
+            }
+        }
+        WriteChildren(path + "\\", key, base);
+    }
+
+    void WriteChildren(const std::string& prefix, const RegistryKey& key, const RegistryKey* base)
+    {
+        for (const auto& [order, child] : key.keys)
+        {
+            const auto* baseChild = base == nullptr ? nullptr : Find(base->keys, order);
+            WriteKey(prefix + Utf8(child->name), *child, baseChild == nullptr ? nullptr : baseChild->get());
+        }
+        if (base == nullptr)
+        {
+            return;
+        }
+        for (const auto& [order, child] : base->keys)
+        {
+            if (Find(key.keys, order) == nullptr)
+            {
+                out_ += "\n[-" + prefix + Utf8(child->name) + "]\n";
+            }
+        }
+    }
+
+    void WriteValue(const RegistryValue& value)
+    {
+        static const char digits[] = "0123456789abcdef";
+        const std::optional<std::u16string> text =
+            value.type == REG_SZ ? QuotableText(value.data) : std::nullopt;
+        out_ += Name(value.name) + "=";
+        if (text)
+        {
+            out_ += Quoted(*text) + "\n";
+            return;
+        }
+        if (value.type == REG_DWORD && value.data.size() == sizeof(DWORD))
+        {
+            out_ += "dword:";
+            for (std::size_t i = sizeof(DWORD); i-- > 0;)
+            {
+                AppendByte(value.data[i]);
+            }
+            out_ += "\n";
+            return;
+        }
+        out_ += "hex";
+        if (value.type != REG_BINARY)
+        {
+            out_ += "(";
+            for (int shift = 28; shift >= 0; shift -= 4)
+            {
+                if (value.type >> shift != 0 || shift == 0)
+                {
+                    out_ += digits[value.type >> shift & 15];
+                }
+            }
+            out_ += ")";
+        }
+        out_ += ":";
+        constexpr std::size_t bytesOfALine = 25;
+        for (std::size_t i = 0; i < value.data.size(); ++i)
+        {
+            out_ += i == 0 ? "" : i % bytesOfALine == 0 ? ",\\\n  " : ",";
+            AppendByte(value.data[i]);
+        }
+        out_ += "\n";
+    }
+
+    void AppendByte(BYTE byte)
+    {
+        static const char digits[] = "0123456789abcdef";
+        out_ += digits[byte >> 4];
+        out_ += digits[byte & 15];
+    }
+
+    static std::string Name(const std::u16string& name) { return name.empty() ? "@" : Quoted(name); }
+
+    static std::string Quoted(std::u16string_view text)
+    {
+        std::string result = "\"";
+        for (const char unit : Utf8(text))
+        {
+            if (unit == '"' || unit == '\\')
+            {
+                result += '\\';
+            }
+            result += unit;
+        }
+        return result + "\"";
+    }
+
+    template <class Map>
+    static const typename Map::mapped_type* Find(const Map& map, const std::u16string& order)
+    {
+        const auto found = map.find(order);
+        return found == map.end() ? nullptr : &found->second;
+    }
+
+    std::string out_;
+};
+} // namespace
+
+std::string WriteRegistryText(const RegistryKey& root, const RegistryKey& base)
+{
+    return Writer().Write(root, base);
+}
+} // namespace sndxposix
