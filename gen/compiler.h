@@ -77,7 +77,7 @@ class LTemplateFunctionName
         char sz[sizeof(Before.sz) - 1 + s_uKeyword + s_Name.uLength + sizeof(After.sz)];
     };
 
-    static consteval Text Make()
+    static constexpr Text Make()
     {
         Text text{};
         char* pOut = text.sz;

@@ -3,6 +3,7 @@
 #include <limits>
 
 #include <stdio.h>
+#include <string.h>
 
 #include "gen/debug.h"
 
@@ -194,8 +195,9 @@ void lwvsnprintf(WCHAR* buf, std::size_t count, const WCHAR* format, va_list arg
         LDebugTraceError("lwvsnprintf called with an invalid Count (negative)");
         return;
     }
-    // A conversion that fails in the runtime writes nothing: the report below must not show stale memory.
-    buf[0] = 0;
+    // A conversion that fails in the runtime ends without a terminator: what is cut and reported below must not
+    // be stale memory.
+    memset(buf, 0, static_cast<std::size_t>(nCount) * sizeof(WCHAR));
     const std::int32_t nWritten = _vsnwprintf(buf, static_cast<std::size_t>(nCount), format, args);
     if (nWritten < 0 || nWritten >= nCount)
     {
@@ -219,7 +221,7 @@ void lcvsnprintf(char* buf, std::size_t count, const char* format, va_list args)
         LDebugTraceError("lcvsnprintf called with an invalid Count (negative)");
         return;
     }
-    buf[0] = 0;
+    memset(buf, 0, static_cast<std::size_t>(nCount));
     const std::int32_t nWritten = _vsnprintf(buf, static_cast<std::size_t>(nCount), format, args);
     if (nWritten < 0 || nWritten >= nCount)
     {

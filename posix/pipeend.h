@@ -96,6 +96,12 @@ std::optional<std::string> PipePath(const WCHAR* name);
 // and the locks behind a Gate do not tell threads of one descriptor apart.
 std::mutex& PipeMutex();
 
+inline BOOL FailWith(DWORD error)
+{
+    SetLastError(error);
+    return FALSE;
+}
+
 class PipeEnd : public StreamObject, public std::enable_shared_from_this<PipeEnd>
 {
   public:

@@ -6,7 +6,7 @@
 // Decimal fractions are rounded by the C library (2.5 with %.0f is "2"; the Microsoft runtime gives "3").
 // %a is left out: nothing prints it.
 
-#include "posix/internal.h"
+#include "posix/printf_conversion.h"
 #include "sndx/text.h"
 
 #include <algorithm>
@@ -15,29 +15,11 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <string_view>
 
 namespace
 {
-// One conversion of a format: "%[flags][width][.precision][size]letter".
-struct Conversion
-{
-    bool left = false;
-    bool plus = false;
-    bool space = false;
-    bool alternative = false;
-    bool zero = false;
-    int width = 0;
-    int precision = -1; // -1: none given
-    enum class Size
-    {
-        none,
-        half,   // h: 16 bits, narrow text
-        longer, // l: 32 bits, wide text
-        wide,   // w: wide text
-        word64, // ll, I64, j, z, t, and I before a whole number
-        word32  // I32
-    } size = Size::none;
-};
+using sndxposix::Conversion;
 using Size = Conversion::Size;
 
 // Counts everything and keeps what fits.
@@ -263,96 +245,6 @@ bool IsWideText(const Conversion& conversion, bool otherWidth)
     return (sizeof(Char) == sizeof(WCHAR)) != otherWidth;
 }
 
-int ReadNumber(const auto*& format)
-{
-    int number = 0;
-    for (; *format >= '0' && *format <= '9'; ++format)
-    {
-        number = number > (INT_MAX - 9) / 10 ? number : number * 10 + static_cast<int>(*format - '0');
-    }
-    return number;
-}
-
-template <class Char>
-void ReadFlags(const Char*& format, Conversion& conversion)
-{
-    for (;; ++format)
-    {
-        switch (*format)
-        {
-        case '-':
-            conversion.left = true;
-            break;
-        case '+':
-            conversion.plus = true;
-            break;
-        case ' ':
-            conversion.space = true;
-            break;
-        case '#':
-            conversion.alternative = true;
-            break;
-        case '0':
-            conversion.zero = true;
-            break;
-        default:
-            return;
-        }
-    }
-}
-
-template <class Char>
-void ReadSize(const Char*& format, Conversion& conversion)
-{
-    for (;; ++format)
-    {
-        switch (*format)
-        {
-        case 'h':
-            conversion.size = Size::half;
-            break;
-        case 'l':
-            conversion.size = conversion.size == Size::longer ? Size::word64 : Size::longer;
-            break;
-        case 'w':
-            conversion.size = Size::wide;
-            break;
-        case 'j':
-        case 'z':
-        case 't':
-            conversion.size = Size::word64;
-            break;
-        case 'L': // long double is double
-        case 'F': // far and near, of a time of segments
-        case 'N':
-            break;
-        case 'I':
-            if (format[1] == '6' && format[2] == '4')
-            {
-                conversion.size = Size::word64;
-                format += 2;
-            }
-            else if (format[1] == '3' && format[2] == '2')
-            {
-                conversion.size = Size::word32;
-                format += 2;
-            }
-            else if (format[1] != 0 && format[1] < 0x80 &&
-                     std::strchr("diouxX", static_cast<char>(format[1])))
-            {
-                conversion.size = Size::word64;
-            }
-            else
-            {
-                return; // no size: an unknown letter
-            }
-            break;
-        default:
-            return;
-        }
-    }
-}
-
 // Writes one conversion whose letter format points to. False when a text cannot be represented.
 template <class Char>
 bool Convert(Output<Char>& out, Conversion& conversion, Char letter, Arguments& arguments)
@@ -428,33 +320,8 @@ int Format(Char* buffer, std::size_t size, const Char* format, va_list list)
             continue;
         }
         ++format;
-        Conversion conversion;
-        ReadFlags(format, conversion);
-        if (*format == '*')
-        {
-            ++format;
-            const int width = va_arg(arguments.list, int);
-            conversion.left = conversion.left || width < 0;
-            conversion.width = width == INT_MIN ? INT_MAX : std::abs(width);
-        }
-        else
-        {
-            conversion.width = ReadNumber(format);
-        }
-        if (*format == '.')
-        {
-            ++format;
-            if (*format == '*')
-            {
-                ++format;
-                conversion.precision = std::max(va_arg(arguments.list, int), -1);
-            }
-            else
-            {
-                conversion.precision = ReadNumber(format);
-            }
-        }
-        ReadSize(format, conversion);
+        Conversion conversion =
+            sndxposix::ReadConversion(format, [&] { return va_arg(arguments.list, int); });
         if (*format == 0)
         {
             break; // an unfinished conversion at the end prints nothing

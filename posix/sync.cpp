@@ -257,6 +257,12 @@ extern "C" DWORD WINAPI MsgWaitForMultipleObjects(DWORD count, const HANDLE* han
     {
         return WAIT_FAILED;
     }
+    // The message queue takes one of the places.
+    if (count >= MAXIMUM_WAIT_OBJECTS)
+    {
+        SetLastError(ERROR_INVALID_PARAMETER);
+        return WAIT_FAILED;
+    }
     return sndxposix::WaitForAny(count, handles, milliseconds,
                                  []
                                  {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what a build needs and the machine lacks. Source it and call
-#     sndx_need native            compiler, CMake, GoogleTest
+#     sndx_need native            compiler, CMake, GoogleTest, Python (for the checks)
 #     sndx_need windows           cross compiler and Wine
 # Returns 1, after saying the one command to run, when something is missing and cannot be installed.
 
@@ -11,6 +11,7 @@ sndx_missing() {
         command -v g++ >/dev/null || missing+=(g++)
         command -v cmake >/dev/null || missing+=(cmake)
         command -v make >/dev/null || missing+=(make)
+        command -v python3 >/dev/null || missing+=(python3)
         [ -f /usr/src/googletest/CMakeLists.txt ] || missing+=(googletest)
         ;;
     windows)

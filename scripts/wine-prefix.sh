@@ -12,11 +12,16 @@ sndx_wineserver() {
 }
 
 sndx_prefix_begin() {
+    local run
+    run=$(dirname "${BASH_SOURCE[0]}")/wine-run.sh
     export SENDORA_WINEPREFIX=$1
     mkdir -p "$SENDORA_WINEPREFIX"
-    "$(dirname "${BASH_SOURCE[0]}")/wine-run.sh" cmd /c exit >/dev/null 2>&1
-    # One server for the whole run: without it every test would start its own.
-    sndx_wineserver -p
+    "$run" cmd /c exit >/dev/null 2>&1 </dev/null
+    # One server for the whole run: without it every test would start its own. The first program then starts
+    # the system's services, which keep its standard handles open as long as the server lives: none of ours.
+    sndx_wineserver -w
+    sndx_wineserver -p >/dev/null 2>&1 </dev/null
+    "$run" cmd /c exit >/dev/null 2>&1 </dev/null
 }
 
 sndx_prefix_end() {

@@ -13,7 +13,7 @@ using Bytes = std::uint8_t*;
 constexpr std::size_t g_uTagSize = 4;
 constexpr std::size_t g_uRecordSize = sizeof(LMemAllocation);
 constexpr std::size_t g_uHeadSize = g_uRecordSize + g_uTagSize;      // record and tag in front of the user data
-constexpr std::size_t g_uPointerSize = sizeof(LMemAllocation*);      // mode 3: the record's address …
+constexpr std::size_t g_uPointerSize = sizeof(void*); // mode 3: the record's address …
 constexpr std::size_t g_uBeforeSize = g_uPointerSize + g_uTagSize;   // … and the tag in front of the user data
 constexpr std::uint32_t g_uTagBase = 0x4D454D30;                     // "0MEM"
 

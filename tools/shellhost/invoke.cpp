@@ -14,11 +14,11 @@ namespace
 WORD CommandOffset(const std::string& command)
 {
     static constexpr const char* names[] = {"upload", "download", "delete"};
-    for (WORD offset = 0; offset < std::size(names); ++offset)
+    for (std::size_t offset = 0; offset < std::size(names); ++offset)
     {
         if (command == names[offset])
         {
-            return offset;
+            return static_cast<WORD>(offset);
         }
     }
     unsigned long number = 0;

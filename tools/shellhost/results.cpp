@@ -28,7 +28,7 @@ std::string ResultText(HRESULT result)
         {CLASS_E_CLASSNOTAVAILABLE, "CLASS_E_CLASSNOTAVAILABLE"},
         {static_cast<HRESULT>(0x80040154u), "REGDB_E_CLASSNOTREG"},
     };
-    const std::string hex = Hex(static_cast<DWORD>(result), 8);
+    std::string hex = Hex(static_cast<DWORD>(result), 8);
     for (const auto& entry : names)
     {
         if (entry.result == result)

@@ -1,0 +1,316 @@
+// The transfers of a pipe end: how they start, go on, end and are cancelled (see pipeend.h).
+
+#include <algorithm>
+#include <cerrno>
+#include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "posix/overlapped.h"
+#include "posix/pipeend.h"
+
+namespace sndxposix
+{
+namespace
+{
+// A direction that is never read empty gives the room of read bytes back in steps of this many bytes.
+constexpr std::uint64_t roomStep = std::uint64_t{1} << 20;
+} // namespace
+
+DWORD PipeEnd::TakeBytes(PipeSlot& slot, void* buffer, DWORD size, bool keep)
+{
+    PipeFlow& flow = slot.flow[Incoming()];
+    const int file = files_[Incoming()];
+    const auto count = static_cast<DWORD>(std::min<std::uint64_t>(size, flow.written - flow.read));
+    if (!ReadAt(file, buffer, count, static_cast<off_t>(flow.read - flow.base)) || keep)
+    {
+        return count;
+    }
+    const std::uint64_t before = flow.read;
+    flow.read += count;
+    if (flow.read == flow.written)
+    {
+        flow.base = flow.read;
+        [[maybe_unused]] const int ignored = ftruncate(file, 0); // the bytes are only in nobody's way
+    }
+    else if ((flow.read - flow.base) / roomStep != (before - flow.base) / roomStep)
+    {
+        fallocate(file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0,
+                  static_cast<off_t>(flow.read - flow.base));
+    }
+    return count;
+}
+
+bool PipeEnd::Advance(Transfer& transfer, PipeSlot& slot, State state)
+{
+    ULONG_PTR status = statusPending;
+    DWORD bytes = 0;
+    if (state == State::Disconnected)
+    {
+        status = statusPipeDisconnected;
+    }
+    else if (transfer.kind == Kind::Connect)
+    {
+        status = state == State::Listening ? statusPending : statusSuccess;
+    }
+    else if (transfer.kind == Kind::Write)
+    {
+        const bool fits = transfer.end <= slot.flow[Outgoing()].read + header_.quota[Outgoing()];
+        // Nothing to deliver, nothing to wait for.
+        if (fits || transfer.size == 0)
+        {
+            status = statusSuccess;
+            bytes = transfer.size;
+        }
+        else if (state == State::PeerGone)
+        {
+            status = statusPipeBroken;
+        }
+    }
+    else if (slot.flow[Incoming()].written > slot.flow[Incoming()].read || transfer.size == 0)
+    {
+        status = statusSuccess;
+        bytes = TakeBytes(slot, transfer.buffer, transfer.size, false);
+    }
+    else if (state == State::PeerGone)
+    {
+        status = statusPipeBroken;
+    }
+    if (status == statusPending)
+    {
+        return false;
+    }
+    Finish(transfer, status, bytes);
+    return true;
+}
+
+void PipeEnd::Finish(const Transfer& transfer, ULONG_PTR status, DWORD bytes)
+{
+    transfer.overlapped->InternalHigh = bytes;
+    transfer.overlapped->Internal = status;
+    if (transfer.event)
+    {
+        transfer.event->Set();
+    }
+}
+
+void PipeEnd::ProgressInside(PipeSlot& slot)
+{
+    const State state = Look(slot);
+    const std::uint64_t readBefore = slot.flow[Incoming()].read;
+    transfers_.remove_if([&](Transfer& transfer) { return Advance(transfer, slot, state); });
+    Note(slot);
+    control_->WriteSlot(slot_, slot);
+    if (slot.flow[Incoming()].read != readBefore)
+    {
+        NotifyWaiters(); // the other end may be in this process
+    }
+}
+
+void PipeEnd::Note(PipeSlot& slot) const
+{
+    PipeFlow& flow = slot.flow[Outgoing()];
+    flow.pendingStart = 0;
+    flow.pendingEnd = 0;
+    for (const Transfer& transfer : transfers_)
+    {
+        if (transfer.kind == Kind::Write)
+        {
+            flow.pendingStart = transfer.start;
+            flow.pendingEnd = transfer.end;
+            return;
+        }
+    }
+}
+
+bool PipeEnd::Progress()
+{
+    if (transfers_.empty())
+    {
+        return false;
+    }
+    const Gate gate(control_->Descriptor());
+    PipeSlot slot = control_->ReadSlot(slot_);
+    ProgressInside(slot);
+    return !transfers_.empty();
+}
+
+BOOL PipeEnd::Start(Kind kind, void* buffer, const void* source, DWORD size, DWORD* bytes,
+                    OVERLAPPED* overlapped)
+{
+    if (overlapped_ && overlapped == nullptr)
+    {
+        return FailWith(ERROR_INVALID_PARAMETER);
+    }
+    OVERLAPPED own{};
+    OVERLAPPED& result = overlapped_ ? *overlapped : own;
+    {
+        const std::lock_guard lock(PipeMutex());
+        const Gate gate(control_->Descriptor());
+        PipeSlot slot = control_->ReadSlot(slot_);
+        const State state = Look(slot);
+        if (const DWORD error = Refusal(kind, state))
+        {
+            return FailWith(error);
+        }
+        Transfer transfer{kind, &result, FindEvent(result.hEvent), std::this_thread::get_id(), buffer, size,
+                          0,    0};
+        PipeFlow& flow = slot.flow[Outgoing()];
+        if (kind == Kind::Write)
+        {
+            if (!WriteAt(files_[Outgoing()], source, size, static_cast<off_t>(flow.written - flow.base)))
+            {
+                return FailWith(ErrorFromErrno(errno));
+            }
+            transfer.start = flow.written;
+            flow.written += size;
+            transfer.end = flow.written;
+        }
+        if (kind == Kind::Connect)
+        {
+            slot.phase = PipePhase::Listening;
+        }
+        result.Internal = statusPending;
+        result.InternalHigh = 0;
+        if (transfer.event)
+        {
+            transfer.event->Reset();
+        }
+        transfers_.push_back(std::move(transfer));
+        ProgressInside(slot);
+        if (overlapped_ && result.Internal == statusPending)
+        {
+            WatchTransfers(shared_from_this());
+            *bytes = 0;
+            NotifyWaiters();
+            return FailWith(ERROR_IO_PENDING);
+        }
+    }
+    NotifyWaiters(); // the other end may be in this process
+    if (!overlapped_)
+    {
+        // Without bound: the peer's reading, writing, closing or dying ends it.
+        WaitUntil(
+            [&]
+            {
+                const std::lock_guard lock(PipeMutex());
+                Progress();
+                return result.Internal != statusPending;
+            },
+            INFINITE, sharedStatePoll);
+    }
+    *bytes = static_cast<DWORD>(result.InternalHigh);
+    if (overlapped != nullptr && overlapped != &result)
+    {
+        overlapped->Internal = result.Internal;
+        overlapped->InternalHigh = result.InternalHigh;
+    }
+    const DWORD error = ErrorFromStatus(result.Internal);
+    return error == ERROR_SUCCESS ? TRUE : FailWith(error);
+}
+
+DWORD PipeEnd::Refusal(Kind kind, State state) const
+{
+    if (kind == Kind::Connect)
+    {
+        switch (state)
+        {
+        case State::Connected:
+            return ERROR_PIPE_CONNECTED;
+        case State::PeerGone:
+            return ERROR_NO_DATA;
+        default:
+            return ERROR_SUCCESS;
+        }
+    }
+    const std::size_t direction = kind == Kind::Read ? Incoming() : Outgoing();
+    if ((header_.access & (direction + 1)) == 0)
+    {
+        return ERROR_ACCESS_DENIED;
+    }
+    switch (state)
+    {
+    case State::Disconnected:
+        return ERROR_PIPE_NOT_CONNECTED;
+    case State::Listening:
+        return ERROR_PIPE_LISTENING;
+    case State::PeerGone:
+        return kind == Kind::Write ? ERROR_NO_DATA : ERROR_SUCCESS;
+    default:
+        return ERROR_SUCCESS;
+    }
+}
+
+BOOL PipeEnd::Read(void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* overlapped)
+{
+    return Start(Kind::Read, buffer, nullptr, size, bytes, overlapped);
+}
+
+BOOL PipeEnd::Write(const void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* overlapped)
+{
+    return Start(Kind::Write, nullptr, buffer, size, bytes, overlapped);
+}
+
+void PipeEnd::Cancel()
+{
+    const std::lock_guard lock(PipeMutex());
+    const Gate gate(control_->Descriptor());
+    PipeSlot slot = control_->ReadSlot(slot_);
+    // What has ended by itself meanwhile keeps its result.
+    ProgressInside(slot);
+    const auto self = std::this_thread::get_id();
+    CancelIf(slot, statusCancelled, [self](const Transfer& transfer) { return transfer.thread == self; });
+    control_->WriteSlot(slot_, slot);
+}
+
+void PipeEnd::CancelIf(PipeSlot& slot, ULONG_PTR status,
+                       const std::function<bool(const Transfer&)>& condition)
+{
+    // From the last one back: so bytes behind a withdrawn write are moved only where they have to stay.
+    for (auto transfer = transfers_.end(); transfer != transfers_.begin();)
+    {
+        --transfer;
+        if (!condition(*transfer))
+        {
+            continue;
+        }
+        if (transfer->kind == Kind::Write)
+        {
+            Withdraw(slot, *transfer);
+        }
+        Finish(*transfer, status, 0);
+        transfer = transfers_.erase(transfer);
+    }
+    Note(slot);
+}
+
+void PipeEnd::Withdraw(PipeSlot& slot, const Transfer& write)
+{
+    PipeFlow& flow = slot.flow[Outgoing()];
+    const std::uint64_t from = std::max(write.start, flow.read);
+    if (write.end <= from)
+    {
+        return;
+    }
+    // Later writes of other threads move up.
+    std::vector<char> later(static_cast<std::size_t>(flow.written - write.end));
+    const int file = files_[Outgoing()];
+    if (!ReadAt(file, later.data(), later.size(), static_cast<off_t>(write.end - flow.base)) ||
+        !WriteAt(file, later.data(), later.size(), static_cast<off_t>(from - flow.base)))
+    {
+        return; // the bytes stay: overwriting existing bytes fails only with the disk itself
+    }
+    const std::uint64_t length = write.end - from;
+    const std::uint64_t end = write.end;
+    flow.written -= length;
+    for (Transfer& transfer : transfers_)
+    {
+        if (transfer.kind == Kind::Write && transfer.start >= end)
+        {
+            transfer.start -= length;
+            transfer.end -= length;
+        }
+    }
+}
+} // namespace sndxposix

@@ -1,0 +1,359 @@
+// The frame of the COM objects: reference counts, registry of live objects, holder, class factory.
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include <shlobj.h>
+
+#include "gen/com.h"
+#include "tests/gen/reports.h"
+#include "tests/standin/plainallocation.h"
+#include "tests/support/text.h"
+
+namespace comtest
+{
+int g_alive = 0;
+
+// One interface: a factory, as the module's own.
+class One : public LComImplementation<IClassFactory>
+{
+  public:
+    One() { ++g_alive; }
+    ~One() override { --g_alive; }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
+    {
+        const bool known = LIsEqualGuid(riid, IID_IUnknown) || LIsEqualGuid(riid, IID_IClassFactory);
+        *ppv = known ? this : nullptr;
+        if (known)
+        {
+            AddRef();
+        }
+        return known ? S_OK : E_NOINTERFACE;
+    }
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID, void**) override { return E_FAIL; }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
+};
+
+class Two : public LComImplementation2<IClassFactory, IShellExtInit>
+{
+  public:
+    Two() { ++g_alive; }
+    ~Two() override { --g_alive; }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID, void**) override { return E_FAIL; }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
+    HRESULT STDMETHODCALLTYPE Initialize(PCIDLIST_ABSOLUTE, IDataObject*, HKEY) override { return E_NOTIMPL; }
+};
+} // namespace comtest
+
+namespace
+{
+using namespace sndxtest;
+using comtest::g_alive;
+using comtest::One;
+using comtest::Two;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+constexpr char tooOften[] =
+    "**LComImplementation<I>::Release is being called too often (check AddRefs and Releases match)";
+constexpr char alreadyDeleted[] =
+    "**LComImplementation<I>::Release called on an object which possibly has already been deleted!";
+constexpr char prematurely[] = "**LComImplementation<I>::~LComImplementation() is being deleted prematurely";
+constexpr char deletedTwice[] = "**LComDiagnostic::ObjectDelete Possible attempt to delete an object twice!";
+constexpr char noObject[] = "**LComInterfaceRef<T>::operator->() - attempting to dereference a NULL object";
+
+std::string Decimal(const void* p)
+{
+    return std::to_string(static_cast<std::int64_t>(reinterpret_cast<std::intptr_t>(p)));
+}
+
+std::string Created(const void* p)
+{
+    return "LComDiagnostic::ObjectCreate this=" + Decimal(p);
+}
+
+template <class T>
+class ComObjectTest : public ::testing::Test
+{
+  protected:
+    TraceCapture trace;
+};
+using Implementations = ::testing::Types<One, Two>;
+TYPED_TEST_SUITE(ComObjectTest, Implementations);
+
+TYPED_TEST(ComObjectTest, CountsReferencesAndDeletesItselfAtZero)
+{
+    TypeParam* object = new TypeParam;
+    EXPECT_TRUE(g_ComDiagnostic.ObjectExists(object));
+    EXPECT_TRUE(g_ComDiagnostic.AnyObjectExists());
+    EXPECT_TRUE(object->IsRegistered());
+    EXPECT_EQ(object->AddRef(), 1u);
+    EXPECT_EQ(object->AddRef(), 2u);
+    EXPECT_EQ(object->Release(), 1u);
+    EXPECT_EQ(g_alive, 1);
+    EXPECT_EQ(object->Release(), 0u);
+    EXPECT_EQ(g_alive, 0);
+    EXPECT_FALSE(g_ComDiagnostic.ObjectExists(object));
+    EXPECT_FALSE(g_ComDiagnostic.AnyObjectExists());
+    EXPECT_THAT(this->trace.Texts(), ElementsAre(Created(object)));
+}
+
+TYPED_TEST(ComObjectTest, AReleaseTooManyIsReportedAndTheObjectStays)
+{
+    TypeParam* object = new TypeParam;
+    this->trace.Restart();
+    EXPECT_EQ(object->Release(), 0xFFFFFFFFu);
+    EXPECT_EQ(g_alive, 1);
+    EXPECT_THAT(this->trace.Texts(), ElementsAre(tooOften));
+    EXPECT_EQ(object->AddRef(), 0u);
+    delete object;
+}
+
+TYPED_TEST(ComObjectTest, ADeleteWhileReferencedIsReportedAndUnregisters)
+{
+    auto* object = new TypeParam;
+    object->AddRef();
+    object->AddRef();
+    this->trace.Restart();
+    delete object;
+    EXPECT_FALSE(g_ComDiagnostic.ObjectExists(object));
+    EXPECT_THAT(this->trace.Texts(), ElementsAre(prematurely));
+}
+
+TYPED_TEST(ComObjectTest, AReleaseOfAnUnregisteredObjectIsReported)
+{
+    auto* object = new TypeParam;
+    object->AddRef();
+    g_ComDiagnostic.ObjectDelete(object);
+    this->trace.Restart();
+    EXPECT_EQ(object->Release(), 0u);
+    EXPECT_EQ(g_alive, 0);
+    EXPECT_THAT(this->trace.Texts(), ElementsAre(alreadyDeleted, deletedTwice));
+}
+
+TYPED_TEST(ComObjectTest, WithoutMemoryTheObjectIsNotRegistered)
+{
+    LDebugTrace("the trace has its own memory from here on");
+    FailAllocation(0);
+    auto* object = new TypeParam;
+    EXPECT_FALSE(object->IsRegistered());
+    EXPECT_FALSE(g_ComDiagnostic.ObjectExists(object));
+    this->trace.Restart();
+    object->AddRef();
+    EXPECT_EQ(object->Release(), 0u);
+    EXPECT_EQ(g_alive, 0);
+    EXPECT_THAT(this->trace.Texts(), IsEmpty());
+}
+
+TEST(ComObject, BothInterfacesShareOneCount)
+{
+    Two* object = new Two;
+    IClassFactory* first = object;
+    IShellExtInit* second = object;
+    EXPECT_EQ(static_cast<void*>(first), static_cast<void*>(object));
+    EXPECT_EQ(reinterpret_cast<char*>(second) - reinterpret_cast<char*>(first),
+              static_cast<std::ptrdiff_t>(sizeof(void*)));
+    EXPECT_EQ(first->AddRef(), 1u);
+    EXPECT_EQ(second->AddRef(), 2u);
+    EXPECT_EQ(first->Release(), 1u);
+    EXPECT_EQ(second->Release(), 0u);
+    EXPECT_EQ(g_alive, 0);
+    static_assert(sizeof(LComImplementation<IClassFactory>) == sizeof(void*) + 8);
+    static_assert(sizeof(LComImplementation2<IClassFactory, IShellExtInit>) == 2 * sizeof(void*) + 8);
+}
+
+TEST(ComRegistry, UnknownObjectsAreReported)
+{
+    const TraceCapture trace;
+    int object = 0;
+    EXPECT_FALSE(g_ComDiagnostic.ObjectExists(&object));
+    g_ComDiagnostic.ObjectDelete(&object);
+    EXPECT_THAT(trace.Texts(), ElementsAre(deletedTwice));
+}
+
+TEST(ComRegistry, FindsEachOfSeveralObjects)
+{
+    LComDiagnostic registry;
+    int objects[3] = {};
+    for (int& object : objects)
+    {
+        EXPECT_TRUE(registry.ObjectCreate(&object, TEXT("x")));
+    }
+    registry.ObjectDelete(&objects[1]);
+    EXPECT_TRUE(registry.ObjectExists(&objects[0]));
+    EXPECT_FALSE(registry.ObjectExists(&objects[1]));
+    EXPECT_TRUE(registry.ObjectExists(&objects[2]));
+    registry.ObjectDelete(&objects[0]);
+    registry.ObjectDelete(&objects[2]);
+    EXPECT_FALSE(registry.AnyObjectExists());
+}
+
+TEST(ComRegistry, ReportsAtItsEndWhatWasNotReleased)
+{
+    int objects[2] = {};
+    TraceCapture trace;
+    {
+        LComDiagnostic registry;
+        registry.ObjectCreate(&objects[0], TEXT("LComImplementation"));
+        registry.ObjectCreate(&objects[1], Wide(std::string(300, 'n')).c_str());
+        trace.Restart();
+    }
+    const std::string prefix = "**LComDiagnostic::~LComDiagnostic ";
+    const std::string report = prefix + "COM Object has not been properly released!";
+    EXPECT_THAT(trace.Texts(), ElementsAre("LComDiagnostic::~LComDiagnostic", report,
+                                           prefix + "szObjectName=" + std::string(259, 'n'),
+                                           prefix + "this=" + Decimal(&objects[1]), report,
+                                           prefix + "szObjectName=LComImplementation",
+                                           prefix + "this=" + Decimal(&objects[0])));
+}
+
+TEST(ComRegistry, IsUsedBelowOtherLocksWithoutAReport)
+{
+    const TraceCapture trace;
+    int object = 0;
+    const std::function<void()> operations[] = {[&] { g_ComDiagnostic.ObjectCreate(&object, TEXT("x")); },
+                                                [&] { EXPECT_TRUE(g_ComDiagnostic.ObjectExists(&object)); },
+                                                [&] { EXPECT_TRUE(g_ComDiagnostic.AnyObjectExists()); },
+                                                [&] { g_ComDiagnostic.ObjectDelete(&object); }};
+    for (const auto& operation : operations)
+    {
+        LLockObject other;
+        const LLockObjectScope lock(other);
+        operation();
+    }
+    EXPECT_THAT(trace.Texts(), ElementsAre(Created(&object)));
+}
+
+TEST(ComInterfaceRef, UseUntestedAndOfNullIsReported)
+{
+    const TraceCapture trace;
+    const LComInterfaceRef<One> reference;
+    EXPECT_EQ(reference.operator->(), nullptr);
+    EXPECT_THAT(trace.Texts(),
+                ElementsAre("**LComInterfaceRef<T>::operator->() - attempting to dereference a COM "
+                            "object without testing it first",
+                            noObject));
+}
+
+TEST(ComHolder, HoldsOneReferenceForItsLife)
+{
+    auto* object = new One;
+    {
+        const LComObject<One> holder(object);
+        EXPECT_EQ(holder.operator->(), object);
+        EXPECT_EQ(object->AddRef(), 2u);
+        EXPECT_EQ(holder->Release(), 1u);
+    }
+    EXPECT_EQ(g_alive, 0);
+}
+
+TEST(ComHolder, ANullImplementationIsReported)
+{
+    const TraceCapture trace;
+    const LComObject<One> holder(nullptr);
+    EXPECT_EQ(holder.operator->(), nullptr);
+    EXPECT_THAT(
+        trace.Texts(),
+        ElementsAre("**LComObject<class comtest::One>::LComObject ASSERTION FAILED pNewImplementation != "
+                    "NULL:\r\n   gen/com.h(755)",
+                    noObject));
+}
+
+class ComFactoryTest : public ::testing::Test
+{
+  protected:
+    ComFactoryTest() { factory->AddRef(); }
+    ~ComFactoryTest() override
+    {
+        EXPECT_EQ(factory->Release(), 0u);
+        EXPECT_FALSE(g_ComDiagnostic.AnyObjectExists());
+        EXPECT_EQ(g_alive, 0);
+    }
+    LComClassFactory<One>* factory = new LComClassFactory<One>;
+    TraceCapture trace;
+    void* out = this;
+};
+
+TEST_F(ComFactoryTest, AnswersForItsTwoInterfaces)
+{
+    for (const IID& iid : {IID_IUnknown, IID_IClassFactory})
+    {
+        EXPECT_EQ(factory->QueryInterface(iid, &out), S_OK);
+        EXPECT_EQ(out, factory);
+        EXPECT_EQ(factory->Release(), 1u);
+    }
+    EXPECT_EQ(factory->QueryInterface(IID_IShellExtInit, &out), E_NOINTERFACE);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(factory->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
+    EXPECT_EQ(factory->LockServer(TRUE), S_OK);
+    EXPECT_EQ(factory->LockServer(FALSE), S_OK);
+    EXPECT_THAT(trace.Texts(), IsEmpty());
+}
+
+TEST_F(ComFactoryTest, MakesObjectsOwnedByTheCaller)
+{
+    ASSERT_EQ(factory->CreateInstance(nullptr, IID_IClassFactory, &out), S_OK);
+    auto* object = static_cast<One*>(out);
+    EXPECT_THAT(trace.Texts(), ElementsAre(Created(object)));
+    EXPECT_EQ(object->AddRef(), 2u);
+    object->Release();
+    EXPECT_EQ(object->Release(), 0u);
+}
+
+TEST_F(ComFactoryTest, RefusesAggregationAndUnknownInterfacesAndLeavesNothing)
+{
+    EXPECT_EQ(factory->CreateInstance(factory, IID_IUnknown, &out), CLASS_E_NOAGGREGATION);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(factory->CreateInstance(factory, IID_IUnknown, nullptr), E_POINTER);
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
+    EXPECT_THAT(trace.Texts(), IsEmpty());
+    out = this;
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IShellExtInit, &out), E_NOINTERFACE);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(trace.Texts().size(), 1u) << "created, without a report at its end";
+}
+
+TEST_F(ComFactoryTest, WithoutMemoryForTheObjectOrItsRegistrationNothingIsHandedOut)
+{
+    FailAllocation(0);
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, &out), E_OUTOFMEMORY);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_THAT(trace.Texts(), ElementsAre("**LComObject<class comtest::One>::LComObject ASSERTION FAILED "
+                                           "pNewImplementation != NULL:\r\n   gen/com.h(755)"));
+    out = this;
+    trace.Restart();
+    FailAllocation(1);
+    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, &out), E_OUTOFMEMORY);
+    EXPECT_EQ(out, nullptr);
+    EXPECT_EQ(trace.Texts().size(), 1u) << "no misuse is reported of the object given up";
+}
+
+TEST(ComGuid, EqualityLooksAtEveryByte)
+{
+    EXPECT_TRUE(LIsEqualGuid(IID_IUnknown, IID_IUnknown));
+    for (std::size_t i = 0; i < sizeof(GUID); ++i)
+    {
+        GUID changed = IID_IUnknown;
+        reinterpret_cast<unsigned char*>(&changed)[i] ^= 1;
+        EXPECT_FALSE(LIsEqualGuid(changed, IID_IUnknown)) << i;
+    }
+}
+
+TEST(ComGuid, TraceLineInGroups)
+{
+    const TraceCapture trace;
+    LDebugTraceGuid(IID_IUnknown);
+    LDebugTraceGuid(IID_IShellExtInit);
+    LDebugTraceGuid({0x12345678, 0x9ABC, 0x0DEF, {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}});
+    LDebugTraceGuid({0xFFFFFFFF, 0xFFFF, 0xFFFF, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}});
+    EXPECT_THAT(trace.Texts(), ElementsAre("GUID = 00000000 0000 0000 c000 000000000046",
+                                           "GUID = 000214e8 0000 0000 c000 000000000046",
+                                           "GUID = 12345678 9abc 0def 0123 456789abcdef",
+                                           "GUID = ffffffff ffff ffff ffff ffffffffffff"));
+}
+} // namespace

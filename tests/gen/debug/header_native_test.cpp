@@ -1,0 +1,98 @@
+// Probes with answers of a test's choice: the native registry is the process's own, and its calls can fail.
+
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "gen/debug.h"
+#include "gen/debug/environment.h"
+#include "gen/debug/header.h"
+#include "sndxposix.h"
+#include "tests/support/text.h"
+#include "tests/support/tracefile.h"
+
+namespace
+{
+using namespace sndxtest;
+using ::testing::Contains;
+
+void SetMachineString(const char* path, const char* name, const std::string& text)
+{
+    HKEY key = nullptr;
+    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, Wide(path).c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key,
+                              nullptr),
+              ERROR_SUCCESS);
+    const WideString wide = Wide(text);
+    RegSetValueExW(key, Wide(name).c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(wide.c_str()),
+                   static_cast<DWORD>((wide.size() + 1) * sizeof(WCHAR)));
+    RegCloseKey(key);
+}
+
+std::string HeaderLine(const std::string& prefix)
+{
+    const TraceCapture trace;
+    LDebugWriteHeader();
+    for (const std::string& text : trace.Texts())
+    {
+        if (text.starts_with(prefix))
+        {
+            return text.substr(prefix.size());
+        }
+    }
+    return "(no such line)";
+}
+
+TEST(HeaderNative, TheReleaseNumberOfWindows10)
+{
+    for (const auto& [text, number, shown] : std::vector<std::tuple<std::string, std::int32_t, std::string>>{
+             {"1809", 1809, "10.0 (1809)  64-bit"}, {"none", 0, "10.0  64-bit"}, {"-5", -5, "10.0  64-bit"}})
+    {
+        SetMachineString("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", "ReleaseId", text);
+        const TraceCapture trace;
+        EXPECT_EQ(LGetWindowsReleaseNumber(), number);
+        EXPECT_EQ(HeaderLine("Windows Version: "), shown);
+        EXPECT_THAT(trace.Texts(),
+                    ::testing::Not(Contains("LGetWindowsReleaseNumber RegGetString() failed")));
+    }
+    TraceCapture trace;
+    sndxposix::FailCall("VerifyVersionInfoW", ERROR_OLD_WIN_VERSION);
+    EXPECT_EQ(LGetWindowsReleaseNumber(), 0);
+    EXPECT_THAT(trace.Texts(), ::testing::IsEmpty());
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\Microsoft\\Windows NT"));
+    EXPECT_EQ(HeaderLine("Windows Version: "), "10.0  64-bit");
+    EXPECT_THAT(trace.Texts(), Contains("LGetWindowsReleaseNumber RegGetString() failed"));
+}
+
+TEST(HeaderNative, TheProcessorsNameFromTheRegistry)
+{
+    constexpr char key[] = "hardware\\description\\system\\CentralProcessor\\0";
+    SetMachineString(key, "ProcessorNameString", "L\u00F6w 3000");
+    EXPECT_THAT(HeaderLine("Processor Details: "), ::testing::StartsWith("L\u00F6w 3000 ("));
+    const std::string name(256, 'p');
+    SetMachineString(key, "ProcessorNameString", name);
+    EXPECT_EQ(HeaderLine("Processor Details: ").substr(0, 258), name + " (");
+    EXPECT_EQ(HeaderLine("Processor Details: ").size(), 259u) << "cut to the usual buffer";
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, TEXT("hardware"));
+    EXPECT_THAT(HeaderLine("Processor Details: "), ::testing::StartsWith(" ("));
+}
+
+TEST(HeaderNative, FailedProbesLeaveAFullHeader)
+{
+    sndxposix::FailCall("GlobalMemoryStatusEx", ERROR_GEN_FAILURE);
+    EXPECT_EQ(HeaderLine("System memory: "), "4294967295");
+    sndxposix::FailCall("GetVersionExW", ERROR_GEN_FAILURE);
+    EXPECT_THAT(HeaderLine("Windows Version: "), ::testing::StartsWith("0.0 "));
+    sndxposix::FailCall("HeapLock", ERROR_GEN_FAILURE);
+    EXPECT_EQ(HeaderLine("Run Heap Size = "), "0");
+    // Asked for Wine's version all the same, when there is no Wine.
+    const TraceCapture trace;
+    LDebugTraceWineVersion();
+    EXPECT_THAT(trace.Texts(), ::testing::ElementsAre("Running under wine"));
+    sndxposix::FailCall("GetModuleHandleW", ERROR_MOD_NOT_FOUND);
+    LDebugTraceWineVersion();
+    EXPECT_EQ(trace.Texts().size(), 1u);
+    EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+}
+} // namespace

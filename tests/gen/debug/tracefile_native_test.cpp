@@ -1,0 +1,125 @@
+// The trace's clock and thread column at values of a test's choice, which only the native layer can set.
+
+#include <ctime>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+#include "gen/debug.h"
+#include "gen/debug/tracefile.h"
+#include "sndxposix.h"
+#include "tests/gen/debug/clock.h"
+#include "tests/support/child.h"
+#include "tests/support/text.h"
+#include "tests/support/tracefile.h"
+
+namespace
+{
+using namespace sndxtest;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+std::vector<std::string> Stamps(const std::vector<TraceLine>& lines, const std::string& text)
+{
+    std::vector<std::string> stamps;
+    for (const TraceLine& line : lines)
+    {
+        if (line.text == text)
+        {
+            stamps.push_back(line.stamp);
+        }
+    }
+    return stamps;
+}
+
+TEST(TraceClock, SplitsTheMillisecondsOfTheDay)
+{
+    const TraceCapture trace;
+    for (const std::uint32_t ticks :
+         {0u, 999u, 1000u, 59'999u, 3'599'999u, 3'600'000u, 86'399'999u, 86'400'000u, 4'294'967'295u})
+    {
+        sndxposix::SetTickCount(ticks);
+        LDebugTrace("x");
+    }
+    sndxposix::RunTickCount();
+    EXPECT_THAT(Stamps(trace.Lines(), "x"),
+                ElementsAre("00:00:00.000", "00:00:00.999", "00:00:01.000", "00:00:59.999", "00:59:59.999",
+                            "01:00:00.000", "23:59:59.999", "00:00:00.000", "17:02:47.295"));
+}
+
+TEST(TraceClock, TheThreadColumnIsTheIdentifierModulo10000)
+{
+    const TraceCapture trace;
+    for (const std::uint32_t id : {7u, 10'007u, 9999u, 4'294'967'295u})
+    {
+        sndxposix::SetCurrentThreadId(id);
+        LDebugTrace("x");
+    }
+    sndxposix::SetCurrentThreadId(0);
+    std::vector<std::string> columns;
+    for (const TraceLine& line : trace.Lines())
+    {
+        columns.push_back(line.thread);
+    }
+    EXPECT_THAT(columns, ElementsAre("0007", "0007", "9999", "7295"));
+}
+
+// Starts the trace ten seconds before midnight at the tick count of the argument.
+SNDX_CHILD(Midnight)
+{
+    sndxposix::SetTickCount(static_cast<std::uint32_t>(std::stoul(arguments.at(0))));
+    sndxposix::SetLocalTimeOfDay(23, 59, 50);
+    const LDebugTraceLifetime lifetime;
+    LDebugTrace("x");
+    sndxposix::AdvanceTickCount(8'999);
+    LDebugTrace("x");
+    sndxposix::AdvanceTickCount(1'001);
+    LDebugTrace("x");
+    // Neither the local time nor the days that have passed count any more.
+    sndxposix::SetLocalTimeOfDay(12, 0, 0);
+    sndxposix::AdvanceTickCount(3 * millisecondsOfDay);
+    LDebugTrace("x");
+    return 0;
+}
+
+TEST(TraceClock, RunsFromLocalTimeAtTheStartAndWrapsAtMidnight)
+{
+    // The tick count itself wraps, too; and at less than a day the base lies before zero.
+    for (const char* ticks : {"100000000", "5000", "4294960000"})
+    {
+        RemoveTraceFiles();
+        ASSERT_EQ(ChildProcess("Midnight", {ticks}).Wait(), 0);
+        const std::vector<std::string> stamps = Stamps(ParseTrace(ReadWholeFile(TraceFilePath())), "x");
+        // Real time may have reached the next second between the setting and the start.
+        EXPECT_THAT(stamps, ::testing::AnyOf(
+                                ElementsAre("23:59:50.000", "23:59:58.999", "00:00:00.000", "00:00:00.000"),
+                                ElementsAre("23:59:51.000", "23:59:59.999", "00:00:01.000", "00:00:01.000")))
+            << ticks;
+    }
+}
+
+SNDX_CHILD(NoFolder)
+{
+    sndxposix::FailCall("SHGetFolderPathW", ERROR_ACCESS_DENIED);
+    return Utf8(LDebugGetFilePath()) == arguments.at(0) ? 0 : 1;
+}
+
+TEST(TraceFileNative, WithoutAnApplicationDataFolderThePathIsTheNameAlone)
+{
+    const std::string path = TraceFilePath();
+    EXPECT_EQ(ChildProcess("NoFolder", {path.substr(path.rfind('\\') + 1)}).Wait(), 0);
+}
+
+TEST(TraceFileNative, ALineThatIsNotWrittenInFullIsNotReported)
+{
+    const TraceCapture trace;
+    sndxposix::FailCall("WriteFile", ERROR_DISK_FULL);
+    LDebugTrace("lost");
+    sndxposix::FailCall("CreateFileW", ERROR_ACCESS_DENIED);
+    LDebugTrace("lost");
+    EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+    LDebugTrace("next");
+    EXPECT_THAT(trace.Texts(), ElementsAre("next"));
+}
+} // namespace

@@ -1,0 +1,258 @@
+// Files of the POSIX layer where Wine is no measure: it keeps no archive attribute, and as superuser it
+// writes read-only files. Also what exists on POSIX only: the mapping of paths, and special files.
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "posix/internal.h"
+#include "tests/platform/temporaryfolder.h"
+
+namespace
+{
+using namespace sndxtest;
+using sndxposix::RootFolder;
+using sndxposix::ToUnixPath;
+using sndxposix::ToWindowsPath;
+
+HANDLE Open(const WideString& path, DWORD access, DWORD share, DWORD disposition)
+{
+    return CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+class NativeFiles : public testing::Test
+{
+  protected:
+    NativeFiles()
+    {
+        const HANDLE file = Open(path, GENERIC_WRITE, 0, CREATE_ALWAYS);
+        EXPECT_TRUE(CloseHandle(file));
+    }
+    TemporaryFolder folder;
+    const WideString path = folder / "file.txt";
+    const std::string unixPath = ToUnixPath(path.c_str());
+};
+
+TEST_F(NativeFiles, AttributesAreKeptAndRead)
+{
+    ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL));
+    EXPECT_EQ(GetFileAttributesW(path.c_str()), FILE_ATTRIBUTE_NORMAL);
+    ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY));
+    EXPECT_EQ(GetFileAttributesW(path.c_str()), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY);
+    ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_ARCHIVE));
+    EXPECT_EQ(GetFileAttributesW(path.c_str()), FILE_ATTRIBUTE_ARCHIVE);
+
+    ASSERT_TRUE(CreateDirectoryW((folder / "sub").c_str(), nullptr));
+    ASSERT_TRUE(SetFileAttributesW((folder / "sub").c_str(), FILE_ATTRIBUTE_ARCHIVE));
+    EXPECT_EQ(GetFileAttributesW((folder / "sub").c_str()),
+              FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_DIRECTORY);
+
+    // The form that other programs write.
+    ASSERT_EQ(setxattr(unixPath.c_str(), "user.DOSATTRIB", "0x6", 3, 0), 0);
+    EXPECT_EQ(GetFileAttributesW(path.c_str()), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+}
+
+TEST_F(NativeFiles, ReadOnlyHoldsForTheSuperuserToo)
+{
+    ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY));
+    EXPECT_EQ(Open(path, GENERIC_WRITE, 0, OPEN_EXISTING), INVALID_HANDLE_VALUE);
+    EXPECT_EQ(GetLastError(), ERROR_ACCESS_DENIED);
+    const HANDLE file = Open(path, GENERIC_READ, 0, OPEN_EXISTING);
+    EXPECT_TRUE(CloseHandle(file));
+    EXPECT_FALSE(DeleteFileW(path.c_str()));
+    EXPECT_EQ(access(unixPath.c_str(), F_OK), 0);
+}
+
+TEST_F(NativeFiles, SpecialFilesAreNone)
+{
+    const std::string fifo = unixPath + ".fifo";
+    ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+    const WideString name = folder / "file.txt.fifo";
+    EXPECT_EQ(GetFileAttributesW(name.c_str()), INVALID_FILE_ATTRIBUTES);
+    // Would block without end if the layer waited for the other end of the FIFO.
+    EXPECT_EQ(Open(name, GENERIC_READ, 0, OPEN_EXISTING), INVALID_HANDLE_VALUE);
+    unlink(fifo.c_str());
+}
+
+TEST_F(NativeFiles, ANameThatGoesWhileItIsOpenedIsNotOpened)
+{
+    // Deleted and made again by one thread, opened by another: an open that got hold of the old file would
+    // write into nowhere.
+    std::atomic<bool> stop{false};
+    std::thread remover(
+        [&]
+        {
+            while (!stop)
+            {
+                if (DeleteFileW(path.c_str()))
+                {
+                    CloseHandle(Open(path, GENERIC_WRITE, 7, OPEN_ALWAYS));
+                }
+            }
+        });
+    int opened = 0;
+    for (int i = 0; i < 5000; ++i)
+    {
+        const HANDLE file = Open(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS);
+        if (file != INVALID_HANDLE_VALUE)
+        {
+            // Nobody can delete it now: what is written is what the name leads to.
+            DWORD bytes = 0;
+            EXPECT_TRUE(WriteFile(file, &i, sizeof i, &bytes, nullptr));
+            int found = -1;
+            const int direct = open(unixPath.c_str(), O_RDONLY | O_CLOEXEC);
+            EXPECT_EQ(read(direct, &found, sizeof found), static_cast<ssize_t>(sizeof found));
+            close(direct);
+            EXPECT_EQ(found, i);
+            ++opened;
+            CloseHandle(file);
+        }
+    }
+    stop = true;
+    remover.join();
+    EXPECT_GT(opened, 0);
+}
+
+TEST_F(NativeFiles, OpensAtTheSameMomentDoNotMissEachOther)
+{
+    std::atomic<int> inside{0};
+    std::atomic<int> opened{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+    {
+        threads.emplace_back(
+            [&]
+            {
+                for (int round = 0; round < 3000; ++round)
+                {
+                    const HANDLE file = Open(path, GENERIC_WRITE, 0, OPEN_EXISTING);
+                    if (file != INVALID_HANDLE_VALUE)
+                    {
+                        EXPECT_EQ(inside.fetch_add(1), 0);
+                        ++opened;
+                        std::this_thread::yield();
+                        --inside;
+                        CloseHandle(file);
+                    }
+                }
+            });
+    }
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
+    EXPECT_GT(opened, 1000);
+}
+
+// A child between fork and exec has copies of all descriptors.
+TEST_F(NativeFiles, ClosingEndsDenialsThoughAChildHasTheDescriptor)
+{
+    const HANDLE file = Open(path, GENERIC_WRITE, 0, OPEN_EXISTING);
+    int pipe[2];
+    ASSERT_EQ(pipe2(pipe, O_CLOEXEC), 0);
+    const pid_t child = fork();
+    if (child == 0)
+    {
+        close(pipe[1]);
+        char byte;
+        _exit(static_cast<int>(read(pipe[0], &byte, 1))); // until the parent closes its end
+    }
+    CloseHandle(file);
+    const HANDLE again = Open(path, GENERIC_WRITE, 0, OPEN_EXISTING);
+    EXPECT_NE(again, INVALID_HANDLE_VALUE);
+    CloseHandle(again);
+    close(pipe[0]);
+    close(pipe[1]);
+    waitpid(child, nullptr, 0);
+}
+
+TEST_F(NativeFiles, ALockedFileIsRefusedAtOnce)
+{
+    const HANDLE file = Open(path, GENERIC_WRITE, 0, OPEN_EXISTING);
+    const auto begin = std::chrono::steady_clock::now();
+    for (int i = 0; i < 100; ++i)
+    {
+        ASSERT_EQ(Open(path, GENERIC_WRITE, 0, OPEN_EXISTING), INVALID_HANDLE_VALUE);
+        ASSERT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(2));
+    CloseHandle(file);
+}
+
+TEST(NativePaths, DrivesAndSeparators)
+{
+    const std::string driveC = RootFolder() + "/drive_c";
+    struct Case
+    {
+        const char16_t* windows;
+        std::string unixPath;
+    };
+    const Case cases[] = {
+        {u"C:\\", driveC},
+        {u"C:", driveC},
+        {u"c:/a\\b", driveC + "/a/b"},
+        {u"C:\\a\\", driveC + "/a"},
+        {u"C:\\a\\.\\b\\..\\c", driveC + "/a/c"},
+        {u"C:\\..\\..\\a", driveC + "/a"},
+        {u"\\\\?\\C:\\a", driveC + "/a"},
+        {u"Z:\\", "/"},
+        {u"z:\\proc\\self", "/proc/self"},
+        {u"Z:\\..\\proc", "/proc"},
+        {u"Q:\\a", ""},
+        {u"\\\\server\\share", ""},
+        {u"", ""},
+    };
+    for (const Case& each : cases)
+    {
+        EXPECT_EQ(ToUnixPath(each.windows), each.unixPath) << Utf8(each.windows);
+    }
+    EXPECT_EQ(Utf8(ToWindowsPath(driveC)), "C:\\");
+    EXPECT_EQ(Utf8(ToWindowsPath(driveC + "/a/b")), "C:\\a\\b");
+    EXPECT_EQ(Utf8(ToWindowsPath(driveC + "2/a")), Utf8(ToWindowsPath(RootFolder())) + "\\drive_c2\\a");
+    EXPECT_EQ(Utf8(ToWindowsPath("/")), "Z:\\");
+    EXPECT_EQ(Utf8(ToWindowsPath("/proc/self")), "Z:\\proc\\self");
+}
+
+TEST(NativePaths, WithoutADriveAreTakenFromTheCurrentFolder)
+{
+    const std::string driveC = RootFolder() + "/drive_c";
+    char* const before = getcwd(nullptr, 0);
+    ASSERT_EQ(mkdir((driveC + "/here").c_str(), 0700), 0);
+    ASSERT_EQ(chdir((driveC + "/here").c_str()), 0);
+    EXPECT_EQ(ToUnixPath(u"name"), driveC + "/here/name");
+    EXPECT_EQ(ToUnixPath(u"..\\name"), driveC + "/name");
+    EXPECT_EQ(ToUnixPath(u"\\name"), driveC + "/name");
+    EXPECT_EQ(ToUnixPath(u"HERE"), driveC + "/here/HERE");
+    EXPECT_EQ(ToUnixPath(u"\\HERE"), driveC + "/here");
+    ASSERT_EQ(chdir("/proc"), 0);
+    EXPECT_EQ(ToUnixPath(u"name"), "/proc/name");
+    EXPECT_EQ(ToUnixPath(u"\\name"), "/name");
+    ASSERT_EQ(chdir(before), 0);
+    std::free(before);
+    rmdir((driveC + "/here").c_str());
+}
+
+TEST(NativePaths, NamesAsSpelledComeFirst)
+{
+    const TemporaryFolder folder;
+    const std::string unixFolder = ToUnixPath((folder / "").c_str());
+    for (const char* name : {"/Name", "/name"})
+    {
+        close(open((unixFolder + name).c_str(), O_CREAT | O_CLOEXEC | O_WRONLY, 0600));
+    }
+    EXPECT_EQ(ToUnixPath((folder / "Name").c_str()), unixFolder + "/Name");
+    EXPECT_EQ(ToUnixPath((folder / "name").c_str()), unixFolder + "/name");
+    EXPECT_EQ(sndxposix::FoldCase(u"A\u00C4\u0106\u0178\u0416\u00D7z"), u"a\u00E4\u0107\u00FF\u0436\u00D7z");
+}
+} // namespace

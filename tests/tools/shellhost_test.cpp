@@ -1,0 +1,182 @@
+#include <sstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tools/shellhost/shellhost.h"
+
+using sndxtools::Arguments;
+using testing::HasSubstr;
+
+namespace
+{
+struct Answer
+{
+    int exitCode;
+    std::string out;
+    std::string err;
+};
+
+Answer RunHost(const Arguments& arguments, const std::string& input = {})
+{
+    std::istringstream in(input);
+    std::ostringstream out;
+    std::ostringstream err;
+    const int exitCode = sndxtools::RunShellHost(arguments, in, out, err);
+    return {exitCode, out.str(), err.str()};
+}
+
+Answer RunWithStandIn(Arguments arguments, const std::string& input = {})
+{
+    arguments.insert(arguments.begin(), {"--module", SNDX_STANDIN_MODULE});
+    return RunHost(arguments, input);
+}
+} // namespace
+
+TEST(ShellHost, WrongUsageIsToldBeforeAnyModuleIsLoaded)
+{
+    const struct
+    {
+        Arguments arguments;
+        const char* complaint;
+    } cases[] = {
+        {{}, "a command is missing"},
+        {{"bogus"}, "unknown command 'bogus'"},
+        {{"--bogus", "overlay", "C:\\a"}, "unknown option '--bogus'"},
+        {{"--module"}, "--module needs a value"},
+        {{"--module", "C:\\m.dll", "--registered", "overlay", "C:\\a"}, "exclude each other"},
+        {{"--module", "C:\\m.dll", "overlay"}, "a path is missing"},
+        {{"--module", "C:\\m.dll", "overlay", "C:\\a", "b\\c"}, "'b\\c' is not a full path"},
+        {{"--module", "C:\\m.dll", "menu", "C:"}, "'C:' is not a full path"},
+        {{"--module", "C:\\m.dll", "menu", "--cmd-first", "x", "C:\\a"}, "--cmd-first: 'x'"},
+        {{"--module", "C:\\m.dll", "menu", "--cmd-last"}, "--cmd-last needs a value"},
+        {{"--module", "C:\\m.dll", "menu", "--flags", "all", "C:\\a"}, "--flags"},
+        {{"--module", "C:\\m.dll", "invoke"}, "a menu command is missing"},
+        {{"--module", "C:\\m.dll", "invoke", "65536", "C:\\a"}, "unknown menu command '65536'"},
+        {{"--module", "C:\\m.dll", "state-changed", "now"}, "takes no arguments"},
+        {{"--module", "C:\\m.dll", "shell", "now"}, "takes no arguments"},
+    };
+    for (const auto& [arguments, complaint] : cases)
+    {
+        const Answer answer = RunHost(arguments);
+        EXPECT_EQ(answer.exitCode, 2) << complaint;
+        EXPECT_EQ(answer.out, "") << complaint;
+        EXPECT_THAT(answer.err, HasSubstr(complaint));
+    }
+}
+
+TEST(ShellHost, HelpIsAnAnswer)
+{
+    EXPECT_THAT(RunHost({"--help"}).out, HasSubstr("unload-test"));
+    const Answer menu = RunHost({"menu", "--help"});
+    EXPECT_EQ(menu.exitCode, 0);
+    EXPECT_THAT(menu.out, HasSubstr("--cmd-first N"));
+    EXPECT_EQ(RunHost({"shell", "--help"}).exitCode, 0);
+}
+
+TEST(ShellHost, MissingOrForeignModulesEndWithExitCode3)
+{
+    const Answer missing = RunHost({"--module", "no-such-module.dll", "overlay", "C:\\a"});
+    EXPECT_EQ(missing.exitCode, 3);
+    EXPECT_THAT(missing.err, HasSubstr("no-such-module.dll'"));
+#ifdef _WIN32
+    const char* foreign = "C:\\windows\\system32\\version.dll";
+#else
+    const char* foreign = SNDX_FOREIGN_LIBRARY;
+#endif
+    const Answer other = RunHost({"--module", foreign, "state-changed"});
+    EXPECT_EQ(other.exitCode, 3);
+    EXPECT_THAT(other.err, HasSubstr("does not export DllGetClassObject"));
+    // No module beside this test program.
+    EXPECT_EQ(RunHost({"state-changed"}).exitCode, 3);
+}
+
+TEST(ShellHost, OverlayTellsMembershipAndIcon)
+{
+    const Answer answer = RunWithStandIn({"overlay", "C:\\inside\\\u00E4.txt", "C:\\outside"});
+    EXPECT_EQ(answer.exitCode, 0) << answer.err;
+    EXPECT_EQ(answer.out, "C:\\inside\\\u00E4.txt: overlay\n"
+                          "C:\\outside: no overlay\n"
+                          "icon file: C:\\icon.dll\n"
+                          "icon index: 4\n"
+                          "priority: 9\n");
+    const Answer broken = RunWithStandIn({"overlay", "C:\\broken"});
+    EXPECT_EQ(broken.exitCode, 1);
+    EXPECT_THAT(broken.out, HasSubstr("C:\\broken: IsMemberOf answered 0x80004005 (E_FAIL)\n"));
+}
+
+TEST(ShellHost, MenuShowsTheSubmenuOfTheWholeSelection)
+{
+    const std::string longPath = "D:\\" + std::string(400, 'l');
+    const Answer answer = RunWithStandIn(
+        {"menu", "--cmd-first", "100", "--cmd-last", "101", "C:\\inside\\a b.txt", "D:\\\u00F6"});
+    EXPECT_EQ(answer.exitCode, 0) << answer.err;
+    EXPECT_EQ(answer.out, "Stand-in >\n"
+                          "    C:\\inside\\a b.txt  [100]  no help text\n"
+                          "    D:\\\u00F6  [101]  \"Help \u00F6\"\n"
+                          "result: 0x00000002, 2 command identifiers used\n");
+
+    const Answer refused =
+        RunWithStandIn({"menu", "--cmd-first", "100", "--cmd-last", "101", "C:\\inside", "D:\\a", longPath});
+    EXPECT_EQ(refused.exitCode, 1);
+    EXPECT_THAT(refused.out, HasSubstr("0x80000000"));
+
+    const Answer defaultOnly = RunWithStandIn({"menu", "--flags", "default-only", "C:\\inside"});
+    EXPECT_EQ(defaultOnly.out, "result: 0x00000000 (S_OK), 0 command identifiers used\n");
+
+    const Answer uninitialized = RunWithStandIn({"menu", "C:\\broken"});
+    EXPECT_EQ(uninitialized.exitCode, 1);
+    EXPECT_THAT(uninitialized.err, HasSubstr("IShellExtInit::Initialize answered 0x80070057 (E_INVALIDARG)"));
+}
+
+TEST(ShellHost, InvokePassesOffsetAndSelection)
+{
+    EXPECT_THAT(RunWithStandIn({"invoke", "upload", "C:\\a", "C:\\b", "D:\\c"}).out,
+                HasSubstr("result: 0x80040003, "));
+    EXPECT_THAT(RunWithStandIn({"invoke", "delete", "C:\\a"}).out, HasSubstr("result: 0x80040201, "));
+    EXPECT_THAT(RunWithStandIn({"invoke", "7", "C:\\a"}).out, HasSubstr("result: 0x80040701, "));
+    EXPECT_EQ(RunWithStandIn({"invoke", "7", "C:\\a"}).exitCode, 1);
+    const Answer download = RunWithStandIn({"invoke", "download", "C:\\a"});
+    EXPECT_EQ(download.exitCode, 0);
+    EXPECT_THAT(download.out, HasSubstr("result: 0x00000000 (S_OK), "));
+}
+
+TEST(ShellHost, ShellKeepsTheModuleLoadedUntilTheUnloadTestFreesIt)
+{
+    const Answer answer = RunWithStandIn({"shell"}, "# first\n"
+                                                    "\n"
+                                                    "overlay \"C:\\inside a\"\r\n"
+                                                    "bogus\n"
+                                                    "overlay \"open\n"
+                                                    "state-changed\n"
+                                                    "unload-test\n"
+                                                    "unload-test\n"
+                                                    "quit\n"
+                                                    "overlay C:\\never\n");
+    EXPECT_EQ(answer.exitCode, 2);
+    std::vector<std::string> codes;
+    std::istringstream lines(answer.out);
+    for (std::string line; std::getline(lines, line);)
+    {
+        if (line.starts_with("["))
+        {
+            codes.push_back(line);
+        }
+    }
+    // The announcement makes the module answer wrongly; only a module loaded afresh answers rightly again.
+    EXPECT_THAT(codes, testing::ElementsAre("[0]", "[2]", "[2]", "[0]", "[1]", "[0]"));
+    EXPECT_THAT(answer.out, HasSubstr("C:\\inside a: overlay\n"));
+    EXPECT_THAT(answer.out,
+                HasSubstr("overlay object created: DllCanUnloadNow answers 0x00000000 (S_OK), but an "
+                          "object is alive\n"));
+    EXPECT_THAT(answer.err, HasSubstr("a double quote is not closed"));
+    EXPECT_EQ(answer.out.find("never"), std::string::npos);
+}
+
+#ifndef _WIN32
+TEST(ShellHost, PosixPathsReachTheModuleInWindowsSpelling)
+{
+    EXPECT_THAT(RunWithStandIn({"overlay", "/inside/a b"}).out, HasSubstr("Z:\\inside\\a b: overlay\n"));
+    EXPECT_EQ(RunHost({"--registered", "overlay", "/a"}).exitCode, 2);
+}
+#endif

@@ -1,0 +1,209 @@
+// A shell extension that makes what the host does visible: the menu shows the selection's paths, results
+// tell command and number of paths. It misbehaves on request: after StateChanged it always agrees to be
+// unloaded; a path that contains "broken" makes calls fail.
+
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <windows.h>
+#include <shlobj.h>
+#include <shellapi.h>
+
+#include "tools/comref.h"
+
+namespace
+{
+using WideString = std::basic_string<WCHAR>;
+
+constexpr CLSID overlayClass = {0x041C6567, 0x1AB1, 0x4B57, {0xBD, 0x0F, 0xD9, 0x1A, 0xC4, 0x6B, 0x97, 0x3B}};
+constexpr CLSID contextMenuClass = {
+    0x75C582E7, 0x666B, 0x4191, {0x90, 0x85, 0x2B, 0x1F, 0x99, 0xD4, 0xCB, 0xCC}};
+
+int handlers = 0;
+bool alwaysAgrees = false;
+
+bool Contains(const WideString& path, const WCHAR* word)
+{
+    return path.find(word) != WideString::npos;
+}
+
+// Reference counting for one object with the interfaces given.
+template <class... Interfaces>
+class Counted : public Interfaces...
+{
+  public:
+    virtual ~Counted() = default;
+    ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
+    ULONG STDMETHODCALLTYPE Release() override
+    {
+        const ULONG left = --references_;
+        if (left == 0)
+        {
+            delete this;
+        }
+        return left;
+    }
+
+  protected:
+    template <class Interface>
+    HRESULT Offer(Interface* object, void** out)
+    {
+        *out = object;
+        AddRef();
+        return S_OK;
+    }
+
+  private:
+    ULONG references_ = 1;
+};
+
+class Overlay final : public Counted<IShellIconOverlayIdentifier>
+{
+  public:
+    Overlay() { ++handlers; }
+    ~Overlay() override { --handlers; }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
+    {
+        *out = nullptr;
+        return IsEqualIID(iid, IID_IShellIconOverlayIdentifier) ? Offer(this, out) : E_NOINTERFACE;
+    }
+    HRESULT STDMETHODCALLTYPE IsMemberOf(PCWSTR path, DWORD) override
+    {
+        return Contains(path, TEXT("broken")) ? E_FAIL : Contains(path, TEXT("inside")) ? S_OK : S_FALSE;
+    }
+    HRESULT STDMETHODCALLTYPE GetOverlayInfo(PWSTR file, int, int* index, DWORD* flags) override
+    {
+        WideString(TEXT("C:\\icon.dll")).copy(file, 11);
+        *index = 4;
+        *flags = ISIOI_ICONFILE | ISIOI_ICONINDEX;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE GetPriority(int* priority) override
+    {
+        *priority = 9;
+        return S_OK;
+    }
+};
+
+class Menu final : public Counted<IContextMenu, IShellExtInit>
+{
+  public:
+    Menu() { ++handlers; }
+    ~Menu() override { --handlers; }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
+    {
+        *out = nullptr;
+        if (IsEqualIID(iid, IID_IShellExtInit))
+        {
+            return Offer<IShellExtInit>(this, out);
+        }
+        return IsEqualIID(iid, IID_IContextMenu) ? Offer<IContextMenu>(this, out) : E_NOINTERFACE;
+    }
+    HRESULT STDMETHODCALLTYPE Initialize(LPCITEMIDLIST, IDataObject* data, HKEY) override
+    {
+        FORMATETC format = {CF_HDROP, nullptr, DVASPECT_CONTENT, -1, TYMED_HGLOBAL};
+        STGMEDIUM medium = {};
+        if (FAILED(data->GetData(&format, &medium)))
+        {
+            return E_INVALIDARG;
+        }
+        const auto drop = static_cast<HDROP>(GlobalLock(medium.hGlobal));
+        const UINT count = DragQueryFileW(drop, 0xFFFFFFFF, nullptr, 0);
+        for (UINT i = 0; i < count; ++i)
+        {
+            WideString path(DragQueryFileW(drop, i, nullptr, 0) + 1, WCHAR{});
+            path.resize(DragQueryFileW(drop, i, path.data(), static_cast<UINT>(path.size())));
+            paths_.push_back(path);
+        }
+        GlobalUnlock(medium.hGlobal);
+        ReleaseStgMedium(&medium);
+        return paths_.empty() || Contains(paths_[0], TEXT("broken")) ? E_INVALIDARG : S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE QueryContextMenu(HMENU menu, UINT index, UINT first, UINT last,
+                                               UINT flags) override
+    {
+        if (!Contains(paths_[0], TEXT("inside")) || first + paths_.size() - 1 > last)
+        {
+            return static_cast<HRESULT>(0x80000000u);
+        }
+        if ((flags & CMF_DEFAULTONLY) != 0)
+        {
+            return S_OK;
+        }
+        HMENU submenu = CreatePopupMenu();
+        for (UINT i = 0; i < paths_.size(); ++i)
+        {
+            InsertMenuW(submenu, i, MF_BYPOSITION, first + i, paths_[i].c_str());
+        }
+        InsertMenuW(menu, index, MF_BYPOSITION | MF_POPUP, reinterpret_cast<UINT_PTR>(submenu),
+                    TEXT("Stand-in"));
+        return static_cast<HRESULT>(paths_.size());
+    }
+    // Command c of n paths: 0x80040cnn.
+    HRESULT STDMETHODCALLTYPE InvokeCommand(CMINVOKECOMMANDINFO* info) override
+    {
+        const auto command = static_cast<UINT>(reinterpret_cast<ULONG_PTR>(info->lpVerb));
+        return static_cast<HRESULT>(
+            command == 1 ? 0u : 0x80040000u | command << 8 | static_cast<UINT>(paths_.size()));
+    }
+    HRESULT STDMETHODCALLTYPE GetCommandString(UINT_PTR command, UINT type, UINT*, CHAR* text, UINT) override
+    {
+        if (command != 1 || type != GCS_HELPTEXTW)
+        {
+            return E_INVALIDARG;
+        }
+        WideString(TEXT("Help \u00F6")).copy(reinterpret_cast<WCHAR*>(text), 6);
+        return S_OK;
+    }
+
+  private:
+    std::vector<WideString> paths_;
+};
+
+template <class Handler>
+class Factory final : public Counted<IClassFactory>
+{
+  public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
+    {
+        *out = nullptr;
+        return IsEqualIID(iid, IID_IClassFactory) ? this->Offer(this, out) : E_NOINTERFACE;
+    }
+    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID iid, void** out) override
+    {
+        return sndxtools::ComRef<Handler>::Adopt(new Handler)->QueryInterface(iid, out);
+    }
+    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
+};
+
+template <class Handler>
+HRESULT GetFactory(REFIID iid, void** out)
+{
+    return sndxtools::ComRef<Factory<Handler>>::Adopt(new Factory<Handler>)->QueryInterface(iid, out);
+}
+} // namespace
+
+#ifdef _WIN32
+#define EXPORTED extern "C" __declspec(dllexport)
+#else
+#define EXPORTED extern "C" __attribute__((visibility("default")))
+#endif
+
+EXPORTED HRESULT STDMETHODCALLTYPE DllGetClassObject(REFCLSID classId, REFIID iid, void** out)
+{
+    *out = nullptr;
+    return IsEqualCLSID(classId, overlayClass)       ? GetFactory<Overlay>(iid, out)
+           : IsEqualCLSID(classId, contextMenuClass) ? GetFactory<Menu>(iid, out)
+                                                     : CLASS_E_CLASSNOTAVAILABLE;
+}
+
+EXPORTED HRESULT STDMETHODCALLTYPE DllCanUnloadNow()
+{
+    return handlers > 0 && !alwaysAgrees ? S_FALSE : S_OK;
+}
+
+EXPORTED void STDMETHODCALLTYPE StateChanged()
+{
+    alwaysAgrees = true;
+}
