@@ -85,7 +85,8 @@ class StorageMedium
 class LockedGlobal
 {
   public:
-    explicit LockedGlobal(HGLOBAL hGlobal) : m_hGlobal(hGlobal), m_p(hGlobal == nullptr ? nullptr : GlobalLock(hGlobal))
+    explicit LockedGlobal(HGLOBAL hGlobal)
+        : m_hGlobal(hGlobal), m_p(hGlobal == nullptr ? nullptr : GlobalLock(hGlobal))
     {
     }
     ~LockedGlobal()
@@ -175,13 +176,15 @@ HRESULT LSendoraContextMenu::ReadDrop(HDROP hDrop)
     return S_OK;
 }
 
-HRESULT LSendoraContextMenu::QueryContextMenu(HMENU hmenu, UINT indexMenu, UINT idCmdFirst, UINT idCmdLast, UINT uFlags)
+HRESULT LSendoraContextMenu::QueryContextMenu(HMENU hmenu, UINT indexMenu, UINT idCmdFirst, UINT idCmdLast,
+                                              UINT uFlags)
 {
     LDebugTraceFunction("LSendoraContextMenu::QueryContextMenu", false, "");
     bool bFound = false;
     if (m_Files.GetCount() > 0)
     {
-        LDebugTraceFunctionF("LSendoraContextMenu::QueryContextMenu", false, TEXT("file: %s"), m_Files.Get(0));
+        LDebugTraceFunctionF("LSendoraContextMenu::QueryContextMenu", false, TEXT("file: %s"),
+                             m_Files.Get(0));
         bFound = FileBelongsToAccount(m_Files.Get(0), "LSendoraContextMenu::QueryContextMenu");
     }
     if (!bFound)
@@ -189,7 +192,8 @@ HRESULT LSendoraContextMenu::QueryContextMenu(HMENU hmenu, UINT indexMenu, UINT 
         LDebugTraceFunction("LSendoraContextMenu::QueryContextMenu", false, "Does NOT belong");
         return g_hrNothingAdded;
     }
-    // Room for all commands is wanted even when the last one will not be used. Written so that it cannot wrap.
+    // Room for all commands is wanted even when the last one will not be used. Written so that it cannot
+    // wrap.
     if (idCmdLast < g_uCommands - 1 || idCmdFirst > idCmdLast - (g_uCommands - 1))
     {
         return g_hrNothingAdded;
@@ -208,7 +212,8 @@ HRESULT LSendoraContextMenu::QueryContextMenu(HMENU hmenu, UINT indexMenu, UINT 
             return g_hrNothingAdded; // no half a menu
         }
     }
-    return popup.MoveInto(hmenu, indexMenu, TEXT("Sendora")) ? static_cast<HRESULT>(uAdded) : g_hrNothingAdded;
+    return popup.MoveInto(hmenu, indexMenu, TEXT("Sendora")) ? static_cast<HRESULT>(uAdded)
+                                                             : g_hrNothingAdded;
 }
 
 HRESULT LSendoraContextMenu::GetCommandString(UINT_PTR idCmd, UINT uType, UINT*, LPSTR pszName, UINT cchMax)

@@ -25,7 +25,8 @@ class LSendoraContextMenu : public LComImplementation2<IContextMenu, IShellExtIn
 
     // IShellExtInit
     // Appends the paths of the data object's CF_HDROP data to the selection.
-    HRESULT STDMETHODCALLTYPE Initialize(LPCITEMIDLIST pidlFolder, IDataObject* pdtobj, HKEY hkeyProgID) override;
+    HRESULT STDMETHODCALLTYPE Initialize(LPCITEMIDLIST pidlFolder, IDataObject* pdtobj,
+                                         HKEY hkeyProgID) override;
 
   private:
     HRESULT ReadDrop(HDROP hDrop);

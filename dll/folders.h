@@ -33,7 +33,8 @@ void CheckPaths();
 bool FileBelongsToFolder(const WCHAR* szFolder, const WCHAR* szFile);
 
 // True when szFile lies inside any account folder. Takes g_FolderListLock, reloads the table when needed and
-// blocks while another thread does. With a function name, the folders looked at and the hit are traced under it.
+// blocks while another thread does. With a function name, the folders looked at and the hit are traced under
+// it.
 bool FileBelongsToAccount(const WCHAR* szFile, const char* szTraceFunction);
 
 // Tells every process that the settings behind the table have changed. Exported; nothing in the module calls

@@ -1,6 +1,6 @@
-// The allocation operators of the module, on top of the tracker. They stay inside the module: its export table
-// names the four entry points only, so the host's and other modules' operators are not touched. Test programs
-// have a plain stand-in for this file: a test framework's own blocks are not the tracker's.
+// The allocation operators of the module, on top of the tracker. They stay inside the module: its export
+// table names the four entry points only, so the host's and other modules' operators are not touched. Test
+// programs have a plain stand-in for this file: a test framework's own blocks are not the tracker's.
 
 #include "gen/debug.h"
 #include "gen/debug/heap.h"
@@ -11,7 +11,8 @@ void* operator new(std::size_t uSize, const char* szFile, const char* szFunction
     return LMemAllocation::Record(uSize, szFile, szFunction, nLine, false);
 }
 
-void* operator new[](std::size_t uSize, const char* szFile, const char* szFunction, std::int32_t nLine) noexcept
+void* operator new[](std::size_t uSize, const char* szFile, const char* szFunction,
+                     std::int32_t nLine) noexcept
 {
     const LDebugHeapLock lock;
     return LMemAllocation::Record(uSize, szFile, szFunction, nLine, true);

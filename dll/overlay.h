@@ -19,7 +19,8 @@ class LShellExt : public LComImplementation<IShellIconOverlayIdentifier>
     // whose attributes cannot be read; otherwise S_FALSE. The attributes that the shell passes are not used.
     HRESULT STDMETHODCALLTYPE IsMemberOf(LPCWSTR pwszPath, DWORD dwAttrib) override;
     // The module itself, icon index 0. cchMax is the buffer's size in characters.
-    HRESULT STDMETHODCALLTYPE GetOverlayInfo(LPWSTR pwszIconFile, int cchMax, int* pIndex, DWORD* pdwFlags) override;
+    HRESULT STDMETHODCALLTYPE GetOverlayInfo(LPWSTR pwszIconFile, int cchMax, int* pIndex,
+                                             DWORD* pdwFlags) override;
     // 0, the highest.
     HRESULT STDMETHODCALLTYPE GetPriority(int* pPriority) override;
 };

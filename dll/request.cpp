@@ -36,7 +36,8 @@ void SendMessageOf(LNamedPipe& pipe, const ShellRequestPayload& payload)
 {
     const auto uPayloadSize = static_cast<std::uint32_t>(sizeof(payload.dwSlotCount) +
                                                          sizeof(payload.szSlot[0]) * payload.dwSlotCount);
-    const ShellRequestHeader header = {SHELLREQUEST_MARKER, SHELLREQUEST_FORMAT, SHELLREQUEST_CODE, uPayloadSize, 0};
+    const ShellRequestHeader header = {SHELLREQUEST_MARKER, SHELLREQUEST_FORMAT, SHELLREQUEST_CODE,
+                                       uPayloadSize, 0};
     LSimpleSignalWaiter waiter;
     LNamedPipe::ProcessSendBytes(waiter, pipe, &header, sizeof(header), g_uWriteTimeoutMs);
     LNamedPipe::ProcessSendBytes(waiter, pipe, &payload, uPayloadSize, g_uWriteTimeoutMs);

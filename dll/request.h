@@ -1,12 +1,12 @@
 #pragma once
-// The request to the product's main program: a command and the selected paths, over its control pipe. No reply
-// is read; the result only says whether the pipe could be reached.
+// The request to the product's main program: a command and the selected paths, over its control pipe. No
+// reply is read; the result only says whether the pipe could be reached.
 
 #include "gen/stringtools.h"
 #include "gen/types.h"
 
-// A request is a stream of messages on one connection, each a header and at once its payload. All integers are
-// little-endian; the structures are the bytes on the wire.
+// A request is a stream of messages on one connection, each a header and at once its payload. All integers
+// are little-endian; the structures are the bytes on the wire.
 struct ShellRequestHeader
 {
     std::uint16_t wMarker;
@@ -35,8 +35,8 @@ static_assert(sizeof(ShellRequestPayload) == 66564);
 // when there is none.
 void GetSendoraPath(WCHAR* szPath);
 
-// Sends the command at uOffset (0 upload, 1 download, 2 delete) for the files, starting the main program first
-// when its pipe is absent. S_OK when the pipe was reached, also when a write failed; E_FAIL when it was not;
-// E_INVALIDARG for another offset; E_OUTOFMEMORY before anything was done. Runs and blocks on the caller's
-// thread, without a lock of the module; see docs/waits.md for the bounds.
+// Sends the command at uOffset (0 upload, 1 download, 2 delete) for the files, starting the main program
+// first when its pipe is absent. S_OK when the pipe was reached, also when a write failed; E_FAIL when it was
+// not; E_INVALIDARG for another offset; E_OUTOFMEMORY before anything was done. Runs and blocks on the
+// caller's thread, without a lock of the module; see docs/waits.md for the bounds.
 HRESULT SendRequest(std::uint16_t uOffset, const LStringList& files);

@@ -7,8 +7,8 @@
 // The module's static objects, constructed in this order when it is loaded, before DllMain, and destroyed in
 // the reverse order when it is unloaded. They stand in one source because the order across sources would be
 // the linker's. The state of the diagnostics themselves is constant-initialised and needs no place here.
-LComDiagnostic g_ComDiagnostic;               // first, so that it outlives the trace
-static LDebugTraceLifetime g_TraceLifetime;   // the trace begins and ends here
+LComDiagnostic g_ComDiagnostic;             // first, so that it outlives the trace
+static LDebugTraceLifetime g_TraceLifetime; // the trace begins and ends here
 LList<FolderPathItem> g_FolderList;
 LLockObject g_FolderListLock;
 LIPCSharedMemory<std::uint32_t> g_SharedState(TEXT("SharedMemoryForsndxdll"));
@@ -26,8 +26,8 @@ BOOL WINAPI DllMain(HINSTANCE hInstance, DWORD uReason, void*)
         return TRUE;
     }
     g_hInstance = hInstance;
-    // Fails where the compiler's start-up code gives the module a TLS directory; then the thread notifications
-    // keep coming and are ignored above.
+    // Fails where the compiler's start-up code gives the module a TLS directory; then the thread
+    // notifications keep coming and are ignored above.
     DisableThreadLibraryCalls(hInstance);
     LDebugTrace("DLL_PROCESS_ATTACH");
     LLockObjectScope lock(g_FolderListLock);

@@ -77,7 +77,8 @@ void LCopyUTF8FromUnicode(char* szUTF8, const WCHAR* szUnicode, std::size_t Buff
 {
     if (static_cast<const void*>(szUTF8) == static_cast<const void*>(szUnicode))
     {
-        LDebugAssertFailed("LCopyUTF8FromUnicode", "(void*)(szUTF8) != (void*)(szUnicode)", __FILE__, __LINE__);
+        LDebugAssertFailed("LCopyUTF8FromUnicode", "(void*)(szUTF8) != (void*)(szUnicode)", __FILE__,
+                           __LINE__);
     }
     const auto nSize = static_cast<std::int32_t>(BufferSize);
     if (nSize <= 0)
@@ -92,7 +93,8 @@ void LCopyUnicodeFromUTF8(WCHAR* szUnicode, const char* szUTF8, std::size_t Buff
 {
     if (static_cast<const void*>(szUnicode) == static_cast<const void*>(szUTF8))
     {
-        LDebugAssertFailed("LCopyUnicodeFromUTF8", "(void*)(szUnicode) != (void*)(szUTF8)", __FILE__, __LINE__);
+        LDebugAssertFailed("LCopyUnicodeFromUTF8", "(void*)(szUnicode) != (void*)(szUTF8)", __FILE__,
+                           __LINE__);
     }
     const auto nSize = static_cast<std::int32_t>(BufferSizeChars);
     if (nSize <= 0)

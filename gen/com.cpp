@@ -11,9 +11,8 @@ bool LIsEqualGuid(const GUID& a, const GUID& b)
 
 void LDebugTraceGuid(const GUID& guid)
 {
-    const auto big16 = [&guid](std::size_t i) {
-        return static_cast<unsigned>(guid.Data4[i]) << 8 | guid.Data4[i + 1];
-    };
+    const auto big16 = [&guid](std::size_t i)
+    { return static_cast<unsigned>(guid.Data4[i]) << 8 | guid.Data4[i + 1]; };
     LDebugTraceF("GUID = %8.8x %4.4x %4.4x %4.4x %4.4x%8.8x", static_cast<unsigned>(guid.Data1),
                  static_cast<unsigned>(guid.Data2), static_cast<unsigned>(guid.Data3), big16(0), big16(2),
                  big16(4) << 16 | big16(6));
@@ -101,11 +100,13 @@ ULONG LComDetail::Counted::Release(const void* pObject)
 {
     if (m_bRegistered && !g_ComDiagnostic.ObjectExists(pObject))
     {
-        LDebugTraceError("LComImplementation<I>::Release called on an object which possibly has already been deleted!");
+        LDebugTraceError(
+            "LComImplementation<I>::Release called on an object which possibly has already been deleted!");
     }
     if (m_uReferences == 0)
     {
-        LDebugTraceError("LComImplementation<I>::Release is being called too often (check AddRefs and Releases match)");
+        LDebugTraceError(
+            "LComImplementation<I>::Release is being called too often (check AddRefs and Releases match)");
     }
     return --m_uReferences;
 }

@@ -141,8 +141,9 @@ class LComInterfaceRef
     {
         if (!m_bTested)
         {
-            LDebugTraceError("LComInterfaceRef<T>::operator->() - attempting to dereference a COM object without "
-                             "testing it first");
+            LDebugTraceError(
+                "LComInterfaceRef<T>::operator->() - attempting to dereference a COM object without "
+                "testing it first");
         }
         if (m_p == nullptr)
         {

@@ -44,7 +44,8 @@ consteval LNameRange LTypeName()
     const char szStart[] = "T = ";
     const char szEnd[] = "]";
 #endif
-    const auto find = [](const char* from, const char* what) constexpr {
+    const auto find = [](const char* from, const char* what) constexpr
+    {
         for (;; ++from)
         {
             std::size_t i = 0;

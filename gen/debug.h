@@ -51,8 +51,10 @@ void LDebugTraceSystemError(const char* szPrefix, DWORD uError);
 // --- Assertion reports and run-time checks ---------------------------------------------------------
 
 // The caller has found the condition false and carries on after the report.
-void LDebugAssertFailed(const char* szFunction, const char* szExpression, const char* szFile, std::int32_t nLine);
-void LDebugCheckFailed(const char* szExpression, const char* szMessage, const char* szFile, std::int32_t nLine);
+void LDebugAssertFailed(const char* szFunction, const char* szExpression, const char* szFile,
+                        std::int32_t nLine);
+void LDebugCheckFailed(const char* szExpression, const char* szMessage, const char* szFile,
+                       std::int32_t nLine);
 
 void LDebugValidPtrRead(const void* p);
 void LDebugValidPtrWrite(const void* p);
@@ -75,8 +77,10 @@ void LDebugCheckMemoryWriteable(void* p);
 // Every heap object and buffer is made by these forms and released by delete or delete[]. They give null
 // when the memory cannot be had; the new expression then runs no constructor and is null, too. File and
 // function are kept as pointers: pass string constants.
-void* operator new(std::size_t uSize, const char* szFile, const char* szFunction, std::int32_t nLine) noexcept;
-void* operator new[](std::size_t uSize, const char* szFile, const char* szFunction, std::int32_t nLine) noexcept;
+void* operator new(std::size_t uSize, const char* szFile, const char* szFunction,
+                   std::int32_t nLine) noexcept;
+void* operator new[](std::size_t uSize, const char* szFile, const char* szFunction,
+                     std::int32_t nLine) noexcept;
 // Counterparts that the language asks for; constructors do not throw here.
 void operator delete(void* p, const char* szFile, const char* szFunction, std::int32_t nLine) noexcept;
 void operator delete[](void* p, const char* szFile, const char* szFunction, std::int32_t nLine) noexcept;

@@ -98,7 +98,8 @@ WCHAR* LFile::GetFileTitleFromPath(WCHAR* szTitle, const WCHAR* szPath)
     return szTitle;
 }
 
-WCHAR* LFile::MakeFilePath(WCHAR* szPath, const WCHAR* szFolder, const WCHAR* szFileName, const WCHAR* szExtension)
+WCHAR* LFile::MakeFilePath(WCHAR* szPath, const WCHAR* szFolder, const WCHAR* szFileName,
+                           const WCHAR* szExtension)
 {
     return _MakeFilePath(szPath, szFolder, szFileName, szExtension);
 }
@@ -108,7 +109,8 @@ WCHAR* LFile::MakeFilePath(WCHAR* szPath, const WCHAR* szFolder, const WCHAR* sz
     return _MakeFilePath(szPath, szFolder, szFileName, TEXT(""));
 }
 
-WCHAR* LFile::_MakeFilePath(WCHAR* szPath, const WCHAR* szFolder, const WCHAR* szFileName, const WCHAR* szExtension)
+WCHAR* LFile::_MakeFilePath(WCHAR* szPath, const WCHAR* szFolder, const WCHAR* szFileName,
+                            const WCHAR* szExtension)
 {
     std::size_t n = tstrlen(szFolder);
     if (n > LSTR - 2)
@@ -127,17 +129,19 @@ WCHAR* LFile::_MakeFilePath(WCHAR* szPath, const WCHAR* szFolder, const WCHAR* s
     }
     if (szFileName[0] == TEXT('/'))
     {
-        LDebugCheckFailed("szFileName[0] != TEXT('/')",
-                          "LFile::_MakeFilePath / is not a valid character as the first character of a file name. "
-                          "Please prepass the file name to avoid this possibility.",
-                          __FILE__, __LINE__);
+        LDebugCheckFailed(
+            "szFileName[0] != TEXT('/')",
+            "LFile::_MakeFilePath / is not a valid character as the first character of a file name. "
+            "Please prepass the file name to avoid this possibility.",
+            __FILE__, __LINE__);
     }
     if (szFileName[0] == TEXT('\\') && szFileName[1] != TEXT('\\'))
     {
-        LDebugTraceFunctionF("LFile::_MakeFilePath", true,
-                             TEXT("%s is not a valid path. Please call LFile::PreprocessName first. If it is a "
-                                  "network file path, please make sure to start with \\\\"),
-                             szFileName);
+        LDebugTraceFunctionF(
+            "LFile::_MakeFilePath", true,
+            TEXT("%s is not a valid path. Please call LFile::PreprocessName first. If it is a "
+                 "network file path, please make sure to start with \\\\"),
+            szFileName);
     }
     tsnprintf(szPath + n, LSTR - n, TEXT("%s%s"), szFileName, szExtension);
     return szPath;

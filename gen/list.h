@@ -24,8 +24,9 @@ class LListable
     {
         if (bDeleted)
         {
-            LDebugTraceError("LListable::~LListable A listable object has been deleted twice. Check you are not "
-                             "calling delete on an object which was also added to the LList.");
+            LDebugTraceError(
+                "LListable::~LListable A listable object has been deleted twice. Check you are not "
+                "calling delete on an object which was also added to the LList.");
         }
         bDeleted = true;
     }
@@ -67,13 +68,15 @@ class LListIterator
     {
         if (!bTested)
         {
-            LDebugTraceError("LListIterator<T>::Next called when iterator has not been tested. Check you are not "
-                             "calling Next in the same branch after Delete.");
+            LDebugTraceError(
+                "LListIterator<T>::Next called when iterator has not been tested. Check you are not "
+                "calling Next in the same branch after Delete.");
         }
         if (p == nullptr)
         {
-            LDebugTraceError("LListIterator<T>::Next called when iterator is not valid. Check you are not calling "
-                             "Next in the same branch after Delete.");
+            LDebugTraceError(
+                "LListIterator<T>::Next called when iterator is not valid. Check you are not calling "
+                "Next in the same branch after Delete.");
             return false;
         }
         // An item that was detached under the iterator leads nowhere.
@@ -104,8 +107,8 @@ class LListIterator
         }
         if (p == nullptr)
         {
-            LDebugAssertFailed(LTemplateFunctionName<"LListIterator<", T, ">::operator ->">::value, "p != nullptr",
-                               __FILE__, __LINE__);
+            LDebugAssertFailed(LTemplateFunctionName<"LListIterator<", T, ">::operator ->">::value,
+                               "p != nullptr", __FILE__, __LINE__);
         }
         return p;
     }
@@ -135,7 +138,8 @@ class LList
         if (uAddress == 0xCCCCCCCC || uAddress == 0xCDCDCDCD)
         {
             LDebugAssertFailed(LTemplateFunctionName<"LList<", T, ">::AddTop">::value,
-                               "!((NewItem == (T*)0xCCCCCCCC) || (NewItem == (T*)0xCDCDCDCD))", __FILE__, __LINE__);
+                               "!((NewItem == (T*)0xCCCCCCCC) || (NewItem == (T*)0xCDCDCDCD))", __FILE__,
+                               __LINE__);
             return;
         }
         if (NewItem == nullptr)

@@ -195,8 +195,8 @@ void lwvsnprintf(WCHAR* buf, std::size_t count, const WCHAR* format, va_list arg
         LDebugTraceError("lwvsnprintf called with an invalid Count (negative)");
         return;
     }
-    // A conversion that fails in the runtime ends without a terminator: what is cut and reported below must not
-    // be stale memory.
+    // A conversion that fails in the runtime ends without a terminator: what is cut and reported below must
+    // not be stale memory.
     memset(buf, 0, static_cast<std::size_t>(nCount) * sizeof(WCHAR));
     const std::int32_t nWritten = _vsnwprintf(buf, static_cast<std::size_t>(nCount), format, args);
     if (nWritten < 0 || nWritten >= nCount)
@@ -268,7 +268,7 @@ template <class TChar>
 LStringListTemplate<TChar>::LStringListTemplate() : pList(nullptr), uCount(0), uCapacity(0)
 {
     constexpr std::size_t uFirstSlots = 256;
-    pList = LNEW("LStringListTemplate<wchar_t>::LStringListTemplate") TChar*[uFirstSlots];
+    pList = LNEW("LStringListTemplate<wchar_t>::LStringListTemplate") TChar* [uFirstSlots];
     if (pList != nullptr)
     {
         uCapacity = uFirstSlots - 1;
@@ -296,14 +296,15 @@ TChar* LStringListTemplate<TChar>::Add(std::size_t uChars)
     TChar* sz = LNEW("LStringListTemplate<wchar_t>::Add") TChar[uRoom];
     if (sz == nullptr)
     {
-        LDebugTraceFunction("LStringListTemplate<wchar_t>::Add", true, "Unable to create new string - new failed");
+        LDebugTraceFunction("LStringListTemplate<wchar_t>::Add", true,
+                            "Unable to create new string - new failed");
         return nullptr;
     }
     sz[0] = 0;
     if (uCount == uCapacity)
     {
         const std::uint64_t uSlots = 8 * (uCapacity + 1);
-        TChar** pGrown = LNEW("LStringListTemplate<wchar_t>::Add") TChar*[uSlots];
+        TChar** pGrown = LNEW("LStringListTemplate<wchar_t>::Add") TChar* [uSlots];
         if (pGrown == nullptr)
         {
             LDebugTraceFunction("LStringListTemplate<wchar_t>::Add", true,

@@ -329,7 +329,7 @@ int Format(Char* buffer, std::size_t size, const Char* format, va_list list)
         good = Convert(out, conversion, *format++, arguments);
     }
     va_end(arguments.list);
-    if (good && out.length < size)
+    if (out.length < size)
     {
         buffer[out.length] = 0;
     }

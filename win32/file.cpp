@@ -45,10 +45,13 @@ HANDLE LFile::OpenWithRetry(const WCHAR* szPath, DWORD uAccess, DWORD uShareMode
                             std::uint32_t uTimeoutMs)
 {
     HANDLE hFile = INVALID_HANDLE_VALUE;
-    RetryOnSharingViolation(uTimeoutMs, [&] {
-        hFile = CreateFileW(szPath, uAccess, uShareMode, nullptr, uCreation, FILE_ATTRIBUTE_NORMAL, nullptr);
-        return hFile != INVALID_HANDLE_VALUE;
-    });
+    RetryOnSharingViolation(uTimeoutMs,
+                            [&]
+                            {
+                                hFile = CreateFileW(szPath, uAccess, uShareMode, nullptr, uCreation,
+                                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+                                return hFile != INVALID_HANDLE_VALUE;
+                            });
     return hFile;
 }
 

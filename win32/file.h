@@ -30,14 +30,18 @@ class LFileRef
 class LReadFileRef : public LFileRef
 {
   public:
-    LReadFileRef(const WCHAR* szPath, std::uint32_t uTimeoutMs) : LFileRef(LFile::OpenForRead(szPath, uTimeoutMs)) {}
+    LReadFileRef(const WCHAR* szPath, std::uint32_t uTimeoutMs)
+        : LFileRef(LFile::OpenForRead(szPath, uTimeoutMs))
+    {
+    }
     std::uint32_t Read(void* Buffer, std::size_t BufferSize) { return _Read(Buffer, BufferSize); }
 };
 
 class LWriteFileRef : public LFileRef
 {
   public:
-    LWriteFileRef(const WCHAR* szPath, std::uint32_t uTimeoutMs) : LFileRef(LFile::OpenForAppend(szPath, uTimeoutMs))
+    LWriteFileRef(const WCHAR* szPath, std::uint32_t uTimeoutMs)
+        : LFileRef(LFile::OpenForAppend(szPath, uTimeoutMs))
     {
     }
     std::uint32_t Write(const void* Buffer, std::size_t BufferSize) { return _Write(Buffer, BufferSize); }

@@ -32,7 +32,10 @@ class LLibrary
     LLibrary(const LLibrary&) = delete;
     LLibrary& operator=(const LLibrary&) = delete;
 
-    FARPROC GetFunction(const char* szFunction) const { return LDLLLoadFunctionNoError(m_hLibrary, szFunction); }
+    FARPROC GetFunction(const char* szFunction) const
+    {
+        return LDLLLoadFunctionNoError(m_hLibrary, szFunction);
+    }
 
   private:
     HMODULE m_hLibrary;

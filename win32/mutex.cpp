@@ -13,7 +13,8 @@ LLockObject::~LLockObject()
 {
     if (uTCLockTime != 0)
     {
-        LDebugTraceError("LLockObject::~LLockObject  Not unlocked before destruction. Check you have matching unlocks");
+        LDebugTraceError(
+            "LLockObject::~LLockObject  Not unlocked before destruction. Check you have matching unlocks");
     }
     DeleteCriticalSection(&m_CriticalSection);
 }
@@ -26,20 +27,22 @@ void LLockObject::Lock()
     ++uEntryCount;
     if (uTCLockTime != 0)
     {
-        LDebugCheckFailed("uTCLockTime == 0",
-                          "LLockObject::Lock  Locked twice on the same thread. This is prohibited. Please make sure "
-                          "you unlock before you lock again.",
-                          __FILE__, __LINE__);
+        LDebugCheckFailed(
+            "uTCLockTime == 0",
+            "LLockObject::Lock  Locked twice on the same thread. This is prohibited. Please make sure "
+            "you unlock before you lock again.",
+            __FILE__, __LINE__);
     }
     // A tick count of exactly 0 would read as "not locked"; one millisecond more does no harm.
     const std::uint32_t uNow = GetTickCount();
     uTCLockTime = uNow == 0 ? 1 : uNow;
     if (uLockThreadId.load(std::memory_order_relaxed) == uThreadId)
     {
-        LDebugCheckFailed("uLockThreadId != uCurrentThreadId",
-                          "LLockObject::Lock  Locked while already in a lock. This is prohibited because it is a "
-                          "likely source of deadlocks.",
-                          __FILE__, __LINE__);
+        LDebugCheckFailed(
+            "uLockThreadId != uCurrentThreadId",
+            "LLockObject::Lock  Locked while already in a lock. This is prohibited because it is a "
+            "likely source of deadlocks.",
+            __FILE__, __LINE__);
     }
     uLockThreadId.store(uThreadId, std::memory_order_relaxed);
 }

@@ -29,8 +29,8 @@ void LNamedPipe::_Open(const WCHAR* szName)
     tsnprintf(szPath, LSTR, TEXT("\\\\.\\pipe\\%s"), szName);
     for (;;)
     {
-        m_hPipe = CreateFileW(szPath, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED,
-                              nullptr);
+        m_hPipe = CreateFileW(szPath, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
+                              FILE_FLAG_OVERLAPPED, nullptr);
         if (m_hPipe != INVALID_HANDLE_VALUE)
         {
             return;

@@ -8,7 +8,8 @@ void StartAndWaitForInputIdle(WCHAR* szCommandLine)
     startup.cb = sizeof(startup);
     static_assert(sizeof(startup) == 104);
     PROCESS_INFORMATION process = {};
-    if (!CreateProcessW(nullptr, szCommandLine, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process))
+    if (!CreateProcessW(nullptr, szCommandLine, nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
+                        &process))
     {
         return;
     }

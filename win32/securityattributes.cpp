@@ -7,17 +7,19 @@ LSecurityAttributesAllAccess::LSecurityAttributesAllAccess()
 {
     if (!InitializeSecurityDescriptor(&m_Descriptor, SECURITY_DESCRIPTOR_REVISION))
     {
-        LDebugTraceError("LSecurityAttributesAllAccess::LSecurityAttributesAllAccess InitializeSecurityDescriptor "
-                         "FAILED");
+        LDebugTraceError(
+            "LSecurityAttributesAllAccess::LSecurityAttributesAllAccess InitializeSecurityDescriptor "
+            "FAILED");
         return;
     }
     SID_IDENTIFIER_AUTHORITY authority = SECURITY_NT_AUTHORITY;
     PSID pSid = nullptr;
     if (!AllocateAndInitializeSid(&authority, 1, SECURITY_AUTHENTICATED_USER_RID, 0, 0, 0, 0, 0, 0, 0, &pSid))
     {
-        LDebugTraceErrorF("LSecurityAttributesAllAccess::LSecurityAttributesAllAccess AllocateAndInitializeSid failed "
-                          "with error %d\n",
-                          static_cast<int>(GetLastError()));
+        LDebugTraceErrorF(
+            "LSecurityAttributesAllAccess::LSecurityAttributesAllAccess AllocateAndInitializeSid failed "
+            "with error %d\n",
+            static_cast<int>(GetLastError()));
         return;
     }
     GrantAllAccess(pSid);
@@ -32,8 +34,9 @@ void LSecurityAttributesAllAccess::GrantAllAccess(PSID pSid)
     m_pAccessList = static_cast<ACL*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, uSize));
     if (m_pAccessList == nullptr)
     {
-        LDebugTraceErrorF("LSecurityAttributesAllAccess::LSecurityAttributesAllAccess HeapAlloc failed with error %d\n",
-                          static_cast<int>(GetLastError()));
+        LDebugTraceErrorF(
+            "LSecurityAttributesAllAccess::LSecurityAttributesAllAccess HeapAlloc failed with error %d\n",
+            static_cast<int>(GetLastError()));
         return;
     }
     if (!InitializeAcl(m_pAccessList, uSize, ACL_REVISION))
@@ -43,12 +46,14 @@ void LSecurityAttributesAllAccess::GrantAllAccess(PSID pSid)
     }
     if (!AddAccessAllowedAce(m_pAccessList, ACL_REVISION, GENERIC_ALL, pSid))
     {
-        LDebugTraceError("LSecurityAttributesAllAccess::LSecurityAttributesAllAccess AddAccessAllowedAce FAILED");
+        LDebugTraceError(
+            "LSecurityAttributesAllAccess::LSecurityAttributesAllAccess AddAccessAllowedAce FAILED");
         return;
     }
     if (!SetSecurityDescriptorDacl(&m_Descriptor, TRUE, m_pAccessList, FALSE))
     {
-        LDebugTraceError("LSecurityAttributesAllAccess::LSecurityAttributesAllAccess SetSecurityDescriptorDacl FAILED");
+        LDebugTraceError(
+            "LSecurityAttributesAllAccess::LSecurityAttributesAllAccess SetSecurityDescriptorDacl FAILED");
         return;
     }
     m_Attributes.lpSecurityDescriptor = &m_Descriptor;

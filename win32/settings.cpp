@@ -31,7 +31,8 @@ bool RegGetStringFlags(HKEY hRoot, const WCHAR* szKeyPath, const WCHAR* szValue,
     return true;
 }
 
-bool RegGetString(HKEY hRoot, const WCHAR* szKeyPath, const WCHAR* szValue, const WCHAR* szDefault, WCHAR* szOutput)
+bool RegGetString(HKEY hRoot, const WCHAR* szKeyPath, const WCHAR* szValue, const WCHAR* szDefault,
+                  WCHAR* szOutput)
 {
     return RegGetStringFlags(hRoot, szKeyPath, szValue, 0, szDefault, szOutput);
 }
@@ -48,7 +49,8 @@ void LSettingsGetKeyPath(WCHAR* szOutput, const WCHAR* szSection)
     tsnprintf(szOutput, LSTR, TEXT("Software\\Taleno Software\\Sendora\\%s"), szSection);
 }
 
-void _LSharedSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault, WCHAR* szOutput)
+void _LSharedSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault,
+                                WCHAR* szOutput)
 {
     LDebugTraceFunction("_LSharedSetting32GetString", false, "");
     LCHECKMEMORYWRITEABLE(szOutput);
@@ -57,13 +59,15 @@ void _LSharedSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, co
     RegGetString32BitStore(HKEY_LOCAL_MACHINE, szKeyPath, szValue, szDefault, szOutput);
 }
 
-WCHAR* LSharedSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault, WCHAR* szOutput)
+WCHAR* LSharedSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault,
+                                 WCHAR* szOutput)
 {
     _LSharedSetting32GetString(szSection, szValue, szDefault, szOutput);
     return szOutput;
 }
 
-void _LUserSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault, WCHAR* szOutput)
+void _LUserSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault,
+                              WCHAR* szOutput)
 {
     LDebugTraceFunction("_LUserSetting32GetString", false, "");
     WCHAR szKeyPath[LSTR];
@@ -71,20 +75,23 @@ void _LUserSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, cons
     RegGetString32BitStore(HKEY_CURRENT_USER, szKeyPath, szValue, szDefault, szOutput);
 }
 
-WCHAR* LUserSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault, WCHAR* szOutput)
+WCHAR* LUserSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault,
+                               WCHAR* szOutput)
 {
     _LUserSetting32GetString(szSection, szValue, szDefault, szOutput);
     return szOutput;
 }
 
-void _LUserSettingGetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault, WCHAR* szOutput)
+void _LUserSettingGetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault,
+                            WCHAR* szOutput)
 {
     WCHAR szKeyPath[LSTR];
     LSettingsGetKeyPath(szKeyPath, szSection);
     RegGetString(HKEY_CURRENT_USER, szKeyPath, szValue, szDefault, szOutput);
 }
 
-WCHAR* LUserSettingGetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault, WCHAR* szOutput)
+WCHAR* LUserSettingGetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault,
+                             WCHAR* szOutput)
 {
     _LUserSettingGetString(szSection, szValue, szDefault, szOutput);
     return szOutput;

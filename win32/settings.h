@@ -8,16 +8,19 @@
 
 #include "gen/types.h"
 
-// --- Registry primitives: true when the value was read, false when the output received the default ----------
+// --- Registry primitives: true when the value was read, false when the output received the default
+// ----------
 
 // uFlags is added to the access mask of the open: 0 or KEY_WOW64_32KEY.
 bool RegGetStringFlags(HKEY hRoot, const WCHAR* szKeyPath, const WCHAR* szValue, REGSAM uFlags,
                        const WCHAR* szDefault, WCHAR* szOutput);
-bool RegGetString(HKEY hRoot, const WCHAR* szKeyPath, const WCHAR* szValue, const WCHAR* szDefault, WCHAR* szOutput);
+bool RegGetString(HKEY hRoot, const WCHAR* szKeyPath, const WCHAR* szValue, const WCHAR* szDefault,
+                  WCHAR* szOutput);
 bool RegGetString32BitStore(HKEY hRoot, const WCHAR* szKeyPath, const WCHAR* szValue, const WCHAR* szDefault,
                             WCHAR* szOutput);
 
-// --- Settings by section and value name ----------------------------------------------------------------------
+// --- Settings by section and value name
+// ----------------------------------------------------------------------
 
 // The key path of a section, below the root key.
 void LSettingsGetKeyPath(WCHAR* szOutput, const WCHAR* szSection);
@@ -29,11 +32,14 @@ WCHAR* LSharedSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, c
                                  WCHAR* szOutput);
 
 // Of the user, 32-bit view.
-void _LUserSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault, WCHAR* szOutput);
+void _LUserSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault,
+                              WCHAR* szOutput);
 WCHAR* LUserSetting32GetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault,
                                WCHAR* szOutput);
 
 // Of the user, native view; no trace line, so that the diagnostics can use them.
-void _LUserSettingGetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault, WCHAR* szOutput);
-WCHAR* LUserSettingGetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault, WCHAR* szOutput);
+void _LUserSettingGetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault,
+                            WCHAR* szOutput);
+WCHAR* LUserSettingGetString(const WCHAR* szSection, const WCHAR* szValue, const WCHAR* szDefault,
+                             WCHAR* szOutput);
 std::int32_t LUserSettingGet(const WCHAR* szSection, const WCHAR* szValue, std::int32_t nDefault);

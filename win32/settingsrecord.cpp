@@ -1,6 +1,7 @@
 #include "win32/settingsrecord.h"
 
-LSharedSettings32Record::LSharedSettings32Record() : m_hRoot(HKEY_LOCAL_MACHINE), m_szPrimaryKey{}, m_szKeyPath{}
+LSharedSettings32Record::LSharedSettings32Record()
+    : m_hRoot(HKEY_LOCAL_MACHINE), m_szPrimaryKey{}, m_szKeyPath{}
 {
     LDebugTraceFunction("LSharedSettings32Record::LSharedSettings32Record", false, "");
 }

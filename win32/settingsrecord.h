@@ -37,16 +37,19 @@ class LSharedSettings32Record
     bool HasKeyPath() const { return m_szKeyPath[0] != 0; }
     void ReportIfInvalid(const char* szFunction) const;
 
-    HKEY m_hRoot;                // HKEY_LOCAL_MACHINE
-    WCHAR m_szPrimaryKey[LSTR];  // section, or the name of the sub-key alone
-    WCHAR m_szKeyPath[LSTR];     // full path below the root; empty means invalid
+    HKEY m_hRoot;               // HKEY_LOCAL_MACHINE
+    WCHAR m_szPrimaryKey[LSTR]; // section, or the name of the sub-key alone
+    WCHAR m_szKeyPath[LSTR];    // full path below the root; empty means invalid
 };
 
 template <class TRecord>
 class LSettings32ListIteratorTemplate
 {
   public:
-    explicit LSettings32ListIteratorTemplate(const TRecord& parent) : m_uIndex(0), m_Parent(parent) { InitCommon(); }
+    explicit LSettings32ListIteratorTemplate(const TRecord& parent) : m_uIndex(0), m_Parent(parent)
+    {
+        InitCommon();
+    }
     LSettings32ListIteratorTemplate(const LSettings32ListIteratorTemplate&) = delete;
     LSettings32ListIteratorTemplate& operator=(const LSettings32ListIteratorTemplate&) = delete;
 
@@ -73,8 +76,9 @@ class LSettings32ListIteratorTemplate
   private:
     void InitCommon()
     {
-        LDebugTraceFunction(LTemplateFunctionName<"LSettings32ListIteratorTemplate<", TRecord, ">::InitCommon">::value,
-                            false, "");
+        LDebugTraceFunction(
+            LTemplateFunctionName<"LSettings32ListIteratorTemplate<", TRecord, ">::InitCommon">::value, false,
+            "");
         m_uIndex = 0;
         const LONG nError =
             m_Key.Open(m_Parent.GetRoot(), m_Parent.GetKeyPath(), KEY_ENUMERATE_SUB_KEYS | TRecord::uView);

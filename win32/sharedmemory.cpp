@@ -4,7 +4,8 @@
 #include "win32/securityattributes.h"
 #include "win32/systemmutex.h"
 
-void LIPCSharedMemoryBuffer::_Create(const WCHAR* szName, std::uint64_t uSize, bool bFailIfExists, bool bGlobal)
+void LIPCSharedMemoryBuffer::_Create(const WCHAR* szName, std::uint64_t uSize, bool bFailIfExists,
+                                     bool bGlobal)
 {
     LDebugTraceFunctionF("LIPCSharedMemoryBuffer::_Create", false, TEXT("%s"), szName);
     Close(); // a block of an earlier call
@@ -23,12 +24,14 @@ void LIPCSharedMemoryBuffer::_Create(const WCHAR* szName, std::uint64_t uSize, b
     // the same; then two processes may both believe to be the first.
     guard.Lock();
     LSecurityAttributesAllAccess security;
-    m_Mapping.Set(CreateFileMappingW(INVALID_HANDLE_VALUE, bGlobal ? security.GetSecurityAttributes() : nullptr,
-                                     PAGE_READWRITE, 0, static_cast<DWORD>(uSize), szMapping));
+    m_Mapping.Set(CreateFileMappingW(INVALID_HANDLE_VALUE,
+                                     bGlobal ? security.GetSecurityAttributes() : nullptr, PAGE_READWRITE, 0,
+                                     static_cast<DWORD>(uSize), szMapping));
     const DWORD uError = GetLastError();
     if (!m_Mapping.IsOpen())
     {
-        LDebugTraceSystemError("LIPCSharedMemoryBuffer::_Create CreateFileMapping failed returned error: ", uError);
+        LDebugTraceSystemError("LIPCSharedMemoryBuffer::_Create CreateFileMapping failed returned error: ",
+                               uError);
     }
     else if (bFailIfExists && uError == ERROR_ALREADY_EXISTS)
     {

@@ -1,6 +1,6 @@
 #pragma once
-// A named block of memory, backed by the paging file, that every process using the same name sees. Creation is
-// serialised across processes by a global mutex; the content has no lock.
+// A named block of memory, backed by the paging file, that every process using the same name sees. Creation
+// is serialised across processes by a global mutex; the content has no lock.
 
 #include "gen/debug.h"
 #include "gen/types.h"
@@ -14,8 +14,8 @@ class LIPCSharedMemoryBuffer
     LIPCSharedMemoryBuffer(const LIPCSharedMemoryBuffer&) = delete;
     LIPCSharedMemoryBuffer& operator=(const LIPCSharedMemoryBuffer&) = delete;
 
-    // Creates or opens the block and maps it; a new block is zero-filled. With bFailIfExists an existing block
-    // is left alone and this object is not valid. A global block is open to every authenticated user.
+    // Creates or opens the block and maps it; a new block is zero-filled. With bFailIfExists an existing
+    // block is left alone and this object is not valid. A global block is open to every authenticated user.
     void _Create(const WCHAR* szName, std::uint64_t uSize, bool bFailIfExists, bool bGlobal);
     bool IsValid() const { return m_Mapping.IsOpen() && m_pView != nullptr; }
     void Close();

@@ -12,7 +12,8 @@ LWaitResult LSimpleSignalWaiter::WaitSignal(HANDLE hObject, std::uint32_t uMilli
                                                                        : LWaitResult::Signalled;
 }
 
-LWaitResult LSimpleSignalWaiter::WaitSignalObjectGroup(const LSignalObjectGroup& group, std::uint32_t uMilliseconds)
+LWaitResult LSimpleSignalWaiter::WaitSignalObjectGroup(const LSignalObjectGroup& group,
+                                                       std::uint32_t uMilliseconds)
 {
     const DWORD uResult =
         MsgWaitForMultipleObjects(group.idxSOArray, group.hObjects, FALSE, uMilliseconds, QS_ALLINPUT);

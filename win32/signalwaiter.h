@@ -27,7 +27,8 @@ class LSignalWaiter
     virtual bool IsStopRequested() = 0;
     virtual LWaitResult Sleep(std::uint32_t uMilliseconds) = 0;
     virtual LWaitResult WaitSignal(HANDLE hObject, std::uint32_t uMilliseconds) = 0;
-    virtual LWaitResult WaitSignalObjectGroup(const LSignalObjectGroup& group, std::uint32_t uMilliseconds) = 0;
+    virtual LWaitResult WaitSignalObjectGroup(const LSignalObjectGroup& group,
+                                              std::uint32_t uMilliseconds) = 0;
 
     // The same without a time-out.
     virtual void SleepForever() { Sleep(INFINITE); }

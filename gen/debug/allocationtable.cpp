@@ -13,26 +13,43 @@ std::uint64_t Bit(std::uint32_t i)
 }
 } // namespace
 
+bool LDebugAllocationTable::GrowDirectory()
+{
+    if (m_uCapacity == 0)
+    {
+        m_pEntries = m_FirstEntries;
+        m_pRoom = m_FirstRoom;
+        m_uCapacity = FIRSTENTRIES;
+        return true;
+    }
+    // Doubled, so that the copying stays small. Entries and bits in one piece, both old parts in the new one.
+    const std::uint32_t uCapacity = m_uCapacity * 2;
+    const std::size_t uEntriesSize = uCapacity * sizeof(Entry);
+    auto* pMemory =
+        static_cast<unsigned char*>(calloc(1, uEntriesSize + uCapacity / 64 * sizeof(std::uint64_t)));
+    if (pMemory == nullptr)
+    {
+        return false;
+    }
+    auto* pEntries = reinterpret_cast<Entry*>(pMemory);
+    auto* pRoom = reinterpret_cast<std::uint64_t*>(pMemory + uEntriesSize);
+    memcpy(pEntries, m_pEntries, m_uEntries * sizeof(Entry));
+    memcpy(pRoom, m_pRoom, m_uCapacity / 64 * sizeof(std::uint64_t));
+    if (m_pEntries != m_FirstEntries)
+    {
+        free(m_pEntries);
+    }
+    m_pEntries = pEntries;
+    m_pRoom = pRoom;
+    m_uCapacity = uCapacity;
+    return true;
+}
+
 bool LDebugAllocationTable::Append(Block* pBlock)
 {
-    if (m_uEntries == m_uCapacity)
+    if (m_uEntries == m_uCapacity && !GrowDirectory())
     {
-        // Doubled, so that the copying stays small; the old directory is released, the table blocks never are.
-        const std::uint32_t uCapacity = m_uCapacity == 0 ? 64 : m_uCapacity * 2;
-        auto* pEntries = static_cast<Entry*>(realloc(m_pEntries, uCapacity * sizeof(Entry)));
-        if (pEntries == nullptr)
-        {
-            return false;
-        }
-        m_pEntries = pEntries;
-        auto* pRoom = static_cast<std::uint64_t*>(realloc(m_pRoom, uCapacity / 64 * sizeof(std::uint64_t)));
-        if (pRoom == nullptr)
-        {
-            return false; // the larger first array is kept, its new part unused
-        }
-        m_pRoom = pRoom;
-        memset(m_pRoom + m_uCapacity / 64, 0, (uCapacity - m_uCapacity) / 64 * sizeof(std::uint64_t));
-        m_uCapacity = uCapacity;
+        return false;
     }
     Entry& entry = m_pEntries[m_uEntries];
     entry.pBlock = pBlock;
@@ -69,11 +86,12 @@ bool LDebugAllocationTable::Enter(void* pUser, std::uint32_t& uSlot)
 {
     // One word stands for 64 table blocks, 12800 live blocks of memory.
     std::uint32_t uWord = 0;
-    while (uWord < m_uEntries / 64 + 1 && uWord < m_uCapacity / 64 && m_pRoom[uWord] == 0)
+    const std::uint32_t uWords = m_uCapacity / 64;
+    while (uWord < uWords && m_pRoom[uWord] == 0)
     {
         ++uWord;
     }
-    if (uWord >= m_uCapacity / 64 || m_pRoom[uWord] == 0)
+    if (uWord == uWords)
     {
         if (!AddBlock())
         {

@@ -1,9 +1,10 @@
 #pragma once
-// The table of live tracked blocks: a chain of table blocks with 200 slots each; a slot holds a block's pUser,
-// null means empty. A new block takes the lowest empty slot of the first table block that has room.
+// The table of live tracked blocks: a chain of table blocks with 200 slots each; a slot holds a block's
+// pUser, null means empty. A new block takes the lowest empty slot of the first table block that has room.
 //
-// Beside the chain stands a directory with one bit for every free slot and one for every table block with room,
-// so that neither entry nor removal looks through the slots. All of it is used under the allocation lock.
+// Beside the chain stands a directory with one bit for every free slot and one for every table block with
+// room, so that neither entry nor removal looks through the slots. All of it is used under the allocation
+// lock.
 
 #include "gen/types.h"
 
@@ -19,11 +20,11 @@ class LDebugAllocationTable
         Block* pNext;
     };
 
-    // Enters a block and gives its slot's number, counted through all table blocks. False without memory for a
-    // further table block.
+    // Enters a block and gives its slot's number, counted through all table blocks. False without memory for
+    // a further table block.
     bool Enter(void* pUser, std::uint32_t& uSlot);
-    // Removes a block. uSlot is where it was entered; a block that does not stand there is searched for. False
-    // when the table does not know it.
+    // Removes a block. uSlot is where it was entered; a block that does not stand there is searched for.
+    // False when the table does not know it.
     bool Remove(void* pUser, std::uint32_t uSlot);
 
     // Calls visit(pUser) for every block in slot order.
@@ -53,12 +54,19 @@ class LDebugAllocationTable
 
     bool AddBlock();
     bool Append(Block* pBlock);
+    bool GrowDirectory();
     bool Find(const void* pUser, std::uint32_t& uSlot) const;
+
+    // Table blocks that the directory covers without memory of its own, 12800 live blocks of memory: a module
+    // that is loaded and unloaded again and again must leave nothing behind in its host.
+    static constexpr std::uint32_t FIRSTENTRIES = 64;
 
     // All of it zero at load: the table is used before any constructor could run.
     Block m_First;
-    Entry* m_pEntries;          // directory, one entry a table block
-    std::uint64_t* m_pRoom;     // a set bit is a table block with room
-    std::uint32_t m_uEntries;   // table blocks
-    std::uint32_t m_uCapacity;  // entries there is memory for; a multiple of 64
+    Entry m_FirstEntries[FIRSTENTRIES];
+    std::uint64_t m_FirstRoom[FIRSTENTRIES / 64];
+    Entry* m_pEntries;         // directory, one entry a table block
+    std::uint64_t* m_pRoom;    // a set bit is a table block with room
+    std::uint32_t m_uEntries;  // table blocks
+    std::uint32_t m_uCapacity; // entries there is room for; a multiple of 64
 };

@@ -3,15 +3,17 @@
 #include "gen/debug.h"
 #include "gen/stringtools.h"
 
-void LDebugAssertFailed(const char* szFunction, const char* szExpression, const char* szFile, std::int32_t nLine)
+void LDebugAssertFailed(const char* szFunction, const char* szExpression, const char* szFile,
+                        std::int32_t nLine)
 {
     char szReport[8192];
-    tsnprintf(szReport, sizeof(szReport), "%s ASSERTION FAILED %s:\r\n   %s(%d)", szFunction, szExpression, szFile,
-              static_cast<int>(nLine));
+    tsnprintf(szReport, sizeof(szReport), "%s ASSERTION FAILED %s:\r\n   %s(%d)", szFunction, szExpression,
+              szFile, static_cast<int>(nLine));
     LDebugWriteLine(szReport, true);
 }
 
-void LDebugCheckFailed(const char* szExpression, const char* szMessage, const char* szFile, std::int32_t nLine)
+void LDebugCheckFailed(const char* szExpression, const char* szMessage, const char* szFile,
+                       std::int32_t nLine)
 {
     char szText[LSTR];
     tsnprintf(szText, sizeof(szText), "(%s) \"%s\"", szExpression, szMessage);
@@ -41,10 +43,11 @@ void LDebugValidWin32String(const WCHAR* sz)
 {
     if ((reinterpret_cast<std::uintptr_t>(sz) & 1) != 0)
     {
-        LDebugTraceFunctionF("LDEBUGVALIDWIN32STRINGF", true,
-                             TEXT("The string %s is not word-aligned (address: %p). This might result in failure of "
-                                  "some WinAPI functions."),
-                             sz, static_cast<const void*>(sz));
+        LDebugTraceFunctionF(
+            "LDEBUGVALIDWIN32STRINGF", true,
+            TEXT("The string %s is not word-aligned (address: %p). This might result in failure of "
+                 "some WinAPI functions."),
+            sz, static_cast<const void*>(sz));
     }
 }
 

@@ -64,8 +64,8 @@ void LDebugTraceWineVersion()
     getHost(&szSystem, &szRelease);
     if (szSystem != nullptr && szSystem[0] != 0 && szRelease != nullptr && szRelease[0] != 0)
     {
-        LDebugTraceF("Running under Wine version: %s, build: %s, Host version: %s - %s", szVersion, szBuild, szSystem,
-                     szRelease);
+        LDebugTraceF("Running under Wine version: %s, build: %s, Host version: %s - %s", szVersion, szBuild,
+                     szSystem, szRelease);
     }
     else
     {
@@ -79,7 +79,8 @@ bool LIsWindowsVersionOrGreater(std::uint32_t uMajor, std::uint32_t uMinor)
     {
         return false;
     }
-    constexpr DWORD uParts = VER_MAJORVERSION | VER_MINORVERSION | VER_SERVICEPACKMAJOR | VER_SERVICEPACKMINOR;
+    constexpr DWORD uParts =
+        VER_MAJORVERSION | VER_MINORVERSION | VER_SERVICEPACKMAJOR | VER_SERVICEPACKMINOR;
     static_assert(uParts == 0x33);
     OSVERSIONINFOEXW version = {};
     version.dwOSVersionInfoSize = sizeof(version);
@@ -100,8 +101,8 @@ std::int32_t LGetWindowsReleaseNumber()
         return 0;
     }
     WCHAR szRelease[LSTR];
-    if (!RegGetString(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion"), TEXT("ReleaseId"),
-                      TEXT(""), szRelease))
+    if (!RegGetString(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion"),
+                      TEXT("ReleaseId"), TEXT(""), szRelease))
     {
         LDebugTraceFunction("LGetWindowsReleaseNumber", false, "RegGetString() failed");
         return 0;

@@ -19,7 +19,7 @@ std::int32_t LGetWindowsReleaseNumber();
 // Bytes of physical memory; 4294967295 when the system does not say.
 std::uint64_t LGetTotalPhysicalMemory();
 
-// Bytes in the live blocks of the runtime library's heap: what malloc has handed out in this process, to every
-// module that uses the same runtime, the runtime's own blocks included. The walk over the blocks ends after
-// 32768 of them (about 3 ms), so that a host with a large heap is not held up; it then counts those.
+// Bytes in the live blocks of the runtime library's heap: what malloc has handed out in this process, to
+// every module that uses the same runtime, the runtime's own blocks included. The walk over the blocks ends
+// after 32768 of them (about 3 ms), so that a host with a large heap is not held up; it then counts those.
 std::uint64_t LGetRuntimeHeapSize();

@@ -22,9 +22,9 @@ constinit LDebugAllocationTable g_Table{};
 constinit bool g_bModeKnown = false;
 constinit LMemoryMode g_Mode = LMemoryMode::Plain;
 
-// The allocation lock: made at the first use, never destroyed, because blocks are released until the very end.
-// It lies in the module's own data, so that loading and unloading the module again and again costs the host
-// nothing.
+// The allocation lock: made at the first use, never destroyed, because blocks are released until the very
+// end. It lies in the module's own data, so that loading and unloading the module again and again costs the
+// host nothing.
 constinit std::atomic<bool> g_bLockMade{false};
 alignas(LLockObject) constinit unsigned char g_LockMemory[sizeof(LLockObject)]{};
 
@@ -77,8 +77,8 @@ LDebugHeapLock::~LDebugHeapLock()
     AllocationLock().Unlock();
 }
 
-void* LMemAllocation::Record(std::size_t uSize, const char* szFile, const char* szFunction, std::int32_t nLine,
-                             bool bArray)
+void* LMemAllocation::Record(std::size_t uSize, const char* szFile, const char* szFunction,
+                             std::int32_t nLine, bool bArray)
 {
     const LMemoryMode mode = MemoryMode();
     LMemAllocation* pRecord = LHeapBlockCreate(mode, uSize);
@@ -145,7 +145,8 @@ void LMemAllocation::IgnoreLeak(void* p)
     }
 }
 
-// --- Leak report ---------------------------------------------------------------------------------------------
+// --- Leak report
+// ---------------------------------------------------------------------------------------------
 
 namespace
 {
@@ -232,15 +233,17 @@ void WriteLeak(const Leak& leak)
 template <class TVisit>
 void ForEachLeak(TVisit visit)
 {
-    g_Table.ForEach([&visit](const void* p) {
-        bool bTabled = false;
-        const LMemAllocation* pRecord = FindRecord(p, bTabled);
-        constexpr std::uint32_t uListed = LMemAllocation::LIVE | LMemAllocation::REPORT;
-        if (bTabled && (pRecord->uFlags & uListed) == uListed)
+    g_Table.ForEach(
+        [&visit](const void* p)
         {
-            visit(*pRecord);
-        }
-    });
+            bool bTabled = false;
+            const LMemAllocation* pRecord = FindRecord(p, bTabled);
+            constexpr std::uint32_t uListed = LMemAllocation::LIVE | LMemAllocation::REPORT;
+            if (bTabled && (pRecord->uFlags & uListed) == uListed)
+            {
+                visit(*pRecord);
+            }
+        });
 }
 } // namespace
 
@@ -248,10 +251,12 @@ void LDebugHeapLeakReport()
 {
     std::size_t uLeaks = 0;
     std::uint64_t uTotal = 0;
-    ForEachLeak([&](const LMemAllocation& record) {
-        ++uLeaks;
-        uTotal += record.Size;
-    });
+    ForEachLeak(
+        [&](const LMemAllocation& record)
+        {
+            ++uLeaks;
+            uTotal += record.Size;
+        });
     if (uTotal == 0)
     {
         LDebugTrace(" --- No Memory Leak Detected ---");
@@ -264,10 +269,12 @@ void LDebugHeapLeakReport()
     if (pLeaks != nullptr)
     {
         std::size_t i = 0;
-        ForEachLeak([&](const LMemAllocation& record) {
-            pLeaks[i] = Leak{&record, nullptr};
-            ++i;
-        });
+        ForEachLeak(
+            [&](const LMemAllocation& record)
+            {
+                pLeaks[i] = Leak{&record, nullptr};
+                ++i;
+            });
         qsort(pLeaks, uLeaks, sizeof(Leak), CompareTraceLines);
         FindTexts(pLeaks, uLeaks);
         qsort(pLeaks, uLeaks, sizeof(Leak), CompareSizes);
@@ -278,6 +285,7 @@ void LDebugHeapLeakReport()
         }
         free(pLeaks);
     }
-    LDebugTraceError(" --- Leak Segments End ----------------------------------------------------\n Info: Use "
-                     "LDebugHeapIgnoreLeak for singleton allocated memory to prevent them being reported as leaks.");
+    LDebugTraceError(
+        " --- Leak Segments End ----------------------------------------------------\n Info: Use "
+        "LDebugHeapIgnoreLeak for singleton allocated memory to prevent them being reported as leaks.");
 }

@@ -25,13 +25,13 @@ struct LMemAllocation
     static constexpr std::uint32_t LIVE = 2;   // not yet released
     static constexpr std::uint32_t REPORT = 4; // listed as a leak
 
-    // Makes a block and returns its pUser; null, reported, when there is no memory. The blocks of modes 2 and 3
-    // and all odd-sized neighbours have no alignment beyond 4 bytes.
-    // The caller of Record and Release holds the allocation lock (LDebugHeapLock).
+    // Makes a block and returns its pUser; null, reported, when there is no memory. The blocks of modes 2 and
+    // 3 and all odd-sized neighbours have no alignment beyond 4 bytes. The caller of Record and Release holds
+    // the allocation lock (LDebugHeapLock).
     static void* Record(std::size_t uSize, const char* szFile, const char* szFunction, std::int32_t nLine,
                         bool bArray);
-    // Releases a block. A block that was released before, is released in the other form, is not in the table or
-    // was never made here stops in the debugger and is left as it is.
+    // Releases a block. A block that was released before, is released in the other form, is not in the table
+    // or was never made here stops in the debugger and is left as it is.
     static void Release(void* p, bool bArray);
     // Takes a live block out of the leak report. Null does nothing; a foreign pointer stops in the debugger.
     static void IgnoreLeak(void* p);

@@ -12,10 +12,10 @@ using Bytes = std::uint8_t*;
 
 constexpr std::size_t g_uTagSize = 4;
 constexpr std::size_t g_uRecordSize = sizeof(LMemAllocation);
-constexpr std::size_t g_uHeadSize = g_uRecordSize + g_uTagSize;      // record and tag in front of the user data
-constexpr std::size_t g_uPointerSize = sizeof(void*); // mode 3: the record's address …
-constexpr std::size_t g_uBeforeSize = g_uPointerSize + g_uTagSize;   // … and the tag in front of the user data
-constexpr std::uint32_t g_uTagBase = 0x4D454D30;                     // "0MEM"
+constexpr std::size_t g_uHeadSize = g_uRecordSize + g_uTagSize;    // record and tag in front of the user data
+constexpr std::size_t g_uPointerSize = sizeof(void*);              // mode 3: the record's address …
+constexpr std::size_t g_uBeforeSize = g_uPointerSize + g_uTagSize; // … and the tag in front of the user data
+constexpr std::uint32_t g_uTagBase = 0x4D454D30;                   // "0MEM"
 
 // System page size, fetched at the first block that needs it. Used under the allocation lock.
 constinit std::size_t g_uPage = 0;
@@ -72,7 +72,8 @@ LMemAllocation* NoMemory(const char* szText)
 LMemAllocation* CreatePlain(LMemoryMode mode, std::size_t uSize)
 {
     auto* pBlock = IsAbsurd(uSize) ? nullptr : static_cast<Bytes>(malloc(uSize + g_uHeadSize));
-    return pBlock == nullptr ? NoMemory("malloc returned nullptr") : Place(pBlock, pBlock, pBlock + g_uHeadSize, mode);
+    return pBlock == nullptr ? NoMemory("malloc returned nullptr")
+                             : Place(pBlock, pBlock, pBlock + g_uHeadSize, mode);
 }
 
 Bytes AllocatePages(std::size_t uPages)

@@ -110,7 +110,8 @@ void LDebugTraceValue(const char* szPrefix, const WCHAR* szValue, bool bError)
 void LDebugTraceValue(const WCHAR* szPrefix, const WCHAR* szValue, bool bError)
 {
     WCHAR szLine[g_uLineSize];
-    tsnprintf(szLine, g_uLineSize, TEXT("%s%s"), szPrefix, szValue == nullptr ? TEXT("!!! NULL !!!") : szValue);
+    tsnprintf(szLine, g_uLineSize, TEXT("%s%s"), szPrefix,
+              szValue == nullptr ? TEXT("!!! NULL !!!") : szValue);
     LDebugWriteLineW(szLine, bError);
 }
 
@@ -169,9 +170,9 @@ void LDebugTraceErrorF(const char* szFormat, ...)
 void LDebugTraceSystemError(const char* szPrefix, DWORD uError)
 {
     WCHAR* szText = nullptr;
-    FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM,
-                   nullptr, uError, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<WCHAR*>(&szText), 0,
-                   nullptr);
+    FormatMessageW(
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM, nullptr,
+        uError, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<WCHAR*>(&szText), 0, nullptr);
     if (szText != nullptr)
     {
         LDebugTrace(szPrefix, szText);

@@ -70,8 +70,8 @@ void LDebugWriteLine(const char* szText, bool bError)
     char szLine[g_uLineSize];
     tsnprintf(szLine, g_uLineSize,
               bError ? "%.2d:%.2d:%.2d.%.3d**%s%s**%s\r\n" : "%.2d:%.2d:%.2d.%.3d  %s%s  %s\r\n",
-              static_cast<int>(t / 3600000 % 24), static_cast<int>(t / 60000 % 60), static_cast<int>(t / 1000 % 60),
-              static_cast<int>(t % 1000), "", szThread, szText);
+              static_cast<int>(t / 3600000 % 24), static_cast<int>(t / 60000 % 60),
+              static_cast<int>(t / 1000 % 60), static_cast<int>(t % 1000), "", szThread, szText);
     EndLine(szLine);
     AppendToFile(szLine);
     OutputDebugStringA(szLine);
@@ -88,7 +88,8 @@ const WCHAR* LDebugGetFilePath()
     const WCHAR* szKnown = nullptr;
     // The first caller computes the path. Lines that come meanwhile, from it or from another thread, find
     // the empty path and go to the debugger output only.
-    if (!g_szPath.compare_exchange_strong(szKnown, g_szNoPath, std::memory_order_acq_rel, std::memory_order_acquire))
+    if (!g_szPath.compare_exchange_strong(szKnown, g_szNoPath, std::memory_order_acq_rel,
+                                          std::memory_order_acquire))
     {
         return szKnown;
     }
@@ -120,7 +121,8 @@ void LDebugRotateFiles(const WCHAR* szPath)
         WCHAR szTitle[LSTR];
         LFile::GetFolderFromPath(szFolder, szPath);
         LFile::GetFileTitleFromPath(szTitle, szPath);
-        const auto makeName = [&](WCHAR* szName, int i) {
+        const auto makeName = [&](WCHAR* szName, int i)
+        {
             WCHAR szExtension[LSTR];
             tsnprintf(szExtension, LSTR, TEXT(".%d.txt"), i);
             return LFile::MakeFilePath(szName, szFolder, szTitle, szExtension);
@@ -148,7 +150,8 @@ LDebugTraceLifetime::LDebugTraceLifetime()
     const tm* pLocal = localtime(&now);
     if (pLocal != nullptr)
     {
-        const auto uSeconds = static_cast<std::uint32_t>(pLocal->tm_hour * 3600 + pLocal->tm_min * 60 + pLocal->tm_sec);
+        const auto uSeconds =
+            static_cast<std::uint32_t>(pLocal->tm_hour * 3600 + pLocal->tm_min * 60 + pLocal->tm_sec);
         g_uClockBase.store(uNow - 1000 * uSeconds, std::memory_order_relaxed);
     }
     LDebugWriteHeader();

@@ -30,6 +30,19 @@ TEST_F(ModuleMenuFaults, LockThatFailsReleasesTheMedium)
     EXPECT_EQ(DropDataObject::LiveMediums(), 0);
 }
 
+TEST_F(ModuleMenuFaults, LockedBlockIsUnlockedAgain)
+{
+    const Module module;
+    MenuHandler handler(module);
+    // Nothing but a failed call of it shows that it is called at all.
+    for (const std::vector<std::string>& paths : {std::vector<std::string>{"C:\\A\\x"}, {}})
+    {
+        sndxposix::FailCall("GlobalUnlock", ERROR_NOT_ENOUGH_MEMORY, 1);
+        EXPECT_EQ(handler.Select(paths), paths.empty() ? E_INVALIDARG : S_OK);
+        EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+    }
+}
+
 TEST_F(ModuleMenuFaults, UnreadablePathStopsTheReadingAndKeepsTheEarlierOnes)
 {
     const Module module;

@@ -268,13 +268,30 @@ TEST_F(ModuleRequest, BusyPipeIsWaitedForTwice)
 
 TEST_F(ModuleRequest, SlowReaderGetsEverything)
 {
-    Serve({"--requests", "1", "--read-after", "1000", "--buffer", "4096"});
-    const Paths paths = ManyPaths(300);
-    EXPECT_EQ(Invoke(2, paths), S_OK);
-    EXPECT_GE(Milliseconds(), 900); // gone only when all was read
-    EXPECT_LT(Milliseconds(), 5000);
+    std::string expected;
+    for (const auto& [count, buffer] : {std::pair{1, "65536"}, std::pair{300, "4096"}})
+    {
+        // What fits the buffer is waited for at the end, what does not at every write.
+        Serve({"--requests", "1", "--read-after", "1000", "--buffer", buffer});
+        const Paths paths = ManyPaths(static_cast<std::size_t>(count));
+        EXPECT_EQ(Invoke(2, paths), S_OK);
+        EXPECT_GE(Milliseconds(), 900);
+        EXPECT_LT(Milliseconds(), 5000);
+        EXPECT_EQ(Server().Wait(), 0);
+        expected += RequestBytes(words[2], paths);
+        EXPECT_TRUE(Received() == expected) << count;
+        std::filesystem::remove(Items().Local("ready"));
+    }
+}
+
+TEST_F(ModuleRequest, ReaderThatComesAfterTheTimeOutFindsThePayloadWithdrawn)
+{
+    Serve({"--requests", "1", "--read-after", "6500", "--buffer", "64"});
+    EXPECT_EQ(Invoke(upload, {"C:\\a"}), S_OK);
+    EXPECT_GE(Milliseconds(), 6000);
+    EXPECT_LT(Milliseconds(), 10000);
     EXPECT_EQ(Server().Wait(), 0);
-    EXPECT_TRUE(Received() == RequestBytes(words[2], paths));
+    EXPECT_TRUE(Received() == HeaderBytes(4 + 520 * 2));
 }
 
 TEST_F(ModuleRequest, ReaderThatNeverReadsIsGivenUpAfterTheTimeOut)

@@ -1,14 +1,14 @@
 // Conversion between UTF-16 and UTF-8 in fixed buffers.
 
+#include <algorithm>
 #include <limits>
 #include <string>
-#include <vector>
 
 #include <gmock/gmock.h>
 
 #include "gen/charsets.h"
 #include "gen/types.h"
-#include "tests/gen/reports.h"
+#include "tests/support/reports.h"
 #include "tests/support/text.h"
 
 namespace
@@ -19,111 +19,82 @@ using ::testing::IsEmpty;
 
 const WideString loneHigh = {WCHAR{'a'}, static_cast<WCHAR>(0xD83D), WCHAR{'b'}};
 const WideString loneLow = {static_cast<WCHAR>(0xDE00), WCHAR{'b'}};
-constexpr char grinning[] = "\U0001F600";
 
-// The result and one byte behind the buffer, which must stay '#'.
-std::string ToUtf8(const WideString& text, std::size_t size)
+// What a buffer of this size holds then; the unit behind it must stay '#', and nothing is reported.
+template <class TTo, class TFrom>
+std::basic_string<TTo> Converted(void (*copy)(TTo*, const TFrom*, std::size_t), const TFrom* text,
+                                 std::size_t size)
 {
-    std::string buffer(size + 1, '#');
-    LCopyUTF8FromUnicode(buffer.data(), text.c_str(), size);
-    EXPECT_EQ(buffer[size], '#') << "written behind the buffer";
+    std::basic_string<TTo> buffer(size + 1, TTo{'#'});
+    EXPECT_THAT(Traced([&] { copy(buffer.data(), text, size); }), IsEmpty());
+    EXPECT_EQ(buffer[size], TTo{'#'}) << "written behind the buffer";
     return buffer.c_str();
 }
 
-WideString ToWide(const std::string& text, std::size_t size)
+std::string ToUtf8(const WideString& text, std::size_t size = 100)
 {
-    WideString buffer(size + 1, TEXT('#'));
-    LCopyUnicodeFromUTF8(buffer.data(), text.c_str(), size);
-    EXPECT_EQ(buffer[size], TEXT('#')) << "written behind the buffer";
-    return buffer.c_str();
+    return Converted(&LCopyUTF8FromUnicode, text.c_str(), size);
 }
 
-TEST(Charsets, TextsThatFitAreConvertedWhole)
+WideString ToWide(const std::string& text, std::size_t size = 100)
 {
-    const TraceCapture trace;
-    for (const std::string text : {"", "a", "L\u00F6schen", "\u20AC", "x\U0001F600y"})
-    {
-        EXPECT_EQ(ToUtf8(Wide(text), text.size() + 1), text);
-        EXPECT_EQ(ToWide(text, Wide(text).size() + 1), Wide(text)) << text;
-        EXPECT_EQ(ToUtf8(Wide(text), 100), text);
-    }
-    EXPECT_EQ(std::string("L\u00F6schen").size(), 8u);
-    EXPECT_EQ(Wide("L\u00F6schen").size(), 7u);
-    EXPECT_THAT(trace.Texts(), IsEmpty());
+    return Converted(&LCopyUnicodeFromUTF8, text.c_str(), size);
 }
 
 TEST(Charsets, InvalidInputBecomesTheReplacementCharacter)
 {
-    EXPECT_EQ(ToUtf8(loneHigh, 100), "a\uFFFD"
-                                     "b");
-    EXPECT_EQ(ToUtf8(loneLow, 100), "\uFFFD"
-                                    "b");
-    EXPECT_EQ(Utf8(ToWide("a\xFF"
-                          "b",
-                          100)),
-              "a\uFFFD"
-              "b");
+    const std::string b = "b"; // apart, since an escape would go on with it
+    EXPECT_EQ(ToUtf8(loneHigh), "a\uFFFD" + b);
+    EXPECT_EQ(ToUtf8(loneLow), "\uFFFD" + b);
+    EXPECT_EQ(ToWide("a\xFF" + b), Wide("a\uFFFD" + b));
 }
 
 TEST(Charsets, TextsThatDoNotFitAreCutAtACharacter)
 {
-    const TraceCapture trace;
+    // Characters of 1 to 4 bytes, the last of these of two units: every size, up to one to spare.
+    const std::string text = "a\u00F6\u20AC\U0001F600z";
+    const std::size_t bytes[] = {0, 1, 3, 6, 10, 11};
+    const std::size_t units[] = {0, 1, 2, 3, 5, 6};
+    for (std::size_t size = 1; size <= text.size() + 2; ++size)
+    {
+        const auto whole = [size](const std::size_t(&ends)[6])
+        { return std::upper_bound(ends, ends + 6, size - 1) - ends - 1; };
+        EXPECT_EQ(ToUtf8(Wide(text), size), text.substr(0, bytes[whole(bytes)])) << size;
+        EXPECT_EQ(ToWide(text, size), Wide(text.substr(0, bytes[whole(units)]))) << size;
+    }
     const std::string path(300, 'x');
     EXPECT_EQ(ToUtf8(Wide(path), LSTR), path.substr(0, 259));
     EXPECT_EQ(ToWide(path, LSTR), Wide(path.substr(0, 259)));
-    EXPECT_EQ(ToUtf8(Wide("abc"), 1), "");
-    EXPECT_EQ(ToWide("abc", 1), Wide(""));
-
-    // 2, 3 and 4 bytes a character: every size between leaves the last whole character.
-    const std::string text = "a\u00F6\u20AC\U0001F600z";
-    const std::vector<std::size_t> ends = {0, 1, 3, 6, 10, 11};
-    for (std::size_t size = 1; size <= text.size() + 1; ++size)
-    {
-        std::size_t expected = 0;
-        for (const std::size_t end : ends)
-        {
-            expected = end <= size - 1 ? end : expected;
-        }
-        EXPECT_EQ(ToUtf8(Wide(text), size), text.substr(0, expected)) << size;
-    }
-    // A pair of surrogates is one character.
-    EXPECT_EQ(ToWide(std::string("ab") + grinning + "c", 4), Wide("ab"));
-    EXPECT_EQ(ToWide(std::string("ab") + grinning + "c", 5), Wide(std::string("ab") + grinning));
-    EXPECT_EQ(ToWide(std::string("ab") + grinning + "c", 6), Wide(std::string("ab") + grinning + "c"));
     // What is cut off may be invalid.
     EXPECT_EQ(ToUtf8(loneHigh, 4), "a");
     EXPECT_EQ(ToUtf8(loneHigh, 5), "a\uFFFD");
-    EXPECT_THAT(trace.Texts(), IsEmpty());
+}
+
+// Both conversions of a source into buffers of "#", and what these begin with then.
+std::string Misuse(const WCHAR* wideText, const char* text, std::size_t size)
+{
+    char narrow = '#';
+    WCHAR wide = TEXT('#');
+    LCopyUTF8FromUnicode(&narrow, wideText, size);
+    LCopyUnicodeFromUTF8(&wide, text, size);
+    return {narrow, static_cast<char>(wide)};
 }
 
 TEST(Charsets, SizeZeroOrNegativeIsReportedAndWritesNothing)
 {
     for (const std::size_t size :
-         {std::size_t{0}, std::numeric_limits<std::size_t>::max(), std::size_t{0x80000000u}})
+         {std::size_t{0}, std::numeric_limits<std::size_t>::max(), std::size_t{1} << 31})
     {
-        const TraceCapture trace;
-        char narrow[2] = {'#', '#'};
-        WCHAR wide[2] = {TEXT('#'), TEXT('#')};
-        LCopyUTF8FromUnicode(narrow, TEXT("a"), size);
-        LCopyUnicodeFromUTF8(wide, "a", size);
-        EXPECT_EQ(narrow[0], '#');
-        EXPECT_EQ(wide[0], TEXT('#'));
-        EXPECT_THAT(trace.Texts(), ElementsAre("**LCopyUTF8FromUnicode called with BufferSize <= 0",
-                                               "**LCopyUnicodeFromUTF8 called with BufferSizeChars <= 0"));
+        EXPECT_THAT(Traced([&] { EXPECT_EQ(Misuse(TEXT("a"), "a", size), "##"); }),
+                    ElementsAre("**LCopyUTF8FromUnicode called with BufferSize <= 0",
+                                "**LCopyUnicodeFromUTF8 called with BufferSizeChars <= 0"));
     }
 }
 
 TEST(Charsets, ANullSourceIsReportedAndTakenAsEmpty)
 {
-    const TraceCapture trace;
-    char narrow[2] = {'#', '#'};
-    WCHAR wide[2] = {TEXT('#'), TEXT('#')};
-    LCopyUTF8FromUnicode(narrow, nullptr, 2);
-    LCopyUnicodeFromUTF8(wide, nullptr, 2);
-    EXPECT_EQ(narrow[0], 0);
-    EXPECT_EQ(wide[0], 0);
-    const std::string null = "**LDEBUGVALIDPTRREAD attempting to read from a null ptr";
-    EXPECT_THAT(trace.Texts(), ElementsAre(null, null));
+    EXPECT_THAT(Traced([] { EXPECT_EQ(Misuse(nullptr, nullptr, 1), std::string(2, 0)); }),
+                ElementsAre(nullRead, nullRead));
 }
 
 TEST(Charsets, ConversionInPlaceIsReportedAndCarriesOn)
@@ -133,7 +104,7 @@ TEST(Charsets, ConversionInPlaceIsReportedAndCarriesOn)
     LCopyUTF8FromUnicode(buffer, reinterpret_cast<const WCHAR*>(buffer), 32);
     LCopyUnicodeFromUTF8(reinterpret_cast<WCHAR*>(buffer), buffer, 32);
     EXPECT_THAT(
-        Reports(trace),
+        WithoutLineNumbers(trace.Texts()),
         ElementsAre(
             Assertion("LCopyUTF8FromUnicode", "(void*)(szUTF8) != (void*)(szUnicode)", "gen/charsets.cpp"),
             Assertion("LCopyUnicodeFromUTF8", "(void*)(szUnicode) != (void*)(szUTF8)", "gen/charsets.cpp")));

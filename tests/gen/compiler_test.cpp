@@ -7,27 +7,20 @@
 class GlobalClass;
 namespace outer::inner
 {
-struct Structure;
-class Holder
+struct Holder
 {
-  public:
     struct Item;
 };
 template <class T>
 class Template;
 } // namespace outer::inner
 
-namespace
-{
 TEST(TemplateFunctionName, WritesTheQualifiedClassWithItsKeyword)
 {
     EXPECT_STREQ((LTemplateFunctionName<"LList<", GlobalClass, ">::AddTop">::value),
                  "LList<class GlobalClass>::AddTop");
-    EXPECT_STREQ((LTemplateFunctionName<"LListIterator<", outer::inner::Structure, ">::operator ->">::value),
-                 "LListIterator<class outer::inner::Structure>::operator ->");
     EXPECT_STREQ((LTemplateFunctionName<"", outer::inner::Holder::Item, "">::value),
                  "class outer::inner::Holder::Item");
     EXPECT_STREQ((LTemplateFunctionName<"F<", outer::inner::Template<GlobalClass>, ">">::value),
                  "F<class outer::inner::Template<GlobalClass>>");
 }
-} // namespace

@@ -1,53 +1,20 @@
 // Both ends of named pipes: opening, quotas, pending and cancelled transfers, and the ends of connections.
 
-#include <chrono>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include "tests/platform/handle.h"
 #include "tests/support/child.h"
-#include "tests/support/text.h"
 
 namespace
 {
-using sndxtest::Announce;
-using sndxtest::ChildProcess;
-using sndxtest::WaitFor;
-using Clock = std::chrono::steady_clock;
+using namespace sndxtest;
 
 constexpr WCHAR pipeName[] = TEXT("\\\\.\\pipe\\sndxtest pipe");
 constexpr DWORD quota = 64;
-
-long long MillisecondsSince(Clock::time_point start)
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
-
-// Owns a handle.
-class Handle
-{
-  public:
-    explicit Handle(HANDLE value) : value_(value) {}
-    ~Handle() { Close(); }
-    Handle(const Handle&) = delete;
-    Handle& operator=(const Handle&) = delete;
-    operator HANDLE() const { return value_; }
-    bool IsOpen() const { return value_ != INVALID_HANDLE_VALUE; }
-    void Close()
-    {
-        if (IsOpen())
-        {
-            CloseHandle(value_);
-            value_ = INVALID_HANDLE_VALUE;
-        }
-    }
-
-  private:
-    HANDLE value_;
-};
 
 HANDLE CreateServer(DWORD instances = 1, DWORD timeout = 200, DWORD size = quota,
                     DWORD mode = PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED)
@@ -55,9 +22,9 @@ HANDLE CreateServer(DWORD instances = 1, DWORD timeout = 200, DWORD size = quota
     return CreateNamedPipeW(pipeName, mode, PIPE_TYPE_BYTE, instances, size, size, timeout, nullptr);
 }
 
-HANDLE OpenClient(DWORD access = GENERIC_READ | GENERIC_WRITE, DWORD flags = FILE_FLAG_OVERLAPPED)
+HANDLE OpenClient(DWORD flags = FILE_FLAG_OVERLAPPED)
 {
-    return CreateFileW(pipeName, access, 0, nullptr, OPEN_EXISTING, flags, nullptr);
+    return CreateFileW(pipeName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, flags, nullptr);
 }
 
 // One overlapped transfer with its event.
@@ -66,17 +33,17 @@ struct Transfer
     Transfer() { overlapped.hEvent = event; }
     Transfer(const Transfer&) = delete;
     Transfer& operator=(const Transfer&) = delete;
-    bool IsSignalled() const { return WaitForSingleObject(event, 0) == WAIT_OBJECT_0; }
+    DWORD Wait(DWORD milliseconds) const { return WaitForSingleObject(event, milliseconds); }
 
     Handle event{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     OVERLAPPED overlapped{};
     DWORD bytes = 0;
+    char buffer[16] = {};
 };
 
-// The error of a call that has returned FALSE, 0 for TRUE.
-DWORD ErrorOf(BOOL result)
+DWORD Connect(HANDLE server, Transfer& transfer)
 {
-    return result ? DWORD{ERROR_SUCCESS} : GetLastError();
+    return ErrorOf(ConnectNamedPipe(server, &transfer.overlapped));
 }
 
 DWORD Write(HANDLE pipe, const std::string& data, Transfer& transfer)
@@ -85,20 +52,26 @@ DWORD Write(HANDLE pipe, const std::string& data, Transfer& transfer)
         WriteFile(pipe, data.data(), static_cast<DWORD>(data.size()), &transfer.bytes, &transfer.overlapped));
 }
 
-DWORD Result(HANDLE pipe, Transfer& transfer, BOOL wait = FALSE)
+DWORD StartRead(HANDLE pipe, Transfer& transfer)
+{
+    return ErrorOf(
+        ReadFile(pipe, transfer.buffer, sizeof transfer.buffer, &transfer.bytes, &transfer.overlapped));
+}
+
+DWORD Result(HANDLE pipe, Transfer& transfer, BOOL wait = TRUE)
 {
     return ErrorOf(GetOverlappedResult(pipe, &transfer.overlapped, &transfer.bytes, wait));
 }
 
 // Reads what is there, at most size bytes; waits for at least one.
-std::string Read(HANDLE pipe, DWORD size)
+std::string Read(HANDLE pipe, DWORD size = 1000)
 {
     std::string data(size, '\0');
     Transfer transfer;
     if (!ReadFile(pipe, data.data(), size, &transfer.bytes, &transfer.overlapped) &&
-        (GetLastError() != ERROR_IO_PENDING || Result(pipe, transfer, TRUE) != ERROR_SUCCESS))
+        (GetLastError() != ERROR_IO_PENDING || Result(pipe, transfer) != ERROR_SUCCESS))
     {
-        return "(error " + std::to_string(GetLastError()) + ")";
+        return "error " + std::to_string(GetLastError());
     }
     data.resize(transfer.bytes);
     return data;
@@ -111,154 +84,130 @@ long Available(HANDLE pipe)
     return PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr) ? static_cast<long>(available)
                                                                          : -static_cast<long>(GetLastError());
 }
+constexpr long broken = -long{ERROR_BROKEN_PIPE};
+constexpr long notConnected = -long{ERROR_PIPE_NOT_CONNECTED};
 
 class Pipes : public ::testing::Test
 {
   protected:
-    Pipes() { sndxtest::ClearPoints(); }
+    Pipes() { ClearPoints(); }
+};
+
+// Most tests have one instance and its client.
+class ConnectedPipe : public Pipes
+{
+  protected:
+    Handle server{CreateServer()};
+    Handle client{OpenClient()};
+    Transfer transfer;
 };
 
 TEST_F(Pipes, AbsentPipeIsNotFoundAtOnce)
 {
-    const auto start = Clock::now();
-    EXPECT_EQ(INVALID_HANDLE_VALUE, OpenClient());
-    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, GetLastError());
-    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, ErrorOf(WaitNamedPipeW(pipeName, 5000)));
-    EXPECT_LT(MillisecondsSince(start), 1000);
-    const WCHAR* const notAPipe = TEXT("sndxtest pipe");
-    EXPECT_EQ(INVALID_HANDLE_VALUE,
-              CreateNamedPipeW(notAPipe, PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE, 1, 1, 1, 0, nullptr));
-    EXPECT_EQ(DWORD{ERROR_INVALID_NAME}, GetLastError());
+    const Stopwatch time;
+    EXPECT_EQ(ErrorOf(OpenClient()), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(ErrorOf(WaitNamedPipeW(pipeName, 5000)), ERROR_FILE_NOT_FOUND);
+    EXPECT_LT(time.Milliseconds(), 1000);
 }
 
-TEST_F(Pipes, FreeInstanceOpensBeforeTheServerListens)
+TEST_F(Pipes, ClientOpensBeforeOrAfterTheServerListens)
 {
     const Handle server(CreateServer());
-    ASSERT_TRUE(server.IsOpen());
     EXPECT_TRUE(WaitNamedPipeW(pipeName, 1000));
-    const Handle client(CreateFileW(TEXT("\\\\.\\PIPE\\SNDXTEST pipe"), GENERIC_READ | GENERIC_WRITE, 0,
-                                    nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
+    Handle client(CreateFileW(TEXT("\\\\.\\PIPE\\SNDXTEST pipe"), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                              OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
     ASSERT_TRUE(client.IsOpen());
     Transfer connect;
-    EXPECT_EQ(DWORD{ERROR_PIPE_CONNECTED}, ErrorOf(ConnectNamedPipe(server, &connect.overlapped)));
-    EXPECT_EQ(0, Available(server));
-    EXPECT_EQ(0, Available(client));
-
-    // Both directions.
+    EXPECT_EQ(Connect(server, connect), ERROR_PIPE_CONNECTED);
     Transfer transfer;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "question", transfer));
-    EXPECT_EQ(DWORD{8}, transfer.bytes);
-    EXPECT_TRUE(transfer.IsSignalled());
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(server, "answer", transfer));
-    EXPECT_EQ("question", Read(server, 100));
-    EXPECT_EQ("ans", Read(client, 3));
-    EXPECT_EQ("wer", Read(client, 100));
-}
+    EXPECT_EQ(Write(client, "question", transfer), ERROR_SUCCESS);
+    EXPECT_EQ(transfer.bytes, 8u);
+    EXPECT_EQ(transfer.Wait(0), WAIT_OBJECT_0);
+    EXPECT_EQ(Write(server, "answer", transfer), ERROR_SUCCESS);
+    EXPECT_EQ(Available(server), 8);
+    EXPECT_EQ(Read(server), "question");
+    EXPECT_EQ(Read(client, 3), "ans");
+    EXPECT_EQ(Read(client), "wer");
 
-TEST_F(Pipes, OverlappedConnectEndsWhenAClientOpens)
-{
-    const Handle server(CreateServer());
-    Transfer connect;
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING}, ErrorOf(ConnectNamedPipe(server, &connect.overlapped)));
-    EXPECT_FALSE(connect.IsSignalled());
-    EXPECT_EQ(DWORD{ERROR_IO_INCOMPLETE}, Result(server, connect));
-    const Handle client(OpenClient());
-    EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(connect.event, 5000));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Result(server, connect));
+    client.Close();
+    EXPECT_TRUE(DisconnectNamedPipe(server));
+    EXPECT_EQ(Connect(server, connect), ERROR_IO_PENDING);
+    EXPECT_EQ(connect.Wait(0), WAIT_TIMEOUT);
+    EXPECT_EQ(Result(server, connect, FALSE), ERROR_IO_INCOMPLETE);
+    const Handle next(OpenClient());
+    EXPECT_EQ(connect.Wait(5000), WAIT_OBJECT_0);
+    EXPECT_EQ(Result(server, connect), ERROR_SUCCESS);
 }
 
 TEST_F(Pipes, BusyPipeWaitsAsLongAsAskedOrAsTheServerSays)
 {
     const Handle server(CreateServer(1, 150));
     const Handle client(OpenClient());
-    EXPECT_EQ(INVALID_HANDLE_VALUE, OpenClient());
-    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, GetLastError());
-    EXPECT_EQ(INVALID_HANDLE_VALUE, CreateServer());
-    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, GetLastError());
-
-    auto start = Clock::now();
-    EXPECT_EQ(DWORD{ERROR_SEM_TIMEOUT}, ErrorOf(WaitNamedPipeW(pipeName, NMPWAIT_USE_DEFAULT_WAIT)));
-    EXPECT_GE(MillisecondsSince(start), 140);
-    EXPECT_LT(MillisecondsSince(start), 600);
-    start = Clock::now();
-    EXPECT_EQ(DWORD{ERROR_SEM_TIMEOUT}, ErrorOf(WaitNamedPipeW(pipeName, 40)));
-    EXPECT_GE(MillisecondsSince(start), 35);
-    EXPECT_LT(MillisecondsSince(start), 140);
+    EXPECT_EQ(ErrorOf(OpenClient()), ERROR_PIPE_BUSY);
+    EXPECT_EQ(ErrorOf(CreateServer()), ERROR_PIPE_BUSY);
+    const struct
+    {
+        DWORD asked;
+        long long least;
+        long long most;
+    } cases[] = {{NMPWAIT_USE_DEFAULT_WAIT, 140, 600}, {40, 35, 140}};
+    for (const auto& each : cases)
+    {
+        const Stopwatch time;
+        EXPECT_EQ(ErrorOf(WaitNamedPipeW(pipeName, each.asked)), ERROR_SEM_TIMEOUT);
+        EXPECT_GE(time.Milliseconds(), each.least);
+        EXPECT_LT(time.Milliseconds(), each.most);
+    }
 }
 
-TEST_F(Pipes, BusyPipeThatGetsFreeEndsTheWait)
+TEST_F(ConnectedPipe, BusyPipeThatGetsFreeEndsTheWait)
 {
-    const Handle server(CreateServer());
-    Handle client(OpenClient());
     std::thread freeing(
         [&]
         {
             Sleep(50);
             client.Close();
             EXPECT_TRUE(DisconnectNamedPipe(server));
-            Transfer connect;
-            EXPECT_EQ(DWORD{ERROR_IO_PENDING}, ErrorOf(ConnectNamedPipe(server, &connect.overlapped)));
-            EXPECT_EQ(DWORD{ERROR_SUCCESS}, Result(server, connect, TRUE));
+            EXPECT_EQ(Connect(server, transfer), ERROR_IO_PENDING);
+            EXPECT_EQ(Result(server, transfer), ERROR_SUCCESS);
         });
     EXPECT_TRUE(WaitNamedPipeW(pipeName, NMPWAIT_WAIT_FOREVER));
     const Handle second(OpenClient());
     EXPECT_TRUE(second.IsOpen());
     freeing.join();
-    Transfer transfer;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(second, "again", transfer));
-    EXPECT_EQ("again", Read(server, 100));
+    EXPECT_EQ(Write(second, "again", transfer), ERROR_SUCCESS);
+    EXPECT_EQ(Read(server), "again");
 }
 
 TEST_F(Pipes, InstancesServeOneClientEach)
 {
     const Handle first(CreateServer(2));
     const Handle second(CreateServer(2));
-    EXPECT_EQ(INVALID_HANDLE_VALUE, CreateServer(2));
-    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, GetLastError());
+    EXPECT_EQ(ErrorOf(CreateServer(2)), ERROR_PIPE_BUSY);
     const Handle a(OpenClient());
     const Handle b(OpenClient());
-    EXPECT_EQ(INVALID_HANDLE_VALUE, OpenClient());
-    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, GetLastError());
+    EXPECT_EQ(ErrorOf(OpenClient()), ERROR_PIPE_BUSY);
     Transfer transfer;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(a, "of a", transfer));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(b, "of b", transfer));
-    EXPECT_EQ("of a", Available(first) > 0 ? Read(first, 4) : "");
-    EXPECT_EQ("of b", Available(second) > 0 ? Read(second, 4) : "");
+    EXPECT_EQ(Write(a, "of a", transfer), ERROR_SUCCESS);
+    EXPECT_EQ(Write(b, "of bb", transfer), ERROR_SUCCESS);
+    EXPECT_EQ(Available(first), 4);
+    EXPECT_EQ(Available(second), 5);
 }
 
-TEST_F(Pipes, ClientNeedsTheAccessThatTheServerGives)
+TEST_F(ConnectedPipe, WriteBeyondTheQuotaPendsUntilRead)
 {
-    const Handle server(CreateServer(1, 0, quota, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED));
-    EXPECT_EQ(INVALID_HANDLE_VALUE, OpenClient());
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, GetLastError());
-    const Handle client(OpenClient(GENERIC_WRITE));
-    EXPECT_TRUE(client.IsOpen());
-    Transfer transfer;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "in", transfer));
-    EXPECT_EQ("in", Read(server, 9));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, Write(server, "out", transfer));
-}
-
-TEST_F(Pipes, WriteBeyondTheQuotaPendsUntilRead)
-{
-    const Handle server(CreateServer());
-    const Handle client(OpenClient());
-    Transfer first;
-    Transfer second;
     Transfer third;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, std::string(16, 'a'), first));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, std::string(48, 'b'), second));
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Write(client, "c", third));
-    EXPECT_FALSE(third.IsSignalled());
-    EXPECT_FALSE(HasOverlappedIoCompleted(&third.overlapped));
-    EXPECT_EQ(DWORD{ERROR_IO_INCOMPLETE}, Result(client, third));
-    EXPECT_EQ(std::string(16, 'a') + "b", Read(server, 17));
-    EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(third.event, 5000));
-    EXPECT_TRUE(HasOverlappedIoCompleted(&third.overlapped));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Result(client, third));
-    EXPECT_EQ(DWORD{1}, third.bytes);
-    EXPECT_EQ(std::string(47, 'b') + "c", Read(server, 100));
-    EXPECT_EQ(0, Available(server));
+    EXPECT_EQ(Write(client, std::string(16, 'a'), transfer), ERROR_SUCCESS);
+    EXPECT_EQ(Write(client, std::string(48, 'b'), transfer), ERROR_SUCCESS);
+    EXPECT_EQ(Write(client, "c", third), ERROR_IO_PENDING);
+    EXPECT_EQ(third.Wait(0), WAIT_TIMEOUT);
+    EXPECT_EQ(Result(client, third, FALSE), ERROR_IO_INCOMPLETE);
+    EXPECT_EQ(Read(server, 17), std::string(16, 'a') + "b");
+    EXPECT_EQ(third.Wait(5000), WAIT_OBJECT_0);
+    EXPECT_EQ(Result(client, third), ERROR_SUCCESS);
+    EXPECT_EQ(third.bytes, 1u);
+    EXPECT_EQ(Read(server), std::string(47, 'b') + "c");
+    EXPECT_EQ(Available(server), 0);
 }
 
 TEST_F(Pipes, WithoutQuotaEveryWritePendsUntilRead)
@@ -266,175 +215,122 @@ TEST_F(Pipes, WithoutQuotaEveryWritePendsUntilRead)
     const Handle server(CreateServer(1, 0, 0));
     const Handle client(OpenClient());
     Transfer transfer;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "", transfer)) << "nothing to deliver";
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Write(client, "xy", transfer));
-    EXPECT_EQ("x", Read(server, 1));
-    EXPECT_EQ(DWORD{ERROR_IO_INCOMPLETE}, Result(client, transfer));
-    EXPECT_EQ("y", Read(server, 1));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Result(client, transfer, TRUE));
-    EXPECT_EQ(DWORD{2}, transfer.bytes);
+    EXPECT_EQ(Write(client, "", transfer), ERROR_SUCCESS) << "nothing to deliver";
+    EXPECT_EQ(Write(client, "xy", transfer), ERROR_IO_PENDING);
+    EXPECT_EQ(Read(server, 1), "x");
+    EXPECT_EQ(Result(client, transfer, FALSE), ERROR_IO_INCOMPLETE);
+    EXPECT_EQ(Read(server, 1), "y");
+    EXPECT_EQ(Result(client, transfer), ERROR_SUCCESS);
+    EXPECT_EQ(transfer.bytes, 2u);
 }
 
-TEST_F(Pipes, CancelledWriteLeavesNothing)
+TEST_F(ConnectedPipe, CancelledWriteLeavesNothing)
 {
-    const Handle server(CreateServer());
-    const Handle client(OpenClient());
-    Transfer fitting;
     Transfer pending;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, std::string(quota, 'a'), fitting));
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Write(client, std::string(1000, 'b'), pending));
-    std::thread([&] { EXPECT_TRUE(CancelIo(client)); }).join(); // not that thread's transfer
-    EXPECT_EQ(DWORD{ERROR_IO_INCOMPLETE}, Result(client, pending));
+    EXPECT_EQ(Write(client, std::string(quota, 'a'), transfer), ERROR_SUCCESS);
+    EXPECT_EQ(Write(client, std::string(1000, 'b'), pending), ERROR_IO_PENDING);
     EXPECT_TRUE(CancelIo(client));
-    EXPECT_EQ(DWORD{ERROR_OPERATION_ABORTED}, Result(client, pending, TRUE));
-    EXPECT_EQ(DWORD{0}, pending.bytes);
-    EXPECT_TRUE(pending.IsSignalled());
-    EXPECT_EQ(long{quota}, Available(server));
+    EXPECT_EQ(Result(client, pending), ERROR_OPERATION_ABORTED);
+    EXPECT_EQ(pending.bytes, 0u);
+    EXPECT_EQ(pending.Wait(0), WAIT_OBJECT_0);
+    EXPECT_EQ(Available(server), long{quota});
 
     // The same record serves again, and a part that was read cannot be taken back.
-    EXPECT_EQ(std::string(quota, 'a'), Read(server, 2000));
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Write(client, "0123456789" + std::string(quota, 'c'), pending));
-    EXPECT_EQ("0123", Read(server, 4));
-    EXPECT_EQ(DWORD{ERROR_IO_INCOMPLETE}, Result(client, pending));
+    EXPECT_EQ(Read(server), std::string(quota, 'a'));
+    EXPECT_EQ(Write(client, "0123456789" + std::string(quota, 'c'), pending), ERROR_IO_PENDING);
+    EXPECT_EQ(Read(server, 4), "0123");
     EXPECT_TRUE(CancelIo(client));
-    EXPECT_EQ(DWORD{ERROR_OPERATION_ABORTED}, Result(client, pending, TRUE));
-    EXPECT_EQ(0, Available(server));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "next", pending));
-    EXPECT_EQ("next", Read(server, 2000));
+    EXPECT_EQ(Result(client, pending), ERROR_OPERATION_ABORTED);
+    EXPECT_EQ(Available(server), 0);
+    EXPECT_EQ(Write(client, "next", pending), ERROR_SUCCESS);
+    EXPECT_EQ(Read(server), "next");
 }
 
-TEST_F(Pipes, CancelTakesOutOneThreadsWritesAmongOthers)
+TEST_F(ConnectedPipe, CancelTakesOutOneThreadsWritesAmongOthers)
 {
-    const Handle server(CreateServer());
-    const Handle client(OpenClient());
-    Transfer mine;
     Transfer theirs;
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Write(client, std::string(100, 'm'), mine));
+    EXPECT_EQ(Write(client, std::string(100, 'm'), transfer), ERROR_IO_PENDING);
     // A thread's end cancels what it has pending, so it has to stay.
     std::thread other(
         [&]
         {
-            EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Write(client, std::string(100, 't'), theirs));
+            EXPECT_EQ(Write(client, std::string(100, 't'), theirs), ERROR_IO_PENDING);
             Announce("written");
             EXPECT_TRUE(WaitFor("read"));
         });
-    ASSERT_TRUE(WaitFor("written"));
+    EXPECT_TRUE(WaitFor("written"));
     EXPECT_TRUE(CancelIo(client));
-    EXPECT_EQ(DWORD{ERROR_OPERATION_ABORTED}, Result(client, mine, TRUE));
-    EXPECT_EQ(std::string(100, 't'), Read(server, 1000));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Result(client, theirs, TRUE));
-    EXPECT_EQ(DWORD{100}, theirs.bytes);
+    EXPECT_EQ(Result(client, transfer), ERROR_OPERATION_ABORTED);
+    EXPECT_EQ(Read(server), std::string(100, 't'));
+    EXPECT_EQ(Result(client, theirs), ERROR_SUCCESS);
+    EXPECT_EQ(theirs.bytes, 100u);
     Announce("read");
     other.join();
 }
 
-TEST_F(Pipes, PendingReadTakesWhatComesAndCanBeCancelled)
+TEST_F(ConnectedPipe, PendingReadTakesWhatComesAndCanBeCancelled)
 {
-    const Handle server(CreateServer());
-    const Handle client(OpenClient());
-    char buffer[16] = {};
-    Transfer read;
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING},
-              ErrorOf(ReadFile(server, buffer, sizeof buffer, &read.bytes, &read.overlapped)));
+    EXPECT_EQ(StartRead(server, transfer), ERROR_IO_PENDING);
     EXPECT_TRUE(CancelIo(server));
-    EXPECT_EQ(DWORD{ERROR_OPERATION_ABORTED}, Result(server, read, TRUE));
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING},
-              ErrorOf(ReadFile(server, buffer, sizeof buffer, &read.bytes, &read.overlapped)));
-    EXPECT_FALSE(read.IsSignalled());
+    EXPECT_EQ(Result(server, transfer), ERROR_OPERATION_ABORTED);
+    EXPECT_EQ(StartRead(server, transfer), ERROR_IO_PENDING);
+    EXPECT_EQ(transfer.Wait(0), WAIT_TIMEOUT);
     Transfer write;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "late", write));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Result(server, read, TRUE));
-    EXPECT_EQ("late", std::string(buffer, read.bytes));
+    EXPECT_EQ(Write(client, "late", write), ERROR_SUCCESS);
+    EXPECT_EQ(Result(server, transfer), ERROR_SUCCESS);
+    EXPECT_EQ(std::string(transfer.buffer, transfer.bytes), "late");
 }
 
-TEST_F(Pipes, PeekShowsBytesWithoutTakingThem)
+TEST_F(ConnectedPipe, AfterTheServerHasClosedTheRestCanBeRead)
 {
-    const Handle server(CreateServer());
-    const Handle client(OpenClient());
-    Transfer transfer;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "abcdef", transfer));
-    char buffer[4] = {};
-    DWORD read = 0;
-    DWORD available = 0;
-    EXPECT_TRUE(PeekNamedPipe(server, buffer, sizeof buffer, &read, &available, nullptr));
-    EXPECT_EQ("abcd", std::string(buffer, read));
-    EXPECT_EQ(DWORD{6}, available);
-    EXPECT_TRUE(PeekNamedPipe(server, nullptr, 0, nullptr, nullptr, nullptr));
-    EXPECT_EQ("abcdef", Read(server, 100));
-}
-
-TEST_F(Pipes, AfterTheServerHasClosedTheRestCanBeRead)
-{
-    Handle server(CreateServer());
-    const Handle client(OpenClient());
-    Transfer transfer;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(server, "rest", transfer));
+    EXPECT_EQ(Write(server, "rest", transfer), ERROR_SUCCESS);
     server.Close();
-    EXPECT_EQ(4, Available(client));
-    EXPECT_EQ(DWORD{ERROR_NO_DATA}, Write(client, "x", transfer));
-    EXPECT_EQ("rest", Read(client, 100));
-    EXPECT_EQ(-static_cast<long>(ERROR_BROKEN_PIPE), Available(client));
-    EXPECT_EQ("(error 109)", Read(client, 100));
+    EXPECT_EQ(Available(client), 4);
+    EXPECT_EQ(Write(client, "x", transfer), ERROR_NO_DATA);
+    EXPECT_EQ(Read(client), "rest");
+    EXPECT_EQ(Available(client), broken);
+    EXPECT_EQ(Read(client), "error 109");
     EXPECT_TRUE(FlushFileBuffers(client));
-    EXPECT_EQ(INVALID_HANDLE_VALUE, OpenClient());
-    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, GetLastError());
+    EXPECT_EQ(ErrorOf(OpenClient()), ERROR_FILE_NOT_FOUND);
 }
 
-TEST_F(Pipes, AfterTheClientHasClosedTheServerDisconnects)
+TEST_F(ConnectedPipe, AfterTheClientHasClosedTheServerDisconnects)
 {
-    const Handle server(CreateServer());
-    Handle client(OpenClient());
-    Transfer transfer;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "rest", transfer));
+    EXPECT_EQ(Write(client, "rest", transfer), ERROR_SUCCESS);
     client.Close();
-    Transfer connect;
-    EXPECT_EQ(DWORD{ERROR_NO_DATA}, ErrorOf(ConnectNamedPipe(server, &connect.overlapped)));
-    EXPECT_EQ(INVALID_HANDLE_VALUE, OpenClient());
-    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, GetLastError());
-    EXPECT_EQ("rest", Read(server, 100));
-    EXPECT_EQ("(error 109)", Read(server, 100));
-    EXPECT_EQ(-static_cast<long>(ERROR_BROKEN_PIPE), Available(server));
+    EXPECT_EQ(Connect(server, transfer), ERROR_NO_DATA);
+    EXPECT_EQ(ErrorOf(OpenClient()), ERROR_PIPE_BUSY);
+    EXPECT_EQ(Read(server), "rest");
+    EXPECT_EQ(Read(server), "error 109");
+    EXPECT_EQ(Available(server), broken);
     EXPECT_TRUE(DisconnectNamedPipe(server));
-    EXPECT_EQ(INVALID_HANDLE_VALUE, OpenClient()) << "not listening again yet";
-    EXPECT_EQ(DWORD{ERROR_PIPE_BUSY}, GetLastError());
+    EXPECT_EQ(ErrorOf(OpenClient()), ERROR_PIPE_BUSY) << "not listening again yet";
 }
 
-TEST_F(Pipes, DisconnectLosesWhatIsUnreadAndTellsTheOldClient)
+TEST_F(ConnectedPipe, DisconnectLosesWhatIsUnreadAndTellsTheOldClient)
 {
-    const Handle server(CreateServer());
-    const Handle old(OpenClient());
-    Transfer write;
     Transfer pending;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(server, "lost", write));
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Write(old, std::string(100, 'p'), pending));
+    EXPECT_EQ(Write(server, "lost", transfer), ERROR_SUCCESS);
+    EXPECT_EQ(Write(client, std::string(100, 'p'), pending), ERROR_IO_PENDING);
     EXPECT_TRUE(DisconnectNamedPipe(server));
-    EXPECT_EQ(DWORD{ERROR_PIPE_NOT_CONNECTED}, Result(old, pending, TRUE));
-    const auto expectDisconnected = [&]
-    {
-        EXPECT_EQ(-static_cast<long>(ERROR_PIPE_NOT_CONNECTED), Available(old));
-        EXPECT_EQ(DWORD{ERROR_PIPE_NOT_CONNECTED}, Write(old, "x", write));
-        EXPECT_EQ("(error 233)", Read(old, 10));
-    };
-    expectDisconnected();
+    EXPECT_EQ(Result(client, pending), ERROR_PIPE_NOT_CONNECTED);
     Transfer connect;
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING}, ErrorOf(ConnectNamedPipe(server, &connect.overlapped)));
+    EXPECT_EQ(Connect(server, connect), ERROR_IO_PENDING);
     const Handle fresh(OpenClient());
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Result(server, connect, TRUE));
-    expectDisconnected();
-    EXPECT_EQ(0, Available(fresh));
-    EXPECT_EQ(0, Available(server));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(fresh, "new", write));
-    EXPECT_EQ("new", Read(server, 100));
+    EXPECT_EQ(Result(server, connect), ERROR_SUCCESS);
+    EXPECT_EQ(Available(client), notConnected);
+    EXPECT_EQ(Write(client, "x", transfer), ERROR_PIPE_NOT_CONNECTED);
+    EXPECT_EQ(Read(client), "error 233");
+    EXPECT_EQ(Available(fresh), 0);
+    EXPECT_EQ(Write(fresh, "new", transfer), ERROR_SUCCESS);
+    EXPECT_EQ(Read(server), "new");
 }
 
-TEST_F(Pipes, FlushWaitsForTheReader)
+TEST_F(ConnectedPipe, FlushWaitsForTheReader)
 {
-    const Handle server(CreateServer());
-    const Handle client(OpenClient());
     EXPECT_TRUE(FlushFileBuffers(client));
-    Transfer transfer;
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "some bytes", transfer));
-    const auto start = Clock::now();
+    EXPECT_EQ(Write(client, "some bytes", transfer), ERROR_SUCCESS);
+    const Stopwatch time;
     std::string data;
     std::thread reader(
         [&]
@@ -442,13 +338,12 @@ TEST_F(Pipes, FlushWaitsForTheReader)
             Sleep(50);
             data = Read(server, 4);
             Sleep(50);
-            data += Read(server, 100);
+            data += Read(server);
         });
     EXPECT_TRUE(FlushFileBuffers(client));
-    EXPECT_GE(MillisecondsSince(start), 95);
-    EXPECT_EQ(0, Available(server));
+    EXPECT_GE(time.Milliseconds(), 95);
     reader.join();
-    EXPECT_EQ("some bytes", data);
+    EXPECT_EQ(data, "some bytes");
 }
 
 TEST_F(Pipes, FlushEndsWhenTheReaderGoes)
@@ -458,22 +353,14 @@ TEST_F(Pipes, FlushEndsWhenTheReaderGoes)
         Handle server(CreateServer());
         const Handle client(OpenClient());
         Transfer transfer;
-        EXPECT_EQ(DWORD{ERROR_SUCCESS}, Write(client, "unread", transfer));
+        EXPECT_EQ(Write(client, "unread", transfer), ERROR_SUCCESS);
         std::thread leaver(
             [&]
             {
                 Sleep(30);
-                if (closes)
-                {
-                    server.Close();
-                }
-                else
-                {
-                    DisconnectNamedPipe(server);
-                }
+                closes ? server.Close() : static_cast<void>(DisconnectNamedPipe(server));
             });
-        EXPECT_EQ(closes ? DWORD{ERROR_BROKEN_PIPE} : DWORD{ERROR_PIPE_NOT_CONNECTED},
-                  ErrorOf(FlushFileBuffers(client)));
+        EXPECT_EQ(ErrorOf(FlushFileBuffers(client)), closes ? ERROR_BROKEN_PIPE : ERROR_PIPE_NOT_CONNECTED);
         leaver.join();
     }
 }
@@ -481,101 +368,87 @@ TEST_F(Pipes, FlushEndsWhenTheReaderGoes)
 TEST_F(Pipes, SynchronousEndsBlock)
 {
     const Handle server(CreateServer(1, 0, quota, PIPE_ACCESS_DUPLEX));
-    // More than the quota and more than one read each way.
-    std::string sent;
-    for (int i = 0; i < 5000; ++i)
-    {
-        sent += std::to_string(i) + ",";
-    }
-    std::string received;
+    const std::string sent(20000, 's'); // far more than the quota and than one read
     std::thread peer(
         [&]
         {
-            const Handle client(OpenClient(GENERIC_READ | GENERIC_WRITE, 0));
+            const Handle client(OpenClient(0));
             DWORD bytes = 0;
             EXPECT_TRUE(WriteFile(client, sent.data(), static_cast<DWORD>(sent.size()), &bytes, nullptr));
-            EXPECT_EQ(sent.size(), bytes);
+            EXPECT_EQ(bytes, sent.size());
             char answer = 0;
             EXPECT_TRUE(ReadFile(client, &answer, 1, &bytes, nullptr));
-            EXPECT_EQ('!', answer);
+            EXPECT_EQ(answer, '!');
         });
     // The client may have come already.
     const DWORD connected = ErrorOf(ConnectNamedPipe(server, nullptr));
     EXPECT_TRUE(connected == ERROR_SUCCESS || connected == ERROR_PIPE_CONNECTED) << connected;
-    while (received.size() < sent.size())
+    std::string received;
+    char buffer[700];
+    DWORD bytes = 0;
+    while (received.size() < sent.size() && ReadFile(server, buffer, sizeof buffer, &bytes, nullptr))
     {
-        char buffer[700];
-        DWORD bytes = 0;
-        ASSERT_TRUE(ReadFile(server, buffer, sizeof buffer, &bytes, nullptr));
         received.append(buffer, bytes);
     }
-    EXPECT_EQ(sent, received);
-    DWORD bytes = 0;
+    EXPECT_EQ(received, sent);
     EXPECT_TRUE(WriteFile(server, "!", 1, &bytes, nullptr));
     peer.join();
-    char buffer = 0;
-    EXPECT_EQ(DWORD{ERROR_BROKEN_PIPE}, ErrorOf(ReadFile(server, &buffer, 1, &bytes, nullptr)));
+    EXPECT_EQ(ErrorOf(ReadFile(server, buffer, 1, &bytes, nullptr)), ERROR_BROKEN_PIPE);
 }
 
-// What is at the other end of the process, until it is killed or told to go on.
+// Writes, and reads once it is told to; then waits to be killed.
 SNDX_CHILD(PipeServer)
 {
     const Handle server(CreateServer());
-    Transfer connect;
-    Announce("listening");
-    if (ErrorOf(ConnectNamedPipe(server, &connect.overlapped)) == ERROR_IO_PENDING)
-    {
-        Result(server, connect, TRUE);
-    }
     Transfer transfer;
+    Announce("listening");
+    if (Connect(server, transfer) == ERROR_IO_PENDING)
+    {
+        Result(server, transfer);
+    }
     Write(server, "hello", transfer);
     Announce("written");
     WaitFor("read");
-    const std::string data = Read(server, 1000);
-    Announce("has read");
-    WaitFor("never", 60000);
-    return static_cast<int>(data.size());
+    Read(server);
+    return WaitFor("never", 60000);
 }
 
-TEST_F(Pipes, PendingWriteAndFlushEndByAnotherProcessReading)
+class PipeOfAnotherProcess : public Pipes
 {
-    ChildProcess child("PipeServer", {});
-    ASSERT_TRUE(WaitFor("listening"));
-    const Handle client(OpenClient());
-    ASSERT_TRUE(WaitFor("written"));
-    EXPECT_EQ("hello", Read(client, 100));
-    Transfer transfer;
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Write(client, std::string(500, 'w'), transfer));
-    EXPECT_EQ(DWORD{WAIT_TIMEOUT},
-              MsgWaitForMultipleObjects(1, &transfer.overlapped.hEvent, FALSE, 50, QS_ALLINPUT));
+  protected:
+    ChildProcess child{"PipeServer", {}};
+    const bool listening = WaitFor("listening");
+    const Handle client{OpenClient()};
+    const bool written = WaitFor("written");
+    Transfer write;
+};
+
+TEST_F(PipeOfAnotherProcess, PendingWriteAndFlushEndByItsReading)
+{
+    EXPECT_EQ(Read(client), "hello");
+    EXPECT_EQ(Write(client, std::string(500, 'w'), write), ERROR_IO_PENDING);
+    const auto wait = [&](DWORD milliseconds)
+    { return MsgWaitForMultipleObjects(1, &write.overlapped.hEvent, FALSE, milliseconds, QS_ALLINPUT); };
+    EXPECT_EQ(wait(50), WAIT_TIMEOUT);
     Announce("read");
-    EXPECT_EQ(DWORD{WAIT_OBJECT_0},
-              MsgWaitForMultipleObjects(1, &transfer.overlapped.hEvent, FALSE, 5000, QS_ALLINPUT));
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Result(client, transfer));
-    EXPECT_EQ(DWORD{500}, transfer.bytes);
+    EXPECT_EQ(wait(5000), WAIT_OBJECT_0);
+    EXPECT_EQ(Result(client, write, FALSE), ERROR_SUCCESS);
+    EXPECT_EQ(write.bytes, 500u);
     EXPECT_TRUE(FlushFileBuffers(client));
 }
 
-TEST_F(Pipes, KilledServerEndsEverythingPending)
+TEST_F(PipeOfAnotherProcess, KillingItEndsEverythingPending)
 {
-    ChildProcess child("PipeServer", {});
-    ASSERT_TRUE(WaitFor("listening"));
-    const Handle client(OpenClient());
-    ASSERT_TRUE(WaitFor("written"));
-    Transfer write;
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING}, Write(client, std::string(500, 'w'), write));
+    EXPECT_EQ(Write(client, std::string(500, 'w'), write), ERROR_IO_PENDING);
     child.Kill();
-    EXPECT_EQ(DWORD{ERROR_BROKEN_PIPE}, Result(client, write, TRUE));
-    EXPECT_EQ(DWORD{ERROR_NO_DATA}, Write(client, "x", write));
-    EXPECT_EQ("hello", Read(client, 100));
-    EXPECT_EQ(-static_cast<long>(ERROR_BROKEN_PIPE), Available(client));
-    EXPECT_EQ(INVALID_HANDLE_VALUE, OpenClient());
-    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, GetLastError());
-    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, ErrorOf(WaitNamedPipeW(pipeName, 1000)));
+    EXPECT_EQ(Result(client, write), ERROR_BROKEN_PIPE);
+    EXPECT_EQ(Write(client, "x", write), ERROR_NO_DATA);
+    EXPECT_EQ(Read(client), "hello");
+    EXPECT_EQ(ErrorOf(OpenClient()), ERROR_FILE_NOT_FOUND);
+    EXPECT_EQ(ErrorOf(WaitNamedPipeW(pipeName, 1000)), ERROR_FILE_NOT_FOUND);
     const Handle server(CreateServer());
     EXPECT_TRUE(server.IsOpen());
-    EXPECT_EQ(-static_cast<long>(ERROR_BROKEN_PIPE), Available(client))
-        << "the new server is not the old one";
+    EXPECT_EQ(Available(client), broken) << "the new server is not the old one";
 }
 
 SNDX_CHILD(PipeClient)
@@ -586,38 +459,29 @@ SNDX_CHILD(PipeClient)
     const bool right = Write(client, "fits", fitting) == ERROR_SUCCESS &&
                        Write(client, std::string(100, 'p'), pending) == ERROR_IO_PENDING;
     Announce(right ? "written" : "failed");
-    WaitFor("never", 60000);
-    return 0;
+    return WaitFor("never", 60000);
 }
 
-TEST_F(Pipes, KilledClientLeavesOnlyCompleteWrites)
+TEST_F(Pipes, KilledClientLeavesOnlyCompleteWritesAndEndsPendingReads)
 {
     const Handle server(CreateServer());
-    ChildProcess child("PipeClient", {});
+    Transfer transfer;
+    ChildProcess first("PipeClient", {});
     ASSERT_TRUE(WaitFor("written"));
-    child.Kill();
-    EXPECT_EQ(4, Available(server));
-    EXPECT_EQ("fits", Read(server, 1000));
-    EXPECT_EQ("(error 109)", Read(server, 1000));
+    first.Kill();
+    EXPECT_EQ(Read(server), "fits");
+    EXPECT_EQ(Read(server), "error 109");
     EXPECT_TRUE(DisconnectNamedPipe(server));
-    Transfer connect;
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING}, ErrorOf(ConnectNamedPipe(server, &connect.overlapped)));
-    const Handle client(OpenClient());
-    EXPECT_EQ(DWORD{ERROR_SUCCESS}, Result(server, connect, TRUE));
-}
+    EXPECT_EQ(Connect(server, transfer), ERROR_IO_PENDING);
 
-TEST_F(Pipes, PendingReadEndsWhenTheClientIsKilled)
-{
-    const Handle server(CreateServer());
-    ChildProcess child("PipeClient", {});
+    ClearPoints();
+    ChildProcess second("PipeClient", {});
+    EXPECT_EQ(Result(server, transfer), ERROR_SUCCESS);
     ASSERT_TRUE(WaitFor("written"));
-    EXPECT_EQ("fits" + std::string(100, 'p'), Read(server, 1000));
-    char buffer[8];
-    Transfer read;
-    EXPECT_EQ(DWORD{ERROR_IO_PENDING},
-              ErrorOf(ReadFile(server, buffer, sizeof buffer, &read.bytes, &read.overlapped)));
-    child.Kill();
-    EXPECT_EQ(DWORD{WAIT_OBJECT_0}, WaitForSingleObject(read.event, 5000));
-    EXPECT_EQ(DWORD{ERROR_BROKEN_PIPE}, Result(server, read));
+    EXPECT_EQ(Read(server), "fits" + std::string(100, 'p'));
+    EXPECT_EQ(StartRead(server, transfer), ERROR_IO_PENDING);
+    second.Kill();
+    EXPECT_EQ(transfer.Wait(5000), WAIT_OBJECT_0);
+    EXPECT_EQ(Result(server, transfer), ERROR_BROKEN_PIPE);
 }
 } // namespace

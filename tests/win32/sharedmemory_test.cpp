@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <memory>
 #include <thread>
 
 #include "tests/support/child.h"
@@ -141,15 +142,17 @@ TEST_F(SharedMemory, ExactlyOneOfManyProcessesIsTheFirst)
 
 TEST_F(SharedMemory, AnExistingBlockIsLeftAloneOnRequest)
 {
-    const Number number(wide_.c_str());
-    *number.Get() = 5;
+    auto number = std::make_unique<Number>(wide_.c_str());
+    *number->Get() = 5;
     const TraceCapture trace;
     const Block second(wide_, 4, true, false);
     EXPECT_THAT(trace.Texts(), ElementsAre("LIPCSharedMemoryBuffer::_Create " + name_, guardGone));
     EXPECT_FALSE(second.IsValid());
     EXPECT_EQ(nullptr, second.View());
-    EXPECT_EQ(5u, *number.Get());
+    EXPECT_EQ(5u, *number->Get());
     EXPECT_TRUE(Block(wide_, 4, true, true).IsValid()) << "a global block is another one";
+    number.reset();
+    EXPECT_FALSE(Exists(name_)) << "the refused block keeps its handle";
 }
 
 TEST_F(SharedMemory, AGlobalBlockLivesInTheGlobalNamespace)
@@ -248,6 +251,7 @@ TEST_F(SharedMemory, ClosingIsCompleteAndMayBeRepeated)
     block._Create(Wide(name_ + "b").c_str(), 16, false, false);
     EXPECT_FALSE(Exists(name_)) << "the block of the earlier call";
     EXPECT_TRUE(Exists(name_ + "b"));
+    const void* const view = block.View();
     for (int i = 0; i < 2; ++i)
     {
         block.Close();
@@ -255,6 +259,9 @@ TEST_F(SharedMemory, ClosingIsCompleteAndMayBeRepeated)
         EXPECT_EQ(nullptr, block.View());
         EXPECT_EQ(0u, block.Size());
         EXPECT_FALSE(Exists(name_ + "b"));
+        MEMORY_BASIC_INFORMATION memory = {};
+        ASSERT_NE(0u, VirtualQuery(view, &memory, sizeof(memory)));
+        EXPECT_EQ(DWORD{MEM_FREE}, memory.State);
     }
     EXPECT_EQ(0, sndxtest::HandlesLeft(
                      [&]

@@ -14,6 +14,8 @@ int MenuCommand(Host& host, const Arguments& arguments, std::ostream& out);
 int InvokeCommand(Host& host, const Arguments& arguments, std::ostream& out);
 int StateChangedCommand(Host& host, const Arguments& arguments, std::ostream& out);
 int UnloadTestCommand(Host& host, const Arguments& arguments, std::ostream& out);
+int LeakCommand(Host& host, const Arguments& arguments, std::ostream& out);
+int MisuseCommand(Host& host, const Arguments& arguments, std::ostream& out);
 
 // All paths from arguments[first] on; at least one.
 std::vector<WideString> ItemPaths(const Arguments& arguments, std::size_t first);

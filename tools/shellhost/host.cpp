@@ -46,15 +46,21 @@ Host::Host(const WideString& modulePath, bool registered) : modulePath_(modulePa
 Host::~Host() = default;
 #endif
 
-Module& Host::LoadedModule()
+const WideString& Host::ModulePath() const
 {
     if (registered_)
     {
         throw UsageError("this command needs the module's file and cannot be used with --registered");
     }
+    return modulePath_;
+}
+
+Module& Host::LoadedModule()
+{
+    const WideString& path = ModulePath();
     if (!module_)
     {
-        module_ = std::make_unique<Module>(modulePath_);
+        module_ = std::make_unique<Module>(path);
     }
     return *module_;
 }

@@ -16,8 +16,9 @@ class Host
     Host(const Host&) = delete;
     Host& operator=(const Host&) = delete;
 
-    // Throws UsageError when objects come from the system: the module is not in our hands then.
+    // Both throw UsageError when objects come from the system: the module is not in our hands then.
     Module& LoadedModule();
+    const WideString& ModulePath() const;
     // Frees the module if it is loaded; the next use loads it again. False when it has stayed all the same.
     bool UnloadModule()
     {

@@ -40,6 +40,20 @@ constexpr Command commands[] = {
      "module can be unloaded, frees it and loads it again. Refused (1) when it says yes\n"
      "while an object lives, or no while none does.",
      &UnloadTestCommand},
+    {"leak", "[PATH...]",
+     "Gives a context-menu handler the paths (without any: some made-up ones), keeps one\n"
+     "reference to it for ever, frees the module although it says that it is in use, and\n"
+     "shows the leak report at the end of the trace file.",
+     &LeakCommand},
+    {"misuse", "[--here] over-release|double-release|list",
+     "Releases an object wrongly in a child process (this program with --here) and shows\n"
+     "how the child ended and the error lines of its trace. 'list' tells what is done.\n"
+     "There is no such misuse of a live object: both call an object that has ended. So\n"
+     "that they touch no memory of others, the child first gets the object's memory back\n"
+     "from the runtime. It ends without misuse (1) when the runtime does not hand that\n"
+     "memory out again: in the memory modes 2, 3 and 5, with AddressSanitizer, and as a\n"
+     "runtime may please. In mode 0 glibc and Wine 8 do hand it out.",
+     &MisuseCommand},
 };
 
 #ifdef _WIN32

@@ -1,0 +1,63 @@
+#pragma once
+// Expectations of what the product reports: a whole trace line each, with "#" for the line of a source file,
+// which moves with every edit of the product.
+
+#include <initializer_list>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "tests/support/tracefile.h"
+
+namespace sndxtest
+{
+using Lines = std::vector<std::string>;
+
+constexpr char nullRead[] = "**LDEBUGVALIDPTRREAD attempting to read from a null ptr";
+constexpr char nullWrite[] = "**LDEBUGVALIDPTRWRITE attempting to read from a null ptr";
+
+inline Lines WithoutLineNumbers(Lines texts)
+{
+    static const std::regex number("( line: |\\()[0-9]+(\\)?)$");
+    for (std::string& text : texts)
+    {
+        text = std::regex_replace(text, number, "$1#$2");
+    }
+    return texts;
+}
+
+// What the function writes to the trace.
+template <class Function>
+Lines Traced(Function function)
+{
+    const TraceCapture trace;
+    function();
+    return WithoutLineNumbers(trace.Texts());
+}
+
+// The error lines of an assertion report and of a failed check.
+inline std::string Assertion(const std::string& function, const std::string& expression,
+                             const std::string& file)
+{
+    return "**" + function + " ASSERTION FAILED " + expression + ":\r\n   " + file + "(#)";
+}
+
+inline std::string FailedCheck(const std::string& expression, const std::string& message,
+                               const std::string& file)
+{
+    return "**ASSERTION FAILED (" + expression + ") \"" + message + "\" file: " + file + " line: #";
+}
+
+// The two error lines of a bounded formatter ("lw" or "lc") that cut a text: 259 bytes of it are shown.
+inline Lines Overflow(const std::string& formatter, const std::string& text)
+{
+    return {"**" + formatter + "vsnprintf - string overflowed in (t)snprintf - check your output buffer size",
+            "**String: " + text.substr(0, 259)};
+}
+
+inline Lines operator+(Lines first, const Lines& second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+} // namespace sndxtest

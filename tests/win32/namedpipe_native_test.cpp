@@ -1,0 +1,26 @@
+// That the end of a cancelled write is waited for. The systems at hand end it within the cancellation, so
+// that only the native layer can show that the product asks.
+
+#include <gtest/gtest.h>
+
+#include "sndxposix.h"
+#include "win32/namedpipe.h"
+
+namespace
+{
+TEST(CancelledWrite, IsWaitedFor)
+{
+    const HANDLE server = CreateNamedPipeW(TEXT("\\\\.\\pipe\\cancelled"), PIPE_ACCESS_DUPLEX, PIPE_TYPE_BYTE,
+                                           1, 16, 16, 50, nullptr);
+    ASSERT_NE(INVALID_HANDLE_VALUE, server);
+    LNamedPipe pipe(TEXT("cancelled"));
+    LSimpleSignalWaiter waiter;
+    sndxposix::FailCall("GetOverlappedResult", ERROR_INVALID_HANDLE);
+    EXPECT_EQ(LWaitResult::Signalled, LNamedPipe::ProcessSendBytes(waiter, pipe, "0123456789abcdef", 16, 0));
+    EXPECT_EQ(1u, sndxposix::PendingFailures()) << "no cancelled write yet";
+    EXPECT_EQ(LWaitResult::TimedOut, LNamedPipe::ProcessSendBytes(waiter, pipe, "x", 1, 0));
+    EXPECT_EQ(0u, sndxposix::PendingFailures());
+    sndxposix::ResetFailures();
+    CloseHandle(server);
+}
+} // namespace

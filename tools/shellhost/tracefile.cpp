@@ -1,0 +1,71 @@
+#include "tools/shellhost/tracefile.h"
+
+#include <iterator>
+#include <sstream>
+
+#include <windows.h>
+#include <shlobj.h>
+
+#include "tools/paths.h"
+#include "tools/shellhost/results.h"
+
+namespace sndxtools
+{
+namespace
+{
+std::string Content(const WideString& path)
+{
+    std::string content;
+    // A module that is still loaded may be writing.
+    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                              nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file != INVALID_HANDLE_VALUE)
+    {
+        char buffer[4096];
+        DWORD read = 0;
+        while (ReadFile(file, buffer, sizeof buffer, &read, nullptr) && read > 0)
+        {
+            content.append(buffer, read);
+        }
+        CloseHandle(file);
+    }
+    return content;
+}
+} // namespace
+
+WideString TraceFilePath()
+{
+    WCHAR folder[MAX_PATH] = {};
+    const HRESULT found = SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder);
+    if (FAILED(found))
+    {
+        throw CallError("SHGetFolderPath", found);
+    }
+    WideString title = ProgramPath();
+    title.erase(0, title.find_last_of(TEXT("\\/")) + 1);
+    const std::size_t dot = title.rfind(TEXT('.'));
+    title.erase(dot == WideString::npos || dot == 0 ? title.size() : dot);
+    return folder + WideString(TEXT("\\tracedll_Sendora")) + title + TEXT(".txt");
+}
+
+std::vector<std::string> TraceLines(const WideString& path)
+{
+    std::vector<std::string> lines;
+    std::istringstream content(Content(path));
+    for (std::string line; std::getline(content, line);)
+    {
+        if (line.ends_with('\r'))
+        {
+            line.pop_back();
+        }
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+bool IsErrorLine(const std::string& line)
+{
+    constexpr std::size_t behindTheTime = 12;
+    return line.size() > behindTheTime && line[2] == ':' && line.compare(behindTheTime, 2, "**") == 0;
+}
+} // namespace sndxtools
