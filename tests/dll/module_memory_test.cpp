@@ -6,6 +6,7 @@
 
 #include "tests/dll/mainjob.h"
 #include "tests/dll/moduleheap.h"
+#include "tests/gen/debug/leakchecker.h"
 #include "tests/gen/debug/tracereader.h"
 
 using namespace sndxtest;
@@ -23,7 +24,11 @@ constexpr std::size_t selected = 300;
 class ModuleMemory : public MainJobTest, public testing::WithParamInterface<int>
 {
   protected:
-    ModuleMemory() { SetUserString("Debug", "Memory Mode", std::to_string(GetParam())); }
+    ModuleMemory()
+    {
+        SetUserString("Debug", "Memory Mode", std::to_string(GetParam()));
+        leakCheckerIsOff = GetParam() == 5;
+    }
 
     // What a block of that size is asked of the runtime as.
     static std::vector<HeapRequest> RequestsOf(std::size_t size)

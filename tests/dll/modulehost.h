@@ -177,11 +177,20 @@ class MenuHandler
 class ItemFolder
 {
   public:
-    ItemFolder() { std::filesystem::create_directories(local_); }
+    ItemFolder() = default;
     ~ItemFolder()
     {
-        std::error_code ignored;
-        std::filesystem::remove_all(local_, ignored);
+        // A program that the test has started may still be about to end and hold a file open.
+        std::error_code error;
+        for (int i = 0; i < 100; ++i)
+        {
+            std::filesystem::remove_all(local_, error);
+            if (!error)
+            {
+                return;
+            }
+            Sleep(20);
+        }
     }
     ItemFolder(const ItemFolder&) = delete;
     ItemFolder& operator=(const ItemFolder&) = delete;
@@ -209,13 +218,21 @@ class ItemFolder
     }
 
   private:
-    static std::string NewName()
+    static std::filesystem::path MakeNew()
     {
-        static int made = 0; // what a program of an earlier test holds open cannot be removed with its folder
-        return "sendora-items-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++made);
+        for (int i = 1;; ++i) // process identifiers come again
+        {
+            auto folder =
+                std::filesystem::temp_directory_path() /
+                ("sendora-items-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(i));
+            if (std::filesystem::create_directory(folder))
+            {
+                return folder;
+            }
+        }
     }
 
-    const std::filesystem::path local_ = std::filesystem::temp_directory_path() / NewName();
+    const std::filesystem::path local_ = MakeNew();
     const std::string path_ = TargetPath(local_.string());
 };
 

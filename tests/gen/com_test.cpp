@@ -1,17 +1,15 @@
 // The frame of the COM objects: reference counts, registry of live objects, holder, class factory.
 
 #include <cstdint>
-#include <functional>
 #include <string>
-#include <vector>
 
 #include <gmock/gmock.h>
 
 #include <shlobj.h>
 
 #include "gen/com.h"
-#include "tests/gen/reports.h"
 #include "tests/standin/plainallocation.h"
+#include "tests/support/reports.h"
 #include "tests/support/text.h"
 
 namespace comtest
@@ -28,11 +26,7 @@ class One : public LComImplementation<IClassFactory>
     {
         const bool known = LIsEqualGuid(riid, IID_IUnknown) || LIsEqualGuid(riid, IID_IClassFactory);
         *ppv = known ? this : nullptr;
-        if (known)
-        {
-            AddRef();
-        }
-        return known ? S_OK : E_NOINTERFACE;
+        return known ? AddRef(), S_OK : E_NOINTERFACE;
     }
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID, void**) override { return E_FAIL; }
     HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
@@ -58,6 +52,7 @@ using comtest::One;
 using comtest::Two;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 constexpr char tooOften[] =
     "**LComImplementation<I>::Release is being called too often (check AddRefs and Releases match)";
@@ -66,6 +61,9 @@ constexpr char alreadyDeleted[] =
 constexpr char prematurely[] = "**LComImplementation<I>::~LComImplementation() is being deleted prematurely";
 constexpr char deletedTwice[] = "**LComDiagnostic::ObjectDelete Possible attempt to delete an object twice!";
 constexpr char noObject[] = "**LComInterfaceRef<T>::operator->() - attempting to dereference a NULL object";
+
+constexpr char noImplementation[] = "**LComObject<class comtest::One>::LComObject ASSERTION FAILED "
+                                    "pNewImplementation != NULL:\r\n   gen/com.h(755)";
 
 std::string Decimal(const void* p)
 {
@@ -80,17 +78,15 @@ std::string Created(const void* p)
 template <class T>
 class ComObjectTest : public ::testing::Test
 {
-  protected:
-    TraceCapture trace;
 };
 using Implementations = ::testing::Types<One, Two>;
 TYPED_TEST_SUITE(ComObjectTest, Implementations);
 
 TYPED_TEST(ComObjectTest, CountsReferencesAndDeletesItselfAtZero)
 {
-    TypeParam* object = new TypeParam;
+    const TraceCapture trace;
+    auto* object = new TypeParam;
     EXPECT_TRUE(g_ComDiagnostic.ObjectExists(object));
-    EXPECT_TRUE(g_ComDiagnostic.AnyObjectExists());
     EXPECT_TRUE(object->IsRegistered());
     EXPECT_EQ(object->AddRef(), 1u);
     EXPECT_EQ(object->AddRef(), 2u);
@@ -100,40 +96,22 @@ TYPED_TEST(ComObjectTest, CountsReferencesAndDeletesItselfAtZero)
     EXPECT_EQ(g_alive, 0);
     EXPECT_FALSE(g_ComDiagnostic.ObjectExists(object));
     EXPECT_FALSE(g_ComDiagnostic.AnyObjectExists());
-    EXPECT_THAT(this->trace.Texts(), ElementsAre(Created(object)));
+    EXPECT_THAT(trace.Texts(), ElementsAre(Created(object)));
 }
 
-TYPED_TEST(ComObjectTest, AReleaseTooManyIsReportedAndTheObjectStays)
+TYPED_TEST(ComObjectTest, MisuseIsReportedAndCarriesOn)
 {
-    TypeParam* object = new TypeParam;
-    this->trace.Restart();
-    EXPECT_EQ(object->Release(), 0xFFFFFFFFu);
+    auto* object = new TypeParam;
+    EXPECT_THAT(Traced([&] { EXPECT_EQ(object->Release(), 0xFFFFFFFFu); }), ElementsAre(tooOften));
     EXPECT_EQ(g_alive, 1);
-    EXPECT_THAT(this->trace.Texts(), ElementsAre(tooOften));
-    EXPECT_EQ(object->AddRef(), 0u);
-    delete object;
-}
-
-TYPED_TEST(ComObjectTest, ADeleteWhileReferencedIsReportedAndUnregisters)
-{
-    auto* object = new TypeParam;
-    object->AddRef();
-    object->AddRef();
-    this->trace.Restart();
-    delete object;
+    EXPECT_THAT(Traced([&] { delete object; }), ElementsAre(prematurely));
     EXPECT_FALSE(g_ComDiagnostic.ObjectExists(object));
-    EXPECT_THAT(this->trace.Texts(), ElementsAre(prematurely));
-}
 
-TYPED_TEST(ComObjectTest, AReleaseOfAnUnregisteredObjectIsReported)
-{
-    auto* object = new TypeParam;
+    object = new TypeParam;
     object->AddRef();
     g_ComDiagnostic.ObjectDelete(object);
-    this->trace.Restart();
-    EXPECT_EQ(object->Release(), 0u);
+    EXPECT_THAT(Traced([&] { EXPECT_EQ(object->Release(), 0u); }), ElementsAre(alreadyDeleted, deletedTwice));
     EXPECT_EQ(g_alive, 0);
-    EXPECT_THAT(this->trace.Texts(), ElementsAre(alreadyDeleted, deletedTwice));
 }
 
 TYPED_TEST(ComObjectTest, WithoutMemoryTheObjectIsNotRegistered)
@@ -142,22 +120,19 @@ TYPED_TEST(ComObjectTest, WithoutMemoryTheObjectIsNotRegistered)
     FailAllocation(0);
     auto* object = new TypeParam;
     EXPECT_FALSE(object->IsRegistered());
-    EXPECT_FALSE(g_ComDiagnostic.ObjectExists(object));
-    this->trace.Restart();
+    EXPECT_FALSE(g_ComDiagnostic.AnyObjectExists());
     object->AddRef();
-    EXPECT_EQ(object->Release(), 0u);
+    EXPECT_THAT(Traced([&] { EXPECT_EQ(object->Release(), 0u); }), IsEmpty());
     EXPECT_EQ(g_alive, 0);
-    EXPECT_THAT(this->trace.Texts(), IsEmpty());
 }
 
 TEST(ComObject, BothInterfacesShareOneCount)
 {
-    Two* object = new Two;
+    auto* object = new Two;
     IClassFactory* first = object;
     IShellExtInit* second = object;
     EXPECT_EQ(static_cast<void*>(first), static_cast<void*>(object));
-    EXPECT_EQ(reinterpret_cast<char*>(second) - reinterpret_cast<char*>(first),
-              static_cast<std::ptrdiff_t>(sizeof(void*)));
+    EXPECT_EQ(static_cast<void*>(second), reinterpret_cast<char*>(first) + sizeof(void*));
     EXPECT_EQ(first->AddRef(), 1u);
     EXPECT_EQ(second->AddRef(), 2u);
     EXPECT_EQ(first->Release(), 1u);
@@ -167,30 +142,38 @@ TEST(ComObject, BothInterfacesShareOneCount)
     static_assert(sizeof(LComImplementation2<IClassFactory, IShellExtInit>) == 2 * sizeof(void*) + 8);
 }
 
-TEST(ComRegistry, UnknownObjectsAreReported)
-{
-    const TraceCapture trace;
-    int object = 0;
-    EXPECT_FALSE(g_ComDiagnostic.ObjectExists(&object));
-    g_ComDiagnostic.ObjectDelete(&object);
-    EXPECT_THAT(trace.Texts(), ElementsAre(deletedTwice));
-}
-
-TEST(ComRegistry, FindsEachOfSeveralObjects)
+TEST(ComRegistry, FindsEachOfSeveralObjectsBelowAnotherLock)
 {
     LComDiagnostic registry;
     int objects[3] = {};
-    for (int& object : objects)
+    const TraceCapture trace;
+    const auto locked = [](const auto& operation)
     {
-        EXPECT_TRUE(registry.ObjectCreate(&object, TEXT("x")));
+        LLockObject other;
+        const LLockObjectScope lock(other);
+        return operation();
+    };
+    const auto existing = [&]
+    {
+        std::string result;
+        for (const int& object : objects)
+        {
+            result += locked([&] { return registry.ObjectExists(&object); }) ? '+' : '-';
+        }
+        return result + (locked([&] { return registry.AnyObjectExists(); }) ? " any" : "");
+    };
+    for (const int& object : objects)
+    {
+        EXPECT_TRUE(locked([&] { return registry.ObjectCreate(&object, TEXT("x")); }));
     }
-    registry.ObjectDelete(&objects[1]);
-    EXPECT_TRUE(registry.ObjectExists(&objects[0]));
-    EXPECT_FALSE(registry.ObjectExists(&objects[1]));
-    EXPECT_TRUE(registry.ObjectExists(&objects[2]));
-    registry.ObjectDelete(&objects[0]);
-    registry.ObjectDelete(&objects[2]);
-    EXPECT_FALSE(registry.AnyObjectExists());
+    EXPECT_EQ(existing(), "+++ any");
+    for (const auto& [index, left] : {std::pair{1, "+-+ any"}, {0, "--+ any"}, {2, "---"}})
+    {
+        locked([&] { registry.ObjectDelete(&objects[index]); });
+        EXPECT_EQ(existing(), left);
+    }
+    EXPECT_THAT(trace.Texts(), ElementsAre(Created(&objects[0]), Created(&objects[1]), Created(&objects[2])));
+    EXPECT_THAT(Traced([&] { registry.ObjectDelete(&objects[0]); }), ElementsAre(deletedTwice));
 }
 
 TEST(ComRegistry, ReportsAtItsEndWhatWasNotReleased)
@@ -212,56 +195,15 @@ TEST(ComRegistry, ReportsAtItsEndWhatWasNotReleased)
                                            prefix + "this=" + Decimal(&objects[0])));
 }
 
-TEST(ComRegistry, IsUsedBelowOtherLocksWithoutAReport)
+TEST(ComHolder, UseUntestedAndOfNullIsReported)
 {
     const TraceCapture trace;
-    int object = 0;
-    const std::function<void()> operations[] = {[&] { g_ComDiagnostic.ObjectCreate(&object, TEXT("x")); },
-                                                [&] { EXPECT_TRUE(g_ComDiagnostic.ObjectExists(&object)); },
-                                                [&] { EXPECT_TRUE(g_ComDiagnostic.AnyObjectExists()); },
-                                                [&] { g_ComDiagnostic.ObjectDelete(&object); }};
-    for (const auto& operation : operations)
-    {
-        LLockObject other;
-        const LLockObjectScope lock(other);
-        operation();
-    }
-    EXPECT_THAT(trace.Texts(), ElementsAre(Created(&object)));
-}
-
-TEST(ComInterfaceRef, UseUntestedAndOfNullIsReported)
-{
-    const TraceCapture trace;
-    const LComInterfaceRef<One> reference;
-    EXPECT_EQ(reference.operator->(), nullptr);
+    EXPECT_EQ(LComInterfaceRef<One>().operator->(), nullptr);
+    EXPECT_EQ(LComObject<One>(nullptr).operator->(), nullptr);
     EXPECT_THAT(trace.Texts(),
                 ElementsAre("**LComInterfaceRef<T>::operator->() - attempting to dereference a COM "
                             "object without testing it first",
-                            noObject));
-}
-
-TEST(ComHolder, HoldsOneReferenceForItsLife)
-{
-    auto* object = new One;
-    {
-        const LComObject<One> holder(object);
-        EXPECT_EQ(holder.operator->(), object);
-        EXPECT_EQ(object->AddRef(), 2u);
-        EXPECT_EQ(holder->Release(), 1u);
-    }
-    EXPECT_EQ(g_alive, 0);
-}
-
-TEST(ComHolder, ANullImplementationIsReported)
-{
-    const TraceCapture trace;
-    const LComObject<One> holder(nullptr);
-    EXPECT_EQ(holder.operator->(), nullptr);
-    EXPECT_THAT(
-        trace.Texts(),
-        ElementsAre("**LComObject<class comtest::One>::LComObject ASSERTION FAILED pNewImplementation != "
-                    "NULL:\r\n   gen/com.h(755)",
-                    noObject));
+                            noObject, noImplementation, noObject));
 }
 
 class ComFactoryTest : public ::testing::Test
@@ -295,42 +237,31 @@ TEST_F(ComFactoryTest, AnswersForItsTwoInterfaces)
     EXPECT_THAT(trace.Texts(), IsEmpty());
 }
 
-TEST_F(ComFactoryTest, MakesObjectsOwnedByTheCaller)
+TEST_F(ComFactoryTest, MakesObjectsOwnedByTheCallerOrLeavesNothing)
 {
     ASSERT_EQ(factory->CreateInstance(nullptr, IID_IClassFactory, &out), S_OK);
-    auto* object = static_cast<One*>(out);
-    EXPECT_THAT(trace.Texts(), ElementsAre(Created(object)));
-    EXPECT_EQ(object->AddRef(), 2u);
-    object->Release();
-    EXPECT_EQ(object->Release(), 0u);
-}
-
-TEST_F(ComFactoryTest, RefusesAggregationAndUnknownInterfacesAndLeavesNothing)
-{
-    EXPECT_EQ(factory->CreateInstance(factory, IID_IUnknown, &out), CLASS_E_NOAGGREGATION);
-    EXPECT_EQ(out, nullptr);
+    EXPECT_THAT(trace.Texts(), ElementsAre(Created(out)));
+    EXPECT_EQ(static_cast<One*>(out)->Release(), 0u);
+    trace.Restart();
     EXPECT_EQ(factory->CreateInstance(factory, IID_IUnknown, nullptr), E_POINTER);
     EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
-    EXPECT_THAT(trace.Texts(), IsEmpty());
-    out = this;
-    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IShellExtInit, &out), E_NOINTERFACE);
-    EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(trace.Texts().size(), 1u) << "created, without a report at its end";
-}
 
-TEST_F(ComFactoryTest, WithoutMemoryForTheObjectOrItsRegistrationNothingIsHandedOut)
-{
+    const auto refused = [this](IUnknown* outer, const IID& iid, HRESULT expected)
+    {
+        out = this;
+        trace.Restart();
+        EXPECT_EQ(factory->CreateInstance(outer, iid, &out), expected);
+        EXPECT_EQ(out, nullptr);
+        return trace.Texts();
+    };
+    EXPECT_THAT(refused(factory, IID_IUnknown, CLASS_E_NOAGGREGATION), IsEmpty());
+    EXPECT_THAT(refused(nullptr, IID_IShellExtInit, E_NOINTERFACE), SizeIs(1))
+        << "created, no misuse reported";
     FailAllocation(0);
-    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, &out), E_OUTOFMEMORY);
-    EXPECT_EQ(out, nullptr);
-    EXPECT_THAT(trace.Texts(), ElementsAre("**LComObject<class comtest::One>::LComObject ASSERTION FAILED "
-                                           "pNewImplementation != NULL:\r\n   gen/com.h(755)"));
-    out = this;
-    trace.Restart();
-    FailAllocation(1);
-    EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, &out), E_OUTOFMEMORY);
-    EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(trace.Texts().size(), 1u) << "no misuse is reported of the object given up";
+    EXPECT_THAT(refused(nullptr, IID_IUnknown, E_OUTOFMEMORY), ElementsAre(noImplementation));
+    FailAllocation(1); // that of the registration
+    EXPECT_THAT(refused(nullptr, IID_IUnknown, E_OUTOFMEMORY), SizeIs(1))
+        << "no misuse of the object given up";
 }
 
 TEST(ComGuid, EqualityLooksAtEveryByte)
@@ -348,11 +279,9 @@ TEST(ComGuid, TraceLineInGroups)
 {
     const TraceCapture trace;
     LDebugTraceGuid(IID_IUnknown);
-    LDebugTraceGuid(IID_IShellExtInit);
     LDebugTraceGuid({0x12345678, 0x9ABC, 0x0DEF, {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}});
     LDebugTraceGuid({0xFFFFFFFF, 0xFFFF, 0xFFFF, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}});
     EXPECT_THAT(trace.Texts(), ElementsAre("GUID = 00000000 0000 0000 c000 000000000046",
-                                           "GUID = 000214e8 0000 0000 c000 000000000046",
                                            "GUID = 12345678 9abc 0def 0123 456789abcdef",
                                            "GUID = ffffffff ffff ffff ffff ffffffffffff"));
 }

@@ -7,7 +7,7 @@
 #include <gmock/gmock.h>
 
 #include "gen/list.h"
-#include "tests/gen/reports.h"
+#include "tests/support/reports.h"
 
 namespace listtest
 {
@@ -41,6 +41,8 @@ constexpr char invalidNext[] =
 constexpr char invalidDetach[] = "**LList<T>::Detach called with an invalid iterator";
 const std::string nullGetPtr =
     Assertion("LListIterator<class listtest::Number>::GetPtr", "p != nullptr", "gen/list.h");
+const std::string nullArrow =
+    Assertion("LListIterator<class listtest::Number>::operator ->", "p != nullptr", "gen/list.h");
 
 std::vector<int> Walk(const LList<Number>& list)
 {
@@ -63,10 +65,9 @@ class ListTest : public ::testing::Test
         {
             list.AddTop(new Number(i));
         }
-        trace.Restart();
     }
 
-    // An iterator on the item of the given value, tested.
+    // An iterator on the item of the given value, tested; at the end for a value that is not there.
     LListIterator<Number> At(int value)
     {
         LListIterator<Number> it(list);
@@ -76,59 +77,27 @@ class ListTest : public ::testing::Test
         }
         return it;
     }
+    Lines Reports() const { return WithoutLineNumbers(trace.Texts()); }
 
-    LList<Number> list;
     TraceCapture trace;
+    LList<Number> list;
 };
 
 TEST_F(ListTest, WalksFromTheNewestToTheOldest)
 {
-    EXPECT_THAT(Walk(list), ElementsAre(3, 2, 1));
+    LListIterator<Number> it(list);
+    for (const int value : {3, 2, 1})
+    {
+        ASSERT_TRUE(it.IsValid());
+        EXPECT_EQ(it->value, value);
+        EXPECT_EQ(it.Next(), value > 1) << "says whether an item follows";
+    }
+    EXPECT_FALSE(it.IsValid());
     EXPECT_FALSE(list.IsEmpty());
     const LList<Number> empty;
     EXPECT_THAT(Walk(empty), IsEmpty());
     EXPECT_TRUE(empty.IsEmpty());
-    EXPECT_THAT(Reports(trace), IsEmpty());
-}
-
-TEST_F(ListTest, NextSaysWhetherAnItemFollows)
-{
-    LListIterator<Number> it(list);
-    for (const bool more : {true, true, false})
-    {
-        EXPECT_TRUE(it.IsValid());
-        EXPECT_EQ(it.Next(), more);
-    }
-    EXPECT_FALSE(it.IsValid());
-    EXPECT_THAT(Reports(trace), IsEmpty());
-}
-
-TEST_F(ListTest, DeleteMovesTheIteratorOn)
-{
-    for (LListIterator<Number> it(list); it.IsValid();)
-    {
-        if (it->value == 2)
-        {
-            list.Delete(it);
-        }
-        else
-        {
-            it.Next();
-        }
-    }
-    EXPECT_THAT(Walk(list), ElementsAre(3, 1));
-    EXPECT_THAT(g_deleted, ElementsAre(2));
-    EXPECT_THAT(Reports(trace), IsEmpty());
-}
-
-TEST_F(ListTest, NextRightAfterDeleteIsReportedAndSkipsAnItem)
-{
-    LListIterator<Number> it = At(3);
-    list.Delete(it);
-    EXPECT_TRUE(it.Next());
-    EXPECT_THAT(Reports(trace), ElementsAre(untestedNext));
-    ASSERT_TRUE(it.IsValid());
-    EXPECT_EQ(it.GetPtr()->value, 1);
+    EXPECT_THAT(Reports(), IsEmpty());
 }
 
 TEST_F(ListTest, DetachHandsOutAFreeItemFromEveryPosition)
@@ -141,29 +110,28 @@ TEST_F(ListTest, DetachHandsOutAFreeItemFromEveryPosition)
         ASSERT_NE(item, nullptr);
         EXPECT_EQ(item->value, value);
         EXPECT_EQ(item->pNext, LListable::FreeMarker());
+        EXPECT_EQ(it.IsValid(), value > 1);
         EXPECT_EQ(Walk(list), rest);
         list.AddTop(item);
     }
     EXPECT_THAT(Walk(list), ElementsAre(1, 2, 3));
-    LListIterator<Number> last = At(3);
-    delete list.Detach(last);
-    EXPECT_FALSE(last.IsValid());
-    EXPECT_THAT(Reports(trace), IsEmpty());
+    EXPECT_THAT(Reports(), IsEmpty());
 }
 
-TEST_F(ListTest, DeleteAllAndTheDestructorDeleteNewestFirst)
+TEST_F(ListTest, DeletesOneOrAllNewestFirst)
 {
+    LListIterator<Number> it = At(2);
+    list.Delete(it);
+    ASSERT_TRUE(it.IsValid());
+    EXPECT_EQ(it->value, 1);
     list.DeleteAll();
-    EXPECT_THAT(g_deleted, ElementsAre(3, 2, 1));
     EXPECT_TRUE(list.IsEmpty());
-    list.DeleteAll();
     {
         LList<Number> second;
         second.AddTop(new Number(10));
         second.AddTop(new Number(11));
     }
-    EXPECT_THAT(g_deleted, ElementsAre(3, 2, 1, 11, 10));
-    EXPECT_THAT(Reports(trace), IsEmpty());
+    EXPECT_THAT(g_deleted, ElementsAre(2, 3, 1, 11, 10));
 }
 
 TEST_F(ListTest, APositionUsedUntestedIsReported)
@@ -172,29 +140,29 @@ TEST_F(ListTest, APositionUsedUntestedIsReported)
     EXPECT_EQ(it.GetPtr()->value, 3);
     EXPECT_EQ(it->value, 3);
     EXPECT_TRUE(it.Next());
-    EXPECT_THAT(Reports(trace), ElementsAre(untestedGetPtr, untestedArrow, untestedNext));
-    trace.Restart();
-    // A step makes the position untested again.
     EXPECT_TRUE(it.IsValid());
     EXPECT_TRUE(it.Next());
-    EXPECT_EQ(it->value, 1);
-    EXPECT_THAT(Reports(trace), ElementsAre(untestedArrow));
+    EXPECT_EQ(it->value, 1) << "a step makes the position untested again";
+    // As does a removal, after which a step skips an item.
+    LListIterator<Number> removing = At(3);
+    list.Delete(removing);
+    EXPECT_TRUE(removing.Next());
+    EXPECT_THAT(Reports(),
+                ElementsAre(untestedGetPtr, untestedArrow, untestedNext, untestedArrow, untestedNext));
+    ASSERT_TRUE(removing.IsValid());
+    EXPECT_EQ(removing->value, 1);
 }
 
 TEST_F(ListTest, UsePastTheEndIsReportedAndGivesNull)
 {
     LListIterator<Number> it = At(99);
-    trace.Restart();
     EXPECT_EQ(it.GetPtr(), nullptr);
     EXPECT_EQ(it.operator->(), nullptr);
     EXPECT_FALSE(it.Next());
     EXPECT_EQ(list.Detach(it), nullptr);
     list.Delete(it);
-    EXPECT_THAT(Reports(trace),
-                ElementsAre(nullGetPtr,
-                            Assertion("LListIterator<class listtest::Number>::operator ->", "p != nullptr",
-                                      "gen/list.h"),
-                            invalidNext, nullGetPtr, invalidDetach, nullGetPtr, invalidDetach));
+    EXPECT_THAT(Reports(), ElementsAre(nullGetPtr, nullArrow, invalidNext, nullGetPtr, invalidDetach,
+                                       nullGetPtr, invalidDetach));
     EXPECT_THAT(Walk(list), ElementsAre(3, 2, 1));
 
     trace.Restart();
@@ -202,8 +170,7 @@ TEST_F(ListTest, UsePastTheEndIsReportedAndGivesNull)
     LListIterator<Number> untested(empty);
     EXPECT_EQ(list.Detach(untested), nullptr);
     EXPECT_FALSE(untested.Next());
-    EXPECT_THAT(Reports(trace),
-                ElementsAre(untestedGetPtr, nullGetPtr, invalidDetach, untestedNext, invalidNext));
+    EXPECT_THAT(Reports(), ElementsAre(untestedGetPtr, nullGetPtr, invalidDetach, untestedNext, invalidNext));
 }
 
 TEST_F(ListTest, AnItemOfAnotherListIsNotDetached)
@@ -211,50 +178,39 @@ TEST_F(ListTest, AnItemOfAnotherListIsNotDetached)
     LList<Number> other;
     LListIterator<Number> it = At(2);
     EXPECT_EQ(other.Detach(it), nullptr);
-    EXPECT_THAT(Reports(trace), ElementsAre("**LList<T>::Detach called but item not found in the list"));
+    EXPECT_THAT(Reports(), ElementsAre("**LList<T>::Detach called but item not found in the list"));
     ASSERT_TRUE(it.IsValid());
     EXPECT_EQ(it->value, 1) << "the iterator moves on all the same";
     EXPECT_THAT(Walk(list), ElementsAre(3, 2, 1));
 }
 
-TEST_F(ListTest, AnItemThatIsInAListAlreadyIsReportedAndStaysWhereItWas)
+TEST_F(ListTest, AnItemThatCannotBeAddedIsReportedAndNotLinked)
 {
-    const std::string report =
+    const std::string attached =
         FailedCheck("NewItem->pNext == (void*)LLIST_IS_ATTACHED",
                     "LList<T>::AddTop NewItem is already a member of a LList", "gen/list.h");
+    const std::string filled =
+        Assertion("LList<class listtest::Number>::AddTop",
+                  "!((NewItem == (T*)0xCCCCCCCC) || (NewItem == (T*)0xCDCDCDCD))", "gen/list.h");
     list.AddTop(At(3).GetPtr());
     list.AddTop(At(1).GetPtr()); // the last one: its link is null
     LList<Number> other;
     other.AddTop(At(2).GetPtr());
-    EXPECT_THAT(Reports(trace), ElementsAre(report, report, report));
+    other.AddTop(reinterpret_cast<Number*>(std::uintptr_t{0xCCCCCCCC}));
+    other.AddTop(reinterpret_cast<Number*>(std::uintptr_t{0xCDCDCDCD}));
+    other.AddTop(nullptr);
+    EXPECT_THAT(Reports(), ElementsAre(attached, attached, attached, filled, filled, nullWrite));
     EXPECT_THAT(Walk(list), ElementsAre(3, 2, 1));
     EXPECT_TRUE(other.IsEmpty());
-}
-
-TEST_F(ListTest, FillPatternsAndNullAreReportedAndNotLinked)
-{
-    const std::string report =
-        Assertion("LList<class listtest::Number>::AddTop",
-                  "!((NewItem == (T*)0xCCCCCCCC) || (NewItem == (T*)0xCDCDCDCD))", "gen/list.h");
-    for (const std::uintptr_t pattern : {0xCCCCCCCCu, 0xCDCDCDCDu})
-    {
-        list.AddTop(reinterpret_cast<Number*>(pattern));
-    }
-    list.AddTop(nullptr);
-    EXPECT_THAT(Reports(trace),
-                ElementsAre(report, report, "**LDEBUGVALIDPTRWRITE attempting to read from a null ptr"));
-    EXPECT_THAT(Walk(list), ElementsAre(3, 2, 1));
 }
 
 TEST_F(ListTest, AnItemDestroyedTwiceIsReported)
 {
     alignas(LListable) unsigned char memory[sizeof(LListable)];
     auto* item = new (memory) LListable;
-    item->~LListable();
-    EXPECT_THAT(Reports(trace), IsEmpty());
-    item->~LListable();
+    EXPECT_THAT(Traced([&] { item->~LListable(); }), IsEmpty());
     EXPECT_THAT(
-        Reports(trace),
+        Traced([&] { item->~LListable(); }),
         ElementsAre("**LListable::~LListable A listable object has been deleted twice. Check you are not "
                     "calling delete on an object which was also added to the LList."));
 }

@@ -72,29 +72,20 @@ TEST(Strings, CopiesAndFormats)
 
 TEST(Strings, NullIsReportedAndTakenAsEmpty)
 {
-    WCHAR copied[2] = {TEXT('x')};
-    WCHAR bounded[2] = {TEXT('x')};
-    EXPECT_THAT(Traced(
-                    [&]
-                    {
-                        EXPECT_EQ(tstrcpy(copied, none), copied);
-                        EXPECT_EQ(tstrcpy(nullptr, none), nullptr);
-                        EXPECT_EQ(tstrlcpy(bounded, none, 2), 0u);
-                        EXPECT_EQ(tstrlcpy(static_cast<char*>(nullptr), "text", 5), 0u);
-                    }),
-                ElementsAre(nullRead, nullRead, nullWrite, nullRead, nullWrite));
-    EXPECT_EQ(copied[0] + bounded[0], 0);
-    EXPECT_EQ(Traced(
-                  []
-                  {
-                      EXPECT_EQ(tstrlen(none), 0u);
-                      EXPECT_EQ(tstricmp(none, TEXT("")), 0);
-                      EXPECT_GT(tstricmp(TEXT("a"), none), 0);
-                      EXPECT_EQ(ttoi(none), 0);
-                      EXPECT_EQ(LStringToIntDefault(none, 7), 7);
-                      EXPECT_EQ(LStringReplaceChar(nullptr, TEXT('a'), TEXT('b')), nullptr);
-                  }),
-              Lines(6, nullRead));
+    const TraceCapture trace;
+    WCHAR buffer[] = {TEXT('x'), TEXT('x')};
+    EXPECT_EQ(tstrcpy(nullptr, none), nullptr);
+    EXPECT_EQ(tstrlcpy(static_cast<char*>(nullptr), "text", 5), 0u);
+    EXPECT_EQ(tstrcpy(buffer, none), buffer);
+    EXPECT_EQ(tstrlcpy(buffer + 1, none, 2), 0u);
+    EXPECT_EQ(buffer[0] + buffer[1], 0);
+    EXPECT_EQ(tstrlen(none), 0u);
+    EXPECT_EQ(tstricmp(none, TEXT("")), 0);
+    EXPECT_GT(tstricmp(TEXT("a"), none), 0);
+    EXPECT_EQ(ttoi(none), 0);
+    EXPECT_EQ(LStringToIntDefault(none, 7), 7);
+    EXPECT_EQ(LStringReplaceChar(nullptr, TEXT('a'), TEXT('b')), nullptr);
+    EXPECT_EQ(trace.Texts(), (Lines{nullRead, nullWrite, nullWrite} + Lines(8, nullRead)));
 }
 
 TEST(Strings, CompareFoldsTheLettersAToZOnly)
@@ -177,7 +168,7 @@ TEST(Formatters, ATextThatFitsIsWrittenWithoutAReport)
     ExpectFormatted(6, "000420#", nothing, "%05d", 42);
     ExpectFormatted(0, "###", nothing, "%05d", 42);
     ExpectFormatted(1, "0#", nothing, "");
-    ExpectFormatted((std::size_t{1} << 32) + 4, "420#", nothing, "%d", 42); // the lower 32 bits count
+    ExpectFormatted((std::size_t{1} << 32) + 4, "4200#", nothing, "%d", 42); // the lower 32 bits count
     ExpectFormatted(LSTR, "18446744073709551615|-1|5|000000000000ABCD0", nothing, "%Iu|%lld|%ld|%p", sizeMax,
                     -1LL, 5L, reinterpret_cast<void*>(0xABCDu));
 }
@@ -246,73 +237,50 @@ TEST(StringList, KeepsCopiesInOrderAndEndsInANullPointer)
     EXPECT_EQ(list.Get(4), nullptr);
 }
 
-TEST(StringList, GrowsEightfoldWhenTheArrayIsFull)
+// Adds the numbers from 0 on, each first without memory for an array; returns where the list needed one.
+std::vector<std::size_t> Fill(LStringList& list, std::size_t count)
 {
-    LStringList list;
-    const auto arraysUpTo = [&list](std::size_t count)
+    std::vector<std::size_t> grown;
+    for (std::size_t i = 0; i < count; ++i)
     {
-        const std::size_t strings = count - list.GetCount();
-        const int before = AllocationCount();
-        while (list.GetCount() < count)
+        FailAllocation(1); // the first is the string
+        WCHAR* text = list.Add(std::size_t{5});
+        FailAllocation(0, 0);
+        if (text == nullptr)
         {
-            list.Add(Wide(std::to_string(list.GetCount())).c_str());
+            grown.push_back(i);
+            EXPECT_EQ(list.GetCount(), i);
+            EXPECT_EQ(list.Get(i), nullptr);
+            text = list.Add(std::size_t{5});
         }
-        return AllocationCount() - before - static_cast<int>(strings);
-    };
-    EXPECT_EQ(arraysUpTo(255), 0);
-    EXPECT_EQ(arraysUpTo(256), 1);
-    EXPECT_EQ(arraysUpTo(2047), 0);
-    EXPECT_EQ(arraysUpTo(2048), 1);
-    for (std::size_t i = 0; i < 2048; ++i)
-    {
-        ASSERT_EQ(Utf8(list.Get(i)), std::to_string(i));
+        tstrcpy(text, Wide(std::to_string(i)).c_str());
     }
-    EXPECT_EQ(list.Get(2048), nullptr);
+    for (std::size_t i = 0; i < count; ++i)
+    {
+        EXPECT_EQ(Utf8(list.Get(i)), std::to_string(i));
+    }
+    EXPECT_EQ(list.Get(count), nullptr);
+    return grown;
 }
 
 TEST(StringList, WithoutMemoryTheListStaysAsItWas)
 {
     LStringList list;
+    FailAllocation(0);
+    LStringList late; // without its first array it tries again
     TraceCapture trace;
-    FailAllocation(0);
-    EXPECT_EQ(list.Add(std::size_t{5}), nullptr);
-    FailAllocation(0);
-    list.Add(TEXT("lost"));
-    // Sizes whose bytes would wrap to a few.
-    EXPECT_EQ(list.Add(sizeMax), nullptr);
-    EXPECT_EQ(list.Add((sizeMax >> 1) + 2), nullptr);
+    for (const std::size_t size : {std::size_t{5}, sizeMax, (sizeMax >> 1) + 2}) // bytes that wrap to a few
+    {
+        FailAllocation(0, size == 5);
+        EXPECT_EQ(list.Add(size), nullptr);
+        EXPECT_EQ(list.GetCount(), 0u);
+    }
     EXPECT_EQ(trace.Texts(),
-              Lines(4, "**LStringListTemplate<wchar_t>::Add Unable to create new string - new failed"));
-    EXPECT_EQ(list.GetCount(), 0u);
-    EXPECT_EQ(list.Get(0), nullptr);
-
-    while (list.GetCount() < 255)
-    {
-        list.Add(TEXT("x"));
-    }
+              Lines(3, "**LStringListTemplate<wchar_t>::Add Unable to create new string - new failed"));
     trace.Restart();
-    FailAllocation(1);
-    EXPECT_EQ(list.Add(std::size_t{5}), nullptr);
-    EXPECT_THAT(trace.Texts(),
-                ElementsAre("**LStringListTemplate<wchar_t>::Add Unable to resize the list - new failed"));
-    EXPECT_EQ(list.GetCount(), 255u);
-    EXPECT_EQ(list.Get(255), nullptr);
-    list.Add(TEXT("again"));
-    EXPECT_EQ(Utf8(list.Get(254)) + Utf8(list.Get(255)), "xagain");
-}
-
-TEST(StringList, WithoutItsFirstArrayItStartsEmptyAndTriesAgain)
-{
-    FailAllocation(0);
-    LStringList list;
-    EXPECT_EQ(list.GetCount(), 0u);
-    EXPECT_EQ(list.Get(0), nullptr);
-    for (int i = 0; i < 20; ++i)
-    {
-        list.Add(Wide(std::to_string(i)).c_str());
-    }
-    ASSERT_EQ(list.GetCount(), 20u);
-    EXPECT_EQ(Utf8(list.Get(0)) + " " + Utf8(list.Get(19)), "0 19");
-    EXPECT_EQ(list.Get(20), nullptr);
+    EXPECT_THAT(Fill(list, 2048), ElementsAre(255, 2047));
+    EXPECT_THAT(Fill(late, 64), ElementsAre(0, 7, 63));
+    EXPECT_EQ(trace.Texts(),
+              Lines(5, "**LStringListTemplate<wchar_t>::Add Unable to resize the list - new failed"));
 }
 } // namespace

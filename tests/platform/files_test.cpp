@@ -22,8 +22,8 @@ class File : public Handle
 {
   public:
     File(const WideString& path, DWORD access, DWORD share, DWORD disposition)
-        : Handle(CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL,
-                             nullptr)),
+        : Handle(
+              CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr)),
           error_(GetLastError())
     {
     }
@@ -294,25 +294,10 @@ TEST_F(Files, NamesMatchInEitherCaseAndWithEitherSeparator)
     Make(folder / name);
     WideString slashes = folder / ("sub/../" + name);
     std::replace(slashes.begin(), slashes.end(), WCHAR{'\\'}, WCHAR{'/'});
-    for (const WideString& same :
-         {folder / "mIXED \xC3\xA4.TXT", slashes, Wide("\\\\?\\") + (folder / name)})
+    for (const WideString& same : {folder / "mIXED \xC3\xA4.TXT", slashes, Wide("\\\\?\\") + (folder / name)})
     {
         EXPECT_EQ(Contents(same), "text") << Utf8(same);
     }
     EXPECT_EQ(TryOpen(folder / "MIXED \xC3\xA4.txt", readWrite, 0, CREATE_NEW), ERROR_FILE_EXISTS);
-}
-
-TEST_F(Files, FoldersAreMadeAndRemoved)
-{
-    const WideString sub = folder / "sub";
-    EXPECT_TRUE(CreateDirectoryW(sub.c_str(), nullptr));
-    EXPECT_EQ(ErrorOf(CreateDirectoryW(sub.c_str(), nullptr)), ERROR_ALREADY_EXISTS);
-    EXPECT_EQ(ErrorOf(CreateDirectoryW((folder / "no\\sub").c_str(), nullptr)), ERROR_PATH_NOT_FOUND);
-    Make(folder / "sub\\file");
-    EXPECT_EQ(ErrorOf(RemoveDirectoryW(sub.c_str())), ERROR_DIR_NOT_EMPTY);
-    EXPECT_EQ(ErrorOf(DeleteFileW(sub.c_str())), ERROR_ACCESS_DENIED);
-    EXPECT_TRUE(DeleteFileW((folder / "sub\\file").c_str()));
-    EXPECT_TRUE(RemoveDirectoryW(sub.c_str()));
-    EXPECT_EQ(ErrorOf(RemoveDirectoryW(sub.c_str())), ERROR_FILE_NOT_FOUND);
 }
 } // namespace

@@ -19,14 +19,12 @@
 
 namespace
 {
-using sndxtest::Announce;
-using sndxtest::ChildProcess;
-using sndxtest::WaitFor;
+using namespace sndxtest;
 
 class NativeProcesses : public ::testing::Test
 {
   protected:
-    NativeProcesses() { sndxtest::ClearPoints(); }
+    NativeProcesses() { ClearPoints(); }
 };
 
 SNDX_CHILD(MessageLoop)
@@ -48,7 +46,7 @@ TEST_F(NativeProcesses, IdleWhenTheChildFirstWaitsForMessages)
 {
     for (const char* way : {"GetMessage", "MsgWait"})
     {
-        sndxtest::ClearPoints();
+        ClearPoints();
         ChildProcess child("MessageLoop", {way});
         EXPECT_EQ(WAIT_TIMEOUT, WaitForInputIdle(child.Handle(), 50));
         Announce("become idle");
@@ -96,19 +94,6 @@ TEST_F(NativeProcesses, OnlyTheStandardStreamsAndTheIdlePipePassOn)
     close(far);
 }
 
-TEST_F(NativeProcesses, BlockedSignalsOfTheHostDoNotPassOn)
-{
-    sigset_t blocked;
-    sigset_t before;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &blocked, &before);
-    ChildProcess child = ChildProcess::Program("/bin/sleep", {"20"});
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    kill(static_cast<pid_t>(child.Id()), SIGTERM);
-    EXPECT_EQ(128 + SIGTERM, child.Wait(5000));
-}
-
 bool IsZombieOrRunning(DWORD id)
 {
     return kill(static_cast<pid_t>(id), 0) == 0;
@@ -128,7 +113,7 @@ TEST_F(NativeProcesses, NoZombieStaysBehind)
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION information{};
-    auto text = sndxtest::Wide("\"Z:\\bin\\sleep\" 0.1");
+    auto text = Wide("\"Z:\\bin\\sleep\" 0.1");
     ASSERT_TRUE(CreateProcessW(nullptr, text.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
                                &information));
     CloseHandle(information.hThread);
@@ -139,13 +124,5 @@ TEST_F(NativeProcesses, NoZombieStaysBehind)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
     EXPECT_FALSE(IsZombieOrRunning(information.dwProcessId));
-}
-
-TEST_F(NativeProcesses, HostThatIgnoresItsChildrenStillSeesThemEnd)
-{
-    const auto before = signal(SIGCHLD, SIG_IGN); // the kernel collects; the exit code is lost
-    ChildProcess child = ChildProcess::Program("/bin/sleep", {"0.05"});
-    EXPECT_EQ(0, child.Wait(5000));
-    signal(SIGCHLD, before);
 }
 } // namespace

@@ -2,7 +2,6 @@
 
 #include <cstring>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -15,40 +14,56 @@ namespace
 {
 using namespace sndxtest;
 using Bytes = std::vector<BYTE>;
+using Names = std::vector<std::string>;
 
-constexpr REGSAM fullAccess = KEY_ALL_ACCESS;
-const char* const testPath = "Software\\Taleno Software\\Test";
+const std::string testPath = "Software\\Taleno Software\\Test";
+const std::string productPath = "Software\\Taleno Software\\Sendora\\";
 
-DWORD Open(HKEY root, const std::string& path, REGSAM access, HKEY& key)
+enum class Mode
 {
-    key = nullptr;
-    return static_cast<DWORD>(RegOpenKeyExW(root, Wide(path).c_str(), 0, access, &key));
-}
+    Open,
+    Create
+};
 
-DWORD Create(HKEY root, const std::string& path, REGSAM access, HKEY& key, DWORD* disposition = nullptr)
+// A key that was opened or created, with the error of that.
+class Key
 {
-    key = nullptr;
-    return static_cast<DWORD>(
-        RegCreateKeyExW(root, Wide(path).c_str(), 0, nullptr, 0, access, nullptr, &key, disposition));
-}
+  public:
+    Key(Mode mode, HKEY root, const std::string& path, REGSAM access = KEY_ALL_ACCESS)
+    {
+        const WideString wide = Wide(path);
+        error = mode == Mode::Open ? RegOpenKeyExW(root, wide.c_str(), 0, access, &key_)
+                                   : RegCreateKeyExW(root, wide.c_str(), 0, nullptr, 0, access, nullptr,
+                                                     &key_, &disposition);
+    }
+    ~Key()
+    {
+        if (key_ != nullptr)
+        {
+            EXPECT_EQ(RegCloseKey(key_), 0);
+        }
+    }
+    Key(const Key&) = delete;
+    Key& operator=(const Key&) = delete;
+    operator HKEY() const { return key_; }
+
+    LONG error = 0;
+    DWORD disposition = 0;
+
+  private:
+    HKEY key_ = nullptr;
+};
 
 bool Exists(HKEY root, const std::string& path, REGSAM view = 0)
 {
-    HKEY key = nullptr;
-    const bool exists = Open(root, path, KEY_QUERY_VALUE | view, key) == 0;
-    if (exists)
-    {
-        RegCloseKey(key);
-    }
-    return exists;
+    return Key(Mode::Open, root, path, KEY_QUERY_VALUE | view).error == 0;
 }
 
-DWORD SetText(HKEY key, const std::string& name, const std::string& text)
+LONG SetText(HKEY key, const std::string& name, const std::string& text)
 {
     const WideString wide = Wide(text);
-    return static_cast<DWORD>(RegSetValueExW(key, Wide(name).c_str(), 0, REG_SZ,
-                                             reinterpret_cast<const BYTE*>(wide.c_str()),
-                                             static_cast<DWORD>((wide.size() + 1) * sizeof(WCHAR))));
+    return RegSetValueExW(key, Wide(name).c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(wide.c_str()),
+                          static_cast<DWORD>((wide.size() + 1) * sizeof(WCHAR)));
 }
 
 // The text without its terminator, or "error N".
@@ -61,18 +76,18 @@ std::string GetText(HKEY key, const std::string& name)
     return error == 0 ? Utf8(buffer) : "error " + std::to_string(error);
 }
 
-DWORD Enumerate(HKEY key, DWORD index, std::string& name, DWORD capacity = 260)
+LONG Enumerate(HKEY key, DWORD index, std::string& name, DWORD capacity = 260)
 {
     std::vector<WCHAR> buffer(capacity + 1, WCHAR{'#'});
-    const DWORD error = static_cast<DWORD>(RegEnumKeyW(key, index, buffer.data(), capacity));
-    EXPECT_EQ(WCHAR{'#'}, buffer[capacity]);
+    const LONG error = RegEnumKeyW(key, index, buffer.data(), capacity);
+    EXPECT_EQ(buffer[capacity], WCHAR{'#'});
     name = error == 0 ? Utf8(buffer.data()) : "";
     return error;
 }
 
-std::vector<std::string> SubKeys(HKEY key)
+Names SubKeys(HKEY key)
 {
-    std::vector<std::string> names;
+    Names names;
     std::string name;
     for (DWORD index = 0; Enumerate(key, index, name) == 0; ++index)
     {
@@ -84,18 +99,8 @@ std::vector<std::string> SubKeys(HKEY key)
 class Registry : public ::testing::Test
 {
   protected:
-    Registry() { EXPECT_EQ(0u, Create(HKEY_CURRENT_USER, testPath, fullAccess, key_)); }
-    ~Registry() override { RegCloseKey(key_); }
-
     CleanSettings clean_;
-    HKEY key_ = nullptr;
-};
-
-struct Value
-{
-    const char* label;
-    DWORD type;
-    Bytes bytes;
+    const Key key_{Mode::Create, HKEY_CURRENT_USER, testPath};
 };
 
 Bytes Units(std::initializer_list<unsigned> units)
@@ -109,301 +114,200 @@ Bytes Units(std::initializer_list<unsigned> units)
     return bytes;
 }
 
-std::vector<Value> Values()
-{
-    Bytes all;
-    for (unsigned byte = 0; byte < 256; ++byte)
-    {
-        all.push_back(static_cast<BYTE>(byte));
-    }
-    return {
-        {"Text", REG_SZ, Units({'C', ':', '\\', 'a', '"', ' ', 0xE4, 0x20AC, 0})},
-        {"EmptyText", REG_SZ, Units({0})},
-        {"TextWithoutTerminator", REG_SZ, Units({'a', 'b', 'c'})},
-        {"TextOfHalfCharacters", REG_SZ, {'a', 0, 'b', 0, 'c'}},
-        {"TextWithNulInside", REG_SZ, Units({'a', 0, 'b', 0})},
-        {"TextWithTwoTerminators", REG_SZ, Units({'a', 0, 0})},
-        {"TextWithLineBreak", REG_SZ, Units({'a', '\r', '\n', '[', 'b', ']', 0})},
-        {"TextWithHalfPair", REG_SZ, Units({'a', 0xD800, 'b', 0})},
-        {"TextWithPair", REG_SZ, Units({0xD83D, 0xDE00, 0})},
-        {"NoBytesOfText", REG_SZ, {}},
-        {"TextOf520BytesUnterminated", REG_SZ, Bytes(520, BYTE{'q'})},
-        {"Expandable", REG_EXPAND_SZ, Units({'%', 'P', '%', 0})},
-        {"Several", REG_MULTI_SZ, Units({'a', 0, 'b', 0, 0})},
-        {"Number", REG_DWORD, {0x78, 0x56, 0x34, 0xF2}},
-        {"ShortNumber", REG_DWORD, {0x78, 0x56, 0x34}},
-        {"Binary", REG_BINARY, all},
-        {"NoBytes", REG_BINARY, {}},
-        {"NoType", REG_NONE, {1, 2, 3}},
-        {"UnknownType", 0x1234, {9, 8, 7, 6, 5}},
-        {"Long", REG_BINARY, Bytes(100000, BYTE{0x5A})},
-    };
-}
-
 TEST_F(Registry, ValuesComeBackByteForByte)
 {
-    for (const Value& value : Values())
+    const std::pair<DWORD, Bytes> values[] = {
+        {REG_SZ, Units({'C', ':', '\\', 'a', '"', ' ', 0xE4, 0x20AC, 0})},
+        {REG_SZ, Units({0})},
+        {REG_SZ, Units({'a', 'b', 'c'})},                     // no terminator
+        {REG_SZ, {'a', 0, 'b', 0, 'c'}},                      // half a character
+        {REG_SZ, Units({'a', 0, 'b', 0})},                    // a NUL inside
+        {REG_SZ, Units({'a', 0, 0})},                         // two terminators
+        {REG_SZ, Units({'a', '\r', '\n', '[', 'b', ']', 0})}, // lines
+        {REG_SZ, Units({'a', 0xD800, 'b', 0})},               // half a pair
+        {REG_SZ, Units({0xD83D, 0xDE00, 0})},                 // a pair
+        {REG_SZ, {}},
+        {REG_SZ, Bytes(520, BYTE{'q'})}, // as long as the product's buffer
+        {REG_EXPAND_SZ, Units({'%', 'P', '%', 0})},
+        {REG_MULTI_SZ, Units({'a', 0, 'b', 0, 0})},
+        {REG_DWORD, {0x78, 0x56, 0x34, 0xF2}},
+        {REG_DWORD, {0x78, 0x56, 0x34}},
+        {REG_BINARY, {}},
+        {REG_NONE, {1, 2, 3}},
+        {0x1234, {9, 8, 7, 6, 5}},
+        {REG_BINARY, Bytes(100000, BYTE{0x5A})},
+    };
+    int number = 0;
+    for (const auto& [type, bytes] : values)
     {
-        SCOPED_TRACE(value.label);
-        SetUserBytes("Bytes", value.label, value.type, value.bytes);
+        SetUserBytes("Bytes", std::to_string(++number), type, bytes);
     }
-    HKEY key = nullptr;
-    ASSERT_EQ(0u, Open(HKEY_CURRENT_USER, "Software\\Taleno Software\\Sendora\\Bytes", KEY_QUERY_VALUE, key));
-    for (const Value& value : Values())
+    const Key key(Mode::Open, HKEY_CURRENT_USER, productPath + "Bytes", KEY_QUERY_VALUE);
+    number = 0;
+    for (const auto& [type, bytes] : values)
     {
-        SCOPED_TRACE(value.label);
-        DWORD type = 0xdead;
-        DWORD size = static_cast<DWORD>(value.bytes.size());
-        Bytes data(value.bytes.size() + 1, BYTE{'#'});
-        EXPECT_EQ(0, RegQueryValueExW(key, Wide(value.label).c_str(), nullptr, &type, data.data(), &size));
-        EXPECT_EQ(value.type, type);
-        ASSERT_EQ(value.bytes.size(), size);
-        EXPECT_EQ(BYTE{'#'}, data.back());
+        const std::string name = std::to_string(++number);
+        SCOPED_TRACE(name);
+        DWORD found = 0xdead;
+        DWORD size = static_cast<DWORD>(bytes.size());
+        Bytes data(bytes.size() + 1, BYTE{'#'});
+        EXPECT_EQ(RegQueryValueExW(key, Wide(name).c_str(), nullptr, &found, data.data(), &size), 0);
+        EXPECT_EQ(found, type);
+        ASSERT_EQ(size, bytes.size());
+        EXPECT_EQ(data.back(), BYTE{'#'});
         data.pop_back();
-        EXPECT_EQ(value.bytes, data);
+        EXPECT_EQ(data, bytes);
     }
-    RegCloseKey(key);
 }
 
 TEST_F(Registry, QueryTellsTheSizeThatItNeeds)
 {
-    ASSERT_EQ(0u, SetText(key_, "Name", "abcdef"));
-    const WideString name = Wide("Name");
-    DWORD type = 0;
-    DWORD size = 5;
-    EXPECT_EQ(0, RegQueryValueExW(key_, name.c_str(), nullptr, &type, nullptr, &size));
-    EXPECT_EQ(14u, size);
-    EXPECT_EQ(DWORD{REG_SZ}, type);
-    EXPECT_EQ(0, RegQueryValueExW(key_, name.c_str(), nullptr, nullptr, nullptr, nullptr));
-
-    Bytes buffer(14, BYTE{'#'});
-    size = 13;
-    EXPECT_EQ(LONG{ERROR_MORE_DATA},
-              RegQueryValueExW(key_, name.c_str(), nullptr, &type, buffer.data(), &size));
-    EXPECT_EQ(14u, size);
-    EXPECT_EQ(LONG{ERROR_INVALID_PARAMETER},
-              RegQueryValueExW(key_, name.c_str(), nullptr, nullptr, buffer.data(), nullptr));
-    size = 14;
-    EXPECT_EQ(0, RegQueryValueExW(key_, name.c_str(), nullptr, &type, buffer.data(), &size));
-    EXPECT_EQ(0, std::memcmp(buffer.data(), Wide("abcdef").c_str(), 14));
-
-    type = 77;
-    size = 14;
-    EXPECT_EQ(LONG{ERROR_FILE_NOT_FOUND},
-              RegQueryValueExW(key_, Wide("Other").c_str(), nullptr, nullptr, buffer.data(), &size));
-    EXPECT_EQ(14u, size);
+    ASSERT_EQ(SetText(key_, "Name", "abcdef"), 0);
+    BYTE buffer[14];
+    const struct
+    {
+        const WCHAR* name;
+        bool withBuffer;
+        DWORD given;
+        LONG error;
+        DWORD told;
+    } cases[] = {{TEXT("Name"), false, 5, 0, 14},
+                 {TEXT("Name"), true, 13, ERROR_MORE_DATA, 14},
+                 {TEXT("Name"), true, 14, 0, 14},
+                 {TEXT("Other"), true, 14, ERROR_FILE_NOT_FOUND, 14}};
+    for (const auto& each : cases)
+    {
+        DWORD type = REG_SZ;
+        DWORD size = each.given;
+        EXPECT_EQ(
+            RegQueryValueExW(key_, each.name, nullptr, &type, each.withBuffer ? buffer : nullptr, &size),
+            each.error);
+        EXPECT_EQ(size, each.told);
+    }
+    EXPECT_EQ(std::memcmp(buffer, TEXT("abcdef"), 14), 0);
+    EXPECT_EQ(RegQueryValueExW(key_, TEXT("Name"), nullptr, nullptr, buffer, nullptr),
+              LONG{ERROR_INVALID_PARAMETER});
 }
 
-TEST_F(Registry, ValueNamesIgnoreCaseAndMayBeEmpty)
+TEST_F(Registry, ValueNamesIgnoreCaseAndMayBeEmptyOrOdd)
 {
-    ASSERT_EQ(0u, SetText(key_,
-                          "Gr\xC3\xB6\xC3\x9F"
-                          "e",
-                          "one"));
-    EXPECT_EQ("one", GetText(key_, "GR\xC3\x96\xC3\x9F"
-                                   "E"));
-    ASSERT_EQ(0u, SetText(key_,
-                          "GR\xC3\x96\xC3\x9F"
-                          "E",
-                          "two"));
-    EXPECT_EQ("two", GetText(key_, "gr\xC3\xB6\xC3\x9F"
-                                   "e"));
-
-    EXPECT_EQ("error 2", GetText(key_, ""));
-    ASSERT_EQ(0u, SetText(key_, "", "default"));
-    EXPECT_EQ("default", GetText(key_, ""));
-    DWORD size = 0;
-    EXPECT_EQ(0, RegQueryValueExW(key_, nullptr, nullptr, nullptr, nullptr, &size));
-    EXPECT_EQ(16u, size);
-
-    // Characters that mean something in a registry editor's file.
-    const std::string odd = "a\"b\\c=[d];@";
-    ASSERT_EQ(0u, SetText(key_, odd, "odd"));
-    EXPECT_EQ("odd", GetText(key_, odd));
-
-    EXPECT_EQ(0, RegDeleteValueW(key_, Wide(odd).c_str()));
-    EXPECT_EQ("error 2", GetText(key_, odd));
-    EXPECT_EQ(LONG{ERROR_FILE_NOT_FOUND}, RegDeleteValueW(key_, Wide(odd).c_str()));
-    EXPECT_EQ("default", GetText(key_, ""));
+    const std::string lower = "gr\u00F6\u00DFe";
+    const std::string upper = "GR\u00D6\u00DFE";
+    const std::string odd = "a\"b\\c=[d];@"; // means something in a registry editor's file
+    ASSERT_EQ(SetText(key_, lower, "one"), 0);
+    EXPECT_EQ(GetText(key_, upper), "one");
+    ASSERT_EQ(SetText(key_, upper, "two"), 0);
+    EXPECT_EQ(GetText(key_, lower), "two");
+    EXPECT_EQ(GetText(key_, ""), "error 2");
+    ASSERT_EQ(SetText(key_, "", "default"), 0);
+    ASSERT_EQ(SetText(key_, odd, "odd"), 0);
+    EXPECT_EQ(GetText(key_, odd), "odd");
+    EXPECT_EQ(RegDeleteValueW(key_, Wide(odd).c_str()), 0);
+    EXPECT_EQ(RegDeleteValueW(key_, Wide(odd).c_str()), LONG{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(GetText(key_, odd), "error 2");
+    EXPECT_EQ(GetText(key_, ""), "default");
 }
 
-TEST_F(Registry, MachineSoftwareHasTwoViews)
+TEST_F(Registry, MachineSoftwareHasTwoViewsAndTheUsersHasOne)
 {
     const std::string below = "Taleno Software\\Test";
-    HKEY narrow = nullptr;
-    ASSERT_EQ(0u, Create(HKEY_LOCAL_MACHINE, "SOFTWARE\\" + below, fullAccess | KEY_WOW64_32KEY, narrow));
-    ASSERT_EQ(0u, SetText(narrow, "Name", "32 bits"));
+    {
+        const Key narrow(Mode::Create, HKEY_LOCAL_MACHINE, "SOFTWARE\\" + below,
+                         KEY_ALL_ACCESS | KEY_WOW64_32KEY);
+        ASSERT_EQ(SetText(narrow, "Name", "32 bits"), 0);
+    }
     EXPECT_FALSE(Exists(HKEY_LOCAL_MACHINE, "Software\\" + below));
     EXPECT_FALSE(Exists(HKEY_LOCAL_MACHINE, "Software\\" + below, KEY_WOW64_64KEY));
     EXPECT_TRUE(Exists(HKEY_LOCAL_MACHINE, "Software\\" + below, KEY_WOW64_32KEY));
+    EXPECT_EQ(GetText(Key(Mode::Open, HKEY_LOCAL_MACHINE, "Software\\Wow6432Node\\" + below), "Name"),
+              "32 bits");
+    const Key software(Mode::Open, HKEY_LOCAL_MACHINE, "Software", KEY_READ | KEY_WOW64_32KEY);
+    EXPECT_EQ(GetText(Key(Mode::Open, software, below), "Name"), "32 bits") << "by way of a key of the view";
 
-    HKEY same = nullptr;
-    ASSERT_EQ(0u, Open(HKEY_LOCAL_MACHINE, "Software\\Wow6432Node\\" + below, fullAccess, same));
-    EXPECT_EQ("32 bits", GetText(same, "Name"));
-    RegCloseKey(same);
-
-    // By way of an open key of the view.
-    HKEY software = nullptr;
-    ASSERT_EQ(0u, Open(HKEY_LOCAL_MACHINE, "Software", KEY_READ | KEY_WOW64_32KEY, software));
-    ASSERT_EQ(0u, Open(software, below, fullAccess, same));
-    EXPECT_EQ("32 bits", GetText(same, "Name"));
-    RegCloseKey(same);
-    RegCloseKey(software);
-    EXPECT_EQ(0, RegDeleteValueW(narrow, Wide("Name").c_str()));
-    RegCloseKey(narrow);
-    EXPECT_EQ(0, RegDeleteKeyExW(HKEY_LOCAL_MACHINE, Wide("Software\\" + below).c_str(), KEY_WOW64_32KEY, 0));
-    EXPECT_FALSE(Exists(HKEY_LOCAL_MACHINE, "Software\\" + below, KEY_WOW64_32KEY));
+    ASSERT_EQ(SetText(Key(Mode::Open, HKEY_CURRENT_USER, testPath, KEY_ALL_ACCESS | KEY_WOW64_32KEY), "Name",
+                      "text"),
+              0);
+    EXPECT_EQ(GetText(key_, "Name"), "text");
 }
 
-TEST_F(Registry, UserSoftwareIsTheSameInBothViews)
+TEST_F(Registry, KeysAreFoundByPathsInAnyCaseAndEndWithTheirTree)
 {
-    HKEY narrow = nullptr;
-    ASSERT_EQ(0u, Open(HKEY_CURRENT_USER, testPath, fullAccess | KEY_WOW64_32KEY, narrow));
-    ASSERT_EQ(0u, SetText(narrow, "Name", "text"));
-    EXPECT_EQ("text", GetText(key_, "Name"));
-    RegCloseKey(narrow);
-}
-
-TEST_F(Registry, ClassesAreAPartOfMachineSoftware)
-{
-    HKEY classKey = nullptr;
-    ASSERT_EQ(0u, Create(HKEY_LOCAL_MACHINE, "Software\\Classes\\TalenoTest\\shell", fullAccess, classKey));
-    ASSERT_EQ(0u, SetText(classKey, "", "open"));
-    RegCloseKey(classKey);
-    ASSERT_EQ(0u, Open(HKEY_CLASSES_ROOT, "TalenoTest\\shell", KEY_QUERY_VALUE, classKey));
-    EXPECT_EQ("open", GetText(classKey, ""));
-    RegCloseKey(classKey);
-    EXPECT_EQ(0, RegDeleteTreeW(HKEY_CLASSES_ROOT, Wide("TalenoTest").c_str()));
-    EXPECT_FALSE(Exists(HKEY_LOCAL_MACHINE, "Software\\Classes\\TalenoTest"));
-}
-
-TEST_F(Registry, KeyNames)
-{
-    HKEY key = nullptr;
-    DWORD disposition = 0;
-    ASSERT_EQ(0u, Create(key_, "One\\T w o\\[3]\\", fullAccess, key, &disposition));
-    EXPECT_EQ(DWORD{REG_CREATED_NEW_KEY}, disposition);
-    RegCloseKey(key);
-    ASSERT_EQ(0u, Create(key_, "oNE\\t W o\\[3]", fullAccess, key, &disposition));
-    EXPECT_EQ(DWORD{REG_OPENED_EXISTING_KEY}, disposition);
-    RegCloseKey(key);
-    EXPECT_TRUE(Exists(HKEY_CURRENT_USER, std::string(testPath) + "\\ONE\\T W O\\[3]\\"));
-    EXPECT_EQ(std::vector<std::string>{"One"}, SubKeys(key_));
-
-    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, Open(key_, "Two", KEY_READ, key));
-    EXPECT_EQ(DWORD{ERROR_FILE_NOT_FOUND}, Open(key_, "One\\T w o\\[3]\\4", KEY_READ, key));
-    EXPECT_EQ(DWORD{ERROR_BAD_PATHNAME}, Open(key_, "\\One", KEY_READ, key));
-    EXPECT_EQ(nullptr, key);
-
-    // No path: the key itself, as a handle of its own.
-    ASSERT_EQ(0u, Open(key_, "", KEY_READ, key));
-    EXPECT_EQ(std::vector<std::string>{"One"}, SubKeys(key));
-    EXPECT_EQ(0, RegCloseKey(key));
-    EXPECT_EQ(0, RegOpenKeyExW(key_, nullptr, 0, KEY_READ, &key));
-    EXPECT_EQ(0, RegCloseKey(key));
-    EXPECT_EQ(std::vector<std::string>{"One"}, SubKeys(key_));
+    const Key deep(Mode::Create, key_, "One\\T w o\\[3]\\");
+    EXPECT_EQ(deep.disposition, DWORD{REG_CREATED_NEW_KEY});
+    EXPECT_EQ(Key(Mode::Create, key_, "oNE\\t W o\\[3]").disposition, DWORD{REG_OPENED_EXISTING_KEY});
+    EXPECT_TRUE(Exists(HKEY_CURRENT_USER, testPath + "\\ONE\\T W O\\[3]\\"));
+    EXPECT_EQ(SubKeys(Key(Mode::Open, key_, "")), Names{"One"}) << "the key itself";
+    const std::pair<const char*, LONG> bad[] = {{"Two", ERROR_FILE_NOT_FOUND},
+                                                {"One\\T w o\\[3]\\4", ERROR_FILE_NOT_FOUND},
+                                                {"\\One", ERROR_BAD_PATHNAME}};
+    for (const auto& [path, error] : bad)
+    {
+        const Key key(Mode::Open, key_, path);
+        EXPECT_EQ(key.error, error) << path;
+        EXPECT_EQ(static_cast<HKEY>(key), nullptr);
+    }
+    ASSERT_EQ(SetText(deep, "Name", "text"), 0);
+    EXPECT_EQ(RegDeleteTreeW(key_, TEXT("One\\T w o")), 0);
+    EXPECT_FALSE(Exists(key_, "One\\T w o"));
+    EXPECT_TRUE(Exists(key_, "One"));
+    EXPECT_EQ(GetText(deep, "Name"), "error 1018");
+    EXPECT_EQ(SetText(deep, "Name", "other"), LONG{ERROR_KEY_DELETED});
+    EXPECT_EQ(RegDeleteTreeW(key_, TEXT("One\\T w o")), LONG{ERROR_FILE_NOT_FOUND});
 }
 
 TEST_F(Registry, EnumerationIsSortedWithoutRegardToCase)
 {
-    HKEY key = nullptr;
-    for (const char* name : {"zeta", "10", "Beta2", "alpha", "9", "beta", "account 1", "Alpha 2", "\xC3\xA4"})
+    for (const char* name : {"zeta", "10", "Beta2", "alpha", "9", "beta", "account 1", "\u00E4"})
     {
-        ASSERT_EQ(0u, Create(key_, name, fullAccess, key));
-        RegCloseKey(key);
+        EXPECT_EQ(Key(Mode::Create, key_, name).error, 0);
     }
-    EXPECT_EQ((std::vector<std::string>{"10", "9", "account 1", "alpha", "Alpha 2", "beta", "Beta2", "zeta",
-                                        "\xC3\xA4"}),
-              SubKeys(key_));
+    const std::string longest(255, 'y');
+    EXPECT_EQ(Key(Mode::Create, key_, longest).error, 0);
+    EXPECT_EQ(SubKeys(key_),
+              (Names{"10", "9", "account 1", "alpha", "beta", "Beta2", longest, "zeta", "\u00E4"}));
 
-    std::string name;
-    EXPECT_EQ(DWORD{ERROR_NO_MORE_ITEMS}, Enumerate(key_, 9, name));
-    EXPECT_EQ(DWORD{ERROR_NO_MORE_ITEMS}, Enumerate(key_, 0xFFFFFFFFu, name));
-    EXPECT_EQ(DWORD{ERROR_MORE_DATA}, Enumerate(key_, 3, name, 5));
-    EXPECT_EQ(0u, Enumerate(key_, 3, name, 6));
-    EXPECT_EQ("alpha", name);
-
-    // A name of the longest kind.
-    const std::string longName(255, 'y');
-    ASSERT_EQ(0u, Create(key_, longName, fullAccess, key));
-    RegCloseKey(key);
-    EXPECT_EQ(0u, Enumerate(key_, 7, name));
-    EXPECT_EQ(longName, name);
-    EXPECT_EQ(DWORD{ERROR_MORE_DATA}, Enumerate(key_, 7, name, 255));
+    const struct
+    {
+        DWORD index;
+        DWORD capacity;
+        LONG error;
+    } cases[] = {{9, 260, ERROR_NO_MORE_ITEMS}, {0xFFFFFFFF, 260, ERROR_NO_MORE_ITEMS},
+                 {3, 5, ERROR_MORE_DATA},       {3, 6, 0},
+                 {6, 255, ERROR_MORE_DATA},     {6, 256, 0}};
+    for (const auto& each : cases)
+    {
+        std::string name;
+        EXPECT_EQ(Enumerate(key_, each.index, name, each.capacity), each.error)
+            << each.index << " " << each.capacity;
+    }
 }
 
 TEST_F(Registry, RightsOfAKeyAreThoseItWasOpenedWith)
 {
-    ASSERT_EQ(0u, SetText(key_, "Name", "text"));
-    HKEY sub = nullptr;
-    ASSERT_EQ(0u, Create(key_, "Sub", fullAccess, sub));
-    RegCloseKey(sub);
-
-    HKEY key = nullptr;
+    ASSERT_EQ(SetText(key_, "Name", "text"), 0);
+    EXPECT_EQ(Key(Mode::Create, key_, "Sub").error, 0);
     std::string name;
-    ASSERT_EQ(0u, Open(HKEY_CURRENT_USER, testPath, KEY_QUERY_VALUE, key));
-    EXPECT_EQ("text", GetText(key, "Name"));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, Enumerate(key, 0, name));
-    EXPECT_EQ(DWORD{ERROR_ACCESS_DENIED}, SetText(key, "Name", "other"));
-    EXPECT_EQ(LONG{ERROR_ACCESS_DENIED}, RegDeleteValueW(key, Wide("Name").c_str()));
-    RegCloseKey(key);
-
-    ASSERT_EQ(0u, Open(HKEY_CURRENT_USER, testPath, KEY_ENUMERATE_SUB_KEYS, key));
-    EXPECT_EQ("error 5", GetText(key, "Name"));
-    EXPECT_EQ(0u, Enumerate(key, 0, name));
-    EXPECT_EQ("Sub", name);
-    RegCloseKey(key);
-    EXPECT_EQ("text", GetText(key_, "Name"));
+    const Key query(Mode::Open, HKEY_CURRENT_USER, testPath, KEY_QUERY_VALUE);
+    EXPECT_EQ(GetText(query, "Name"), "text");
+    EXPECT_EQ(Enumerate(query, 0, name), LONG{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(SetText(query, "Name", "other"), LONG{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(RegDeleteValueW(query, TEXT("Name")), LONG{ERROR_ACCESS_DENIED});
+    const Key enumerate(Mode::Open, HKEY_CURRENT_USER, testPath, KEY_ENUMERATE_SUB_KEYS);
+    EXPECT_EQ(GetText(enumerate, "Name"), "error 5");
+    EXPECT_EQ(SubKeys(enumerate), Names{"Sub"});
 }
 
 TEST_F(Registry, HandlesEndWithTheirClose)
 {
     HKEY key = nullptr;
-    std::string name;
-    ASSERT_EQ(0u, Open(HKEY_CURRENT_USER, testPath, fullAccess, key));
-    EXPECT_EQ(0, RegCloseKey(key));
-    EXPECT_EQ(LONG{ERROR_INVALID_HANDLE}, RegCloseKey(key));
-    EXPECT_EQ("error 6", GetText(key, "Name"));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, SetText(key, "Name", ""));
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, Enumerate(key, 0, name));
-    HKEY other = nullptr;
-    EXPECT_EQ(DWORD{ERROR_INVALID_HANDLE}, Open(key, "Sub", KEY_READ, other));
-    EXPECT_EQ(LONG{ERROR_INVALID_HANDLE}, RegCloseKey(nullptr));
-    EXPECT_EQ(0, RegCloseKey(HKEY_CURRENT_USER));
-    EXPECT_TRUE(Exists(HKEY_CURRENT_USER, testPath));
-}
-
-TEST_F(Registry, DeletingKeys)
-{
-    HKEY key = nullptr;
-    ASSERT_EQ(0u, Create(key_, "Tree\\Branch\\Leaf", fullAccess, key));
-    ASSERT_EQ(0u, SetText(key, "Name", "text"));
-    EXPECT_EQ(LONG{ERROR_ACCESS_DENIED}, RegDeleteKeyExW(key_, Wide("Tree").c_str(), 0, 0));
-    EXPECT_TRUE(Exists(key_, "Tree\\Branch\\Leaf"));
-    EXPECT_EQ(0, RegDeleteTreeW(key_, Wide("Tree\\Branch").c_str()));
-    EXPECT_FALSE(Exists(key_, "Tree\\Branch"));
-    EXPECT_TRUE(Exists(key_, "Tree"));
-
-    // An open key whose place in the tree is gone.
-    EXPECT_EQ("error 1018", GetText(key, "Name"));
-    EXPECT_EQ(DWORD{ERROR_KEY_DELETED}, SetText(key, "Name", "other"));
-    EXPECT_EQ(0, RegCloseKey(key));
-
-    EXPECT_EQ(0, RegDeleteKeyExW(key_, Wide("Tree").c_str(), 0, 0));
-    EXPECT_EQ(LONG{ERROR_FILE_NOT_FOUND}, RegDeleteKeyExW(key_, Wide("Tree").c_str(), 0, 0));
-    EXPECT_EQ(LONG{ERROR_FILE_NOT_FOUND}, RegDeleteTreeW(key_, Wide("Tree").c_str()));
-}
-
-TEST_F(Registry, WhatTheSystemSaysAboutItself)
-{
-    HKEY key = nullptr;
-    ASSERT_EQ(0u, Open(HKEY_LOCAL_MACHINE, "hardware\\description\\system\\CentralProcessor\\0",
-                       KEY_QUERY_VALUE, key));
-    const std::string processor = GetText(key, "ProcessorNameString");
-    EXPECT_FALSE(processor.empty());
-    EXPECT_NE("error 2", processor);
-    RegCloseKey(key);
-    EXPECT_TRUE(Exists(HKEY_LOCAL_MACHINE, "SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion"));
+    ASSERT_EQ(RegOpenKeyExW(HKEY_CURRENT_USER, Wide(testPath).c_str(), 0, KEY_ALL_ACCESS, &key), 0);
+    EXPECT_EQ(RegCloseKey(key), 0);
+    EXPECT_EQ(RegCloseKey(key), LONG{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(GetText(key, "Name"), "error 6");
+    EXPECT_EQ(Key(Mode::Open, key, "Sub").error, LONG{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(RegCloseKey(nullptr), LONG{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(RegCloseKey(HKEY_CURRENT_USER), 0);
+    EXPECT_TRUE(Exists(HKEY_CURRENT_USER, testPath)) << "a root key stays open";
 }
 
 constexpr int writers = 4;
@@ -411,65 +315,46 @@ constexpr int valuesOfOneWriter = 25;
 
 SNDX_CHILD(WritesRegistryValues)
 {
-    HKEY key = nullptr;
-    if (Create(HKEY_CURRENT_USER, std::string(testPath) + "\\Writers\\" + arguments.at(0), fullAccess, key) !=
-        0)
+    const Key key(Mode::Create, HKEY_CURRENT_USER, testPath + "\\Writers\\" + arguments.at(0));
+    LONG error = key.error;
+    for (int value = 0; value < valuesOfOneWriter && error == 0; ++value)
     {
-        return 1;
+        error = SetText(key, std::to_string(value), "of " + arguments.at(0));
     }
-    for (int value = 0; value < valuesOfOneWriter; ++value)
-    {
-        if (SetText(key, std::to_string(value), "of " + arguments.at(0)) != 0)
-        {
-            return 2;
-        }
-    }
-    RegCloseKey(key);
-    return 0;
+    return static_cast<int>(error);
 }
 
 TEST_F(Registry, ProcessesThatWriteAtOnceLoseNothing)
 {
-    {
-        std::vector<ChildProcess> children;
-        for (int writer = 0; writer < writers; ++writer)
-        {
-            children.emplace_back("WritesRegistryValues", std::vector<std::string>{std::to_string(writer)});
-        }
-        for (ChildProcess& child : children)
-        {
-            EXPECT_EQ(0, child.Wait());
-        }
-    }
+    std::vector<ChildProcess> children;
     for (int writer = 0; writer < writers; ++writer)
     {
-        HKEY key = nullptr;
-        ASSERT_EQ(0u, Open(key_, "Writers\\" + std::to_string(writer), KEY_QUERY_VALUE, key));
-        for (int value = 0; value < valuesOfOneWriter; ++value)
-        {
-            EXPECT_EQ("of " + std::to_string(writer), GetText(key, std::to_string(value)));
-        }
-        RegCloseKey(key);
+        children.emplace_back("WritesRegistryValues", Names{std::to_string(writer)});
+    }
+    for (ChildProcess& child : children)
+    {
+        EXPECT_EQ(child.Wait(), 0);
+    }
+    for (int i = 0; i < writers * valuesOfOneWriter; ++i)
+    {
+        const std::string writer = std::to_string(i / valuesOfOneWriter);
+        EXPECT_EQ(GetText(Key(Mode::Open, key_, "Writers\\" + writer), std::to_string(i % valuesOfOneWriter)),
+                  "of " + writer);
     }
 }
 
-TEST(Settings, AreWrittenWhereTheProductLooks)
+// The helpers that other tests write the product's settings with.
+TEST_F(Registry, SettingsAreWrittenWhereTheProductLooks)
 {
-    const CleanSettings clean;
-    AddAccount("A1", "C:\\Konten\\M\xC3\xBCller", "1700000000");
+    AddAccount("A1", "C:\\Konten\\M\u00FCller", "1700000000");
     SetUserString("Debug", "Memory Mode", "3");
-    SetUserString("Debug", "", "default");
-    HKEY key = nullptr;
-    ASSERT_EQ(0u, Open(HKEY_LOCAL_MACHINE, "Software\\Taleno Software\\Sendora\\Accounts\\A1",
-                       KEY_QUERY_VALUE | KEY_WOW64_32KEY, key));
-    EXPECT_EQ("C:\\Konten\\M\xC3\xBCller", GetText(key, "LocalFolder"));
-    EXPECT_EQ("1700000000", GetText(key, "LastUpdate"));
-    RegCloseKey(key);
-    ASSERT_EQ(0u, Open(HKEY_CURRENT_USER, "Software\\Taleno Software\\Sendora\\Debug", KEY_QUERY_VALUE, key));
-    EXPECT_EQ("3", GetText(key, "Memory Mode"));
-    EXPECT_EQ("default", GetText(key, ""));
-    RegCloseKey(key);
-
+    {
+        const Key account(Mode::Open, HKEY_LOCAL_MACHINE, productPath + "Accounts\\A1",
+                          KEY_QUERY_VALUE | KEY_WOW64_32KEY);
+        EXPECT_EQ(GetText(account, "LocalFolder"), "C:\\Konten\\M\u00FCller");
+        EXPECT_EQ(GetText(account, "LastUpdate"), "1700000000");
+        EXPECT_EQ(GetText(Key(Mode::Open, HKEY_CURRENT_USER, productPath + "Debug"), "Memory Mode"), "3");
+    }
     RemoveAllSettings();
     EXPECT_FALSE(Exists(HKEY_LOCAL_MACHINE, "Software\\Taleno Software", KEY_WOW64_32KEY));
     EXPECT_FALSE(Exists(HKEY_CURRENT_USER, "Software\\Taleno Software"));

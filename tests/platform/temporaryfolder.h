@@ -37,7 +37,10 @@ class TemporaryFolder
 #endif
     }
     // The same for the standard library.
-    std::filesystem::path File(const std::string& name) const { return folder_ / name; }
+    std::filesystem::path File(const std::string& name) const
+    {
+        return folder_ / name;
+    }
 
   private:
     static std::filesystem::path Parent()
@@ -48,7 +51,6 @@ class TemporaryFolder
         return std::string(std::getenv("SENDORA_ROOT")) + "/drive_c";
 #endif
     }
-    const std::filesystem::path folder_ =
-        Parent() / ("sndx test " + std::to_string(GetCurrentProcessId()));
+    const std::filesystem::path folder_ = Parent() / ("sndx test " + std::to_string(GetCurrentProcessId()));
 };
 } // namespace sndxtest

@@ -2,11 +2,13 @@
 // Expectations of what the product reports: a whole trace line each, with "#" for the line of a source file,
 // which moves with every edit of the product.
 
-#include <initializer_list>
 #include <regex>
 #include <string>
 #include <vector>
 
+#include <windows.h>
+
+#include "tests/support/text.h"
 #include "tests/support/tracefile.h"
 
 namespace sndxtest
@@ -53,6 +55,18 @@ inline Lines Overflow(const std::string& formatter, const std::string& text)
 {
     return {"**" + formatter + "vsnprintf - string overflowed in (t)snprintf - check your output buffer size",
             "**String: " + text.substr(0, 259)};
+}
+
+// The system's own text for an error code, with the line end that it carries.
+inline std::string SystemText(DWORD error)
+{
+    WCHAR* text = nullptr;
+    FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
+                       FORMAT_MESSAGE_IGNORE_INSERTS,
+                   nullptr, error, 0x400, reinterpret_cast<WCHAR*>(&text), 0, nullptr);
+    const std::string result = text == nullptr ? "(no system text)" : Utf8(text);
+    LocalFree(text);
+    return result;
 }
 
 inline Lines operator+(Lines first, const Lines& second)

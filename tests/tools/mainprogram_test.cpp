@@ -10,6 +10,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "tests/platform/handle.h"
 #include "tests/support/child.h"
 #include "tests/tools/requestbytes.h"
 
@@ -18,33 +19,17 @@ using testing::HasSubstr;
 
 namespace
 {
-using Clock = std::chrono::steady_clock;
-
-long long MillisecondsSince(Clock::time_point start)
-{
-    return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
-}
-
-class PipeClient
+class PipeClient : public Handle
 {
   public:
     explicit PipeClient(const std::string& name)
-        : pipe_(CreateFileW(Wide("\\\\.\\pipe\\" + name).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                            OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr)),
-          error_(IsOpen() ? 0 : GetLastError()), event_(CreateEventW(nullptr, TRUE, FALSE, nullptr))
+        : Handle(CreateFileW(Wide("\\\\.\\pipe\\" + name).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                             OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr)),
+          error_(IsOpen() ? 0 : GetLastError())
     {
     }
-    ~PipeClient()
-    {
-        Close();
-        CloseHandle(event_);
-    }
-    PipeClient(const PipeClient&) = delete;
-    PipeClient& operator=(const PipeClient&) = delete;
-
-    bool IsOpen() const { return pipe_ != INVALID_HANDLE_VALUE; }
     DWORD Error() const { return error_; } // of the open
-    HANDLE Handle() const { return pipe_; }
+    bool ServerIsThere() const { return PeekNamedPipe(*this, nullptr, 0, nullptr, nullptr, nullptr); }
 
     // False when the bytes are not taken within the time; what is left of them is withdrawn.
     bool Write(const std::string& bytes, DWORD milliseconds = 10000)
@@ -52,31 +37,21 @@ class PipeClient
         OVERLAPPED overlapped = {};
         overlapped.hEvent = event_;
         DWORD written = 0;
-        if (!WriteFile(pipe_, bytes.data(), static_cast<DWORD>(bytes.size()), nullptr, &overlapped) &&
+        if (!WriteFile(*this, bytes.data(), static_cast<DWORD>(bytes.size()), nullptr, &overlapped) &&
             GetLastError() != ERROR_IO_PENDING)
         {
             return false;
         }
         if (WaitForSingleObject(event_, milliseconds) != WAIT_OBJECT_0)
         {
-            CancelIo(pipe_);
+            CancelIo(*this);
         }
-        return GetOverlappedResult(pipe_, &overlapped, &written, TRUE) && written == bytes.size();
-    }
-
-    void Close()
-    {
-        if (IsOpen())
-        {
-            CloseHandle(pipe_);
-            pipe_ = INVALID_HANDLE_VALUE;
-        }
+        return GetOverlappedResult(*this, &overlapped, &written, TRUE) && written == bytes.size();
     }
 
   private:
-    HANDLE pipe_;
     DWORD error_;
-    HANDLE event_;
+    Handle event_{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
 };
 
 class MainProgram : public testing::Test
@@ -122,7 +97,7 @@ class MainProgram : public testing::Test
             }))
             << client->Error();
         ASSERT_TRUE(client->Write(bytes));
-        ASSERT_TRUE(FlushFileBuffers(client->Handle()));
+        ASSERT_TRUE(FlushFileBuffers(*client));
     }
 
     std::string Content(const char* name) const
@@ -135,10 +110,10 @@ class MainProgram : public testing::Test
     template <class Condition>
     static bool WaitUntil(Condition condition)
     {
-        const auto start = Clock::now();
+        const Stopwatch time;
         while (!condition())
         {
-            if (MillisecondsSince(start) > 10000)
+            if (time.Milliseconds() > 10000)
             {
                 return false;
             }
@@ -166,7 +141,7 @@ TEST_F(MainProgram, ShowsARequestAndKeepsItsBytes)
         ASSERT_TRUE(client.Write(first.substr(0, 16)));
         ASSERT_TRUE(client.Write(first.substr(16)));
         ASSERT_TRUE(client.Write(second));
-        ASSERT_TRUE(FlushFileBuffers(client.Handle()));
+        ASSERT_TRUE(FlushFileBuffers(client));
     }
     EXPECT_EQ(Program().Wait(), 0);
     EXPECT_EQ(Content("output"),
@@ -240,10 +215,10 @@ TEST_F(MainProgram, BusyPipeLetsNobodyIn)
     StartAndWait({"--busy", "--instances", "2", "--default-timeout", "300"});
     const PipeClient client(Pipe());
     EXPECT_EQ(client.Error(), DWORD{ERROR_PIPE_BUSY});
-    const auto start = Clock::now();
+    const Stopwatch time;
     EXPECT_FALSE(WaitNamedPipeW(Wide("\\\\.\\pipe\\" + Pipe()).c_str(), NMPWAIT_USE_DEFAULT_WAIT));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_SEM_TIMEOUT});
-    EXPECT_GE(MillisecondsSince(start), 250);
+    EXPECT_GE(time.Milliseconds(), 250);
     EXPECT_TRUE(Program().IsRunning());
 }
 
@@ -254,7 +229,7 @@ TEST_F(MainProgram, NeverReadLeavesWritesBeyondTheBufferPending)
     ASSERT_TRUE(client.IsOpen()) << client.Error();
     EXPECT_TRUE(client.Write(HeaderBytes(1044)));
     EXPECT_FALSE(client.Write(PayloadBytes("-upload", "C:\\a"), 300));
-    EXPECT_TRUE(PeekNamedPipe(client.Handle(), nullptr, 0, nullptr, nullptr, nullptr));
+    EXPECT_TRUE(client.ServerIsThere());
     EXPECT_EQ(Content("raw"), "");
     // The unread header would hold up closing for ever.
     Program().Kill();
@@ -263,9 +238,9 @@ TEST_F(MainProgram, NeverReadLeavesWritesBeyondTheBufferPending)
 TEST_F(MainProgram, ReadAfterDelaysTheFirstRead)
 {
     StartAndWait({"--read-after", "500", "--requests", "1"});
-    const auto start = Clock::now();
+    const Stopwatch time;
     Send(MessageBytes("-download", "C:\\a"));
-    EXPECT_GE(MillisecondsSince(start), 450);
+    EXPECT_GE(time.Milliseconds(), 450);
     EXPECT_EQ(Program().Wait(), 0);
     EXPECT_THAT(Content("output"), HasSubstr("option \"-download\""));
 }
@@ -278,8 +253,7 @@ TEST_F(MainProgram, CloseEarlyEndsTheConnectionInsideAMessage)
         ASSERT_TRUE(client.IsOpen()) << client.Error();
         const std::string message = MessageBytes("-upload", "C:\\a");
         ASSERT_TRUE(client.Write(message.substr(0, 100)));
-        EXPECT_TRUE(WaitUntil(
-            [&] { return !PeekNamedPipe(client.Handle(), nullptr, 0, nullptr, nullptr, nullptr); }));
+        EXPECT_TRUE(WaitUntil([&] { return !client.ServerIsThere(); }));
         EXPECT_FALSE(client.Write(message.substr(100), 1000));
     }
     // The instance serves the next one.
@@ -303,10 +277,10 @@ TEST_F(MainProgram, ServesAsManyClientsAtOnceAsItHasInstances)
     // The first one's message is under way while the second one's is served whole.
     EXPECT_TRUE(first.Write(message.substr(0, 600)));
     EXPECT_TRUE(second.Write(message));
-    EXPECT_TRUE(FlushFileBuffers(second.Handle()));
+    EXPECT_TRUE(FlushFileBuffers(second));
     second.Close();
     EXPECT_TRUE(first.Write(message.substr(600)));
-    EXPECT_TRUE(FlushFileBuffers(first.Handle()));
+    EXPECT_TRUE(FlushFileBuffers(first));
     first.Close();
     EXPECT_EQ(Program().Wait(), 0);
     const std::string output = Content("output");
@@ -322,9 +296,9 @@ TEST_F(MainProgram, BecomesIdleWhenAsked)
     Start({"--idle-after", "800"});
     EXPECT_EQ(WaitForInputIdle(Program().Handle(), 200), DWORD{WAIT_TIMEOUT});
     EXPECT_TRUE(WaitUntil([this] { return PipeClient(Pipe()).IsOpen(); })); // before it is idle
-    const auto start = Clock::now();
+    const Stopwatch time;
     EXPECT_EQ(WaitForInputIdle(Program().Handle(), 10000), 0u);
-    EXPECT_LT(MillisecondsSince(start), 5000);
+    EXPECT_LT(time.Milliseconds(), 5000);
     EXPECT_TRUE(Program().IsRunning());
 }
 

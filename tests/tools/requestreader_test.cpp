@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <random>
 
 #include <gtest/gtest.h>
@@ -70,11 +71,8 @@ TEST(RequestReader, SurvivesRandomPayloads)
     std::mt19937 random(7);
     const auto noise = [&random](std::size_t count)
     {
-        std::string bytes;
-        while (bytes.size() < count)
-        {
-            bytes += static_cast<char>(random() & 0xFF);
-        }
+        std::string bytes(count, '\0');
+        std::generate(bytes.begin(), bytes.end(), [&random] { return static_cast<char>(random()); });
         return bytes;
     };
     for (int round = 0; round < 300; ++round)

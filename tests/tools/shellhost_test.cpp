@@ -3,6 +3,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/lsan_interface.h>
+#endif
+
+#include "tests/support/child.h"
+#include "tests/support/settings.h"
+#include "tests/support/tracefile.h"
 #include "tools/shellhost/shellhost.h"
 
 using sndxtools::Arguments;
@@ -55,6 +62,9 @@ TEST(ShellHost, WrongUsageIsToldBeforeAnyModuleIsLoaded)
         {{"--module", "C:\\m.dll", "invoke", "65536", "C:\\a"}, "unknown menu command '65536'"},
         {{"--module", "C:\\m.dll", "state-changed", "now"}, "takes no arguments"},
         {{"--module", "C:\\m.dll", "shell", "now"}, "takes no arguments"},
+        {{"--module", "C:\\m.dll", "leak", "b\\c"}, "'b\\c' is not a full path"},
+        {{"--module", "C:\\m.dll", "misuse"}, "takes one name"},
+        {{"--module", "C:\\m.dll", "misuse", "--here", "list"}, "unknown misuse 'list'"},
     };
     for (const auto& [arguments, complaint] : cases)
     {
@@ -171,6 +181,62 @@ TEST(ShellHost, ShellKeepsTheModuleLoadedUntilTheUnloadTestFreesIt)
                           "object is alive\n"));
     EXPECT_THAT(answer.err, HasSubstr("a double quote is not closed"));
     EXPECT_EQ(answer.out.find("never"), std::string::npos);
+}
+
+TEST(ShellHost, LeakShowsTheReportOfTheRealModuleAndNothingElseOfItsTrace)
+{
+    const sndxtest::CleanSettings settings;
+    sndxtest::RemoveTraceFiles();
+#ifdef __SANITIZE_ADDRESS__
+    const __lsan::ScopedDisabler leaksAreWanted;
+#endif
+    // This module leaks as well, but has no report.
+    const Answer silent = RunWithStandIn({"leak", "C:\\inside"});
+    EXPECT_EQ(silent.exitCode, 1);
+    EXPECT_THAT(silent.out, HasSubstr("No leak report was found"));
+
+    const Answer answer = RunHost({"--module", SNDX_MODULE, "leak", "C:\\Made Up\\a.txt"});
+    EXPECT_EQ(answer.exitCode, 0) << answer.err;
+    EXPECT_THAT(answer.out, HasSubstr("DllCanUnloadNow answers 0x00000001 (S_FALSE)"));
+    const std::string report = answer.out.substr(answer.out.find("ends:\n\n") + 7);
+    EXPECT_EQ(report.find("** --- Leak Segments Start (Total "), report.find("**") + 6) << report;
+    EXPECT_THAT(
+        report,
+        HasSubstr(" 48 Bytes allocated by LComClassFactory<class LSendoraContextMenu>::CreateInstance"));
+    EXPECT_THAT(report, HasSubstr("  Execution terminated gracefully.\n"));
+    EXPECT_EQ(report.find("DLL_PROCESS_ATTACH"), std::string::npos);
+    EXPECT_THAT(sndxtest::ReadWholeFile(sndxtest::TraceFilePath()),
+                HasSubstr("Initialize C:\\Made Up\\a.txt\r\n"));
+}
+
+TEST(ShellHost, MisuseIsReportedByTheRealModuleAndEndsInTheChild)
+{
+    const sndxtest::CleanSettings settings;
+    const auto errors = []
+    {
+        std::vector<std::string> found;
+        for (const auto& line :
+             sndxtest::ParseTrace(sndxtest::ReadWholeFile(sndxtest::TraceFilePath("shellhost"))))
+        {
+            found.insert(found.end(), line.error ? 1 : 0, line.text);
+        }
+        return found;
+    };
+    const auto run = [](const char* misuse) {
+        return sndxtest::ChildProcess::Program(SNDX_SHELLHOST, {"misuse", misuse}).Wait(60000);
+    };
+    const std::string ended =
+        "LComImplementation<I>::Release called on an object which possibly has already been deleted!";
+#ifndef __SANITIZE_ADDRESS__
+    EXPECT_EQ(run("over-release"), 0);
+    EXPECT_THAT(errors(), testing::ElementsAre(ended, HasSubstr("Release is being called too often")));
+    EXPECT_EQ(run("double-release"), 0);
+    EXPECT_THAT(errors(), testing::ElementsAre(ended, HasSubstr("attempt to delete an object twice!")));
+#endif
+    // Where released memory is not handed out again, nothing is done wrong.
+    sndxtest::SetUserString("Debug", "Memory Mode", "5");
+    EXPECT_EQ(run("double-release"), 1);
+    EXPECT_THAT(errors(), testing::IsEmpty());
 }
 
 #ifndef _WIN32

@@ -29,9 +29,9 @@ int LeakCommand(Host& host, const Arguments& arguments, std::ostream& out)
     }
     out << Utf8(tracePath) << " ends:\n\n";
     const std::vector<std::string> lines = TraceLines(tracePath);
-    const auto start = std::find_if(lines.begin(), lines.end(), [](const std::string& line) {
-        return line.find(" --- Leak Segments Start") != std::string::npos;
-    });
+    const auto start = std::find_if(lines.begin(), lines.end(),
+                                    [](const std::string& line)
+                                    { return line.find(" --- Leak Segments Start") != std::string::npos; });
     for (auto line = start; line != lines.end(); ++line)
     {
         out << *line << "\n";

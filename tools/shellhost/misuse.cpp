@@ -1,10 +1,10 @@
 #include "tools/shellhost/misuse.h"
 
 #include <algorithm>
+#include <stdexcept>
 
 #include <windows.h>
 
-#include "tools/paths.h"
 #include "tools/shellhost/commands.h"
 #include "tools/shellhost/tracefile.h"
 
@@ -35,8 +35,8 @@ constexpr Case cases[] = {
 
 const Case& FindCase(const std::string& name)
 {
-    const auto found =
-        std::find_if(std::begin(cases), std::end(cases), [&](const Case& entry) { return name == entry.name; });
+    const auto found = std::find_if(std::begin(cases), std::end(cases),
+                                    [&](const Case& entry) { return name == entry.name; });
     if (found == std::end(cases))
     {
         throw UsageError("unknown misuse '" + name + "'");
@@ -61,10 +61,10 @@ class ChildProcess
         STARTUPINFOW startup = {};
         startup.cb = sizeof startup;
         constexpr BOOL inheritStreams = TRUE;
-        if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, inheritStreams, 0, nullptr, nullptr,
-                            &startup, &process_))
+        if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, inheritStreams, 0, nullptr,
+                            nullptr, &startup, &process_))
         {
-            throw CallError("CreateProcess", HRESULT_FROM_WIN32(GetLastError()));
+            throw std::runtime_error("cannot start a child process: error " + std::to_string(GetLastError()));
         }
     }
     ~ChildProcess()
@@ -113,12 +113,13 @@ int RunInChild(const WideString& modulePath, const Case& entry, std::ostream& ou
         return exitRefused;
     }
     const DWORD code = child.ExitCode();
-    if (code == exitNoModule)
+    if (code == exitNoModule || code == exitRefused)
     {
-        return exitNoModule; // It has said why.
+        return static_cast<int>(code); // It has said why.
     }
-    out << "The child process ended with " << Hex(code, 8) << (code == breakpoint ? ", a breakpoint exception" : "")
-        << ".\nWhat the module reported, in " << Utf8(tracePath) << ":\n\n";
+    out << "The child process ended with " << Hex(code, 8)
+        << (code == breakpoint ? ", a breakpoint exception" : "") << ".\nWhat the module reported, in "
+        << Utf8(tracePath) << ":\n\n";
     bool reported = false;
     for (const std::string& line : TraceLines(tracePath))
     {
@@ -130,7 +131,7 @@ int RunInChild(const WideString& modulePath, const Case& entry, std::ostream& ou
     }
     if (code != entry.exitCode || !reported)
     {
-        out << "This is not what a module of this kind does.\n";
+        out << "Something else was expected.\n";
         return exitRefused;
     }
     return exitAnswered;

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 
 #include <windows.h>
 
@@ -65,18 +66,24 @@ int CommitMisuse(Host& host, Misuse misuse, std::ostream& out)
     IClassFactory* const object = holder.Get();
     object->AddRef();
     holder.Reset();
+    void* table = nullptr;
+    std::memcpy(&table, static_cast<void*>(object), sizeof table);
     const ULONG left = object->Release();
     const bool fetched = FetchBack(object);
     out << "The only reference is released: Release answers " << left << ", the object has ended.\n";
     if (!fetched)
     {
-        out << "The runtime does not hand out its memory again (the module uses a guarded memory mode, or the\n"
-               "runtime keeps released memory back): going on would touch memory of others. Stopped here.\n";
+        out << "The runtime does not hand out its memory again: the module uses a guarded memory mode, or "
+               "the\n"
+            << "runtime holds released memory back. Going on would touch memory of others; it is left at "
+               "that.\n";
         return exitRefused;
     }
     if (misuse == Misuse::doubleRelease)
     {
-        out << "A reference to the ended object is taken: AddRef answers " << object->AddRef() << ".\n";
+        std::memcpy(static_cast<void*>(object), &table, sizeof table);
+        out << "Its function table is put back and a reference is taken: AddRef answers " << object->AddRef()
+            << ".\n";
     }
     out << "Now it is released once more.\n" << std::flush;
     out << "Release answers " << object->Release() << "; the process carries on.\n";

@@ -43,7 +43,8 @@ constexpr Command commands[] = {
     {"leak", "[PATH...]",
      "Gives a context-menu handler the paths (without any: some made-up ones), keeps one\n"
      "reference to it for ever, frees the module although it says that it is in use, and\n"
-     "shows the leak report at the end of the trace file.",
+     "shows the leak report at the end of the trace file. There is none (1) in memory\n"
+     "mode 5, which keeps no list of blocks.",
      &LeakCommand},
     {"misuse", "[--here] over-release|double-release|list",
      "Releases an object wrongly in a child process (this program with --here) and shows\n"
@@ -51,8 +52,9 @@ constexpr Command commands[] = {
      "There is no such misuse of a live object: both call an object that has ended. So\n"
      "that they touch no memory of others, the child first gets the object's memory back\n"
      "from the runtime. It ends without misuse (1) when the runtime does not hand that\n"
-     "memory out again: in the memory modes 2, 3 and 5, with AddressSanitizer, and as a\n"
-     "runtime may please. In mode 0 glibc and Wine 8 do hand it out.",
+     "memory out again: in memory mode 5, with AddressSanitizer, and as a runtime may\n"
+     "please. In mode 0 glibc and Wine 8 do hand it out. For double-release the child\n"
+     "also puts back the object's function table, which its end has emptied.",
      &MisuseCommand},
 };
 

@@ -6,7 +6,6 @@
 #include <windows.h>
 #include <shlobj.h>
 
-#include "tools/paths.h"
 #include "tools/shellhost/results.h"
 
 namespace sndxtools
@@ -17,8 +16,9 @@ std::string Content(const WideString& path)
 {
     std::string content;
     // A module that is still loaded may be writing.
-    HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                              nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE file =
+        CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file != INVALID_HANDLE_VALUE)
     {
         char buffer[4096];
@@ -32,6 +32,13 @@ std::string Content(const WideString& path)
     return content;
 }
 } // namespace
+
+WideString ProgramPath()
+{
+    WCHAR path[1024];
+    const DWORD length = GetModuleFileNameW(nullptr, path, static_cast<DWORD>(std::size(path)));
+    return WideString(path, length < std::size(path) ? length : 0);
+}
 
 WideString TraceFilePath()
 {

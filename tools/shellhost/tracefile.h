@@ -6,6 +6,9 @@
 
 namespace sndxtools
 {
+// The running program's file.
+WideString ProgramPath();
+
 // Where the module writes its trace in this program, found as the product's support does:
 // <application data>\tracedll_Sendora<program name>.txt. Throws CallError when the system has no such folder.
 WideString TraceFilePath();

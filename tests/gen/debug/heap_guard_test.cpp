@@ -68,6 +68,7 @@ struct Touch
 SNDX_CHILD(TouchOneByte)
 {
     HandleFaults();
+    leakCheckerIsOff = true;
     auto* const user = static_cast<std::byte*>(MakeBlock(std::stoul(arguments.at(0))));
     if (arguments.at(2) == "released")
     {

@@ -2,12 +2,11 @@
 
 #include <limits>
 #include <string>
-#include <vector>
 
 #include <gmock/gmock.h>
 
 #include "gen/debug.h"
-#include "tests/gen/reports.h"
+#include "tests/support/reports.h"
 #include "tests/support/text.h"
 
 namespace
@@ -35,19 +34,12 @@ TEST(Trace, PlainTextsAsOrdinaryAndErrorLines)
     LDebugWriteLine("b", true);
     LDebugWriteLineW(TEXT("L\u00F6schen"), false);
     LDebugWriteLineW(TEXT("\u20AC"), true);
-    LDebugTrace("L\u00F6schen");
-    LDebugTraceError("100%s");
     LDebugTrace("");
-    EXPECT_THAT(trace.Texts(),
-                ElementsAre("a", "**b", "L\u00F6schen", "**\u20AC", "L\u00F6schen", "**100%s", ""));
-}
-
-TEST(Trace, LineBreaksInATextStayAsTheyAre)
-{
-    const TraceCapture trace;
+    LDebugTraceError("100%s");
     LDebugTrace("one\r\n   two\n");
     LDebugTrace("three\r\n");
-    EXPECT_THAT(trace.Texts(), ElementsAre("one\r\n   two\n", "three\r\n"));
+    EXPECT_THAT(trace.Texts(), ElementsAre("a", "**b", "L\u00F6schen", "**\u20AC", "", "**100%s",
+                                           "one\r\n   two\n", "three\r\n"));
 }
 
 TEST(Trace, PrefixAndValue)
@@ -59,120 +51,83 @@ TEST(Trace, PrefixAndValue)
     LDebugTraceError("w=", TEXT("\u00F6"));
     LDebugTrace("i=", std::numeric_limits<std::int64_t>::min());
     LDebugTraceError("i=", std::int64_t{4294967296});
-    LDebugTraceValue("i=", std::numeric_limits<std::int32_t>::min(), false);
-    LDebugTraceValue("i=", std::int32_t{7}, true);
-    LDebugTraceValue("\u00E4=", "\u00F6", true);
-    LDebugTraceValue(TEXT("\u00E4="), TEXT("\u00F6"), false);
-    LDebugTraceValue(TEXT("%s="), TEXT("%d"), true);
-    EXPECT_THAT(trace.Texts(), ElementsAre("n=v", "**n=v", "w=\u00F6", "**w=\u00F6", "i=-9223372036854775808",
-                                           "**i=4294967296", "i=-2147483648", "**i=7", "**\u00E4=\u00F6",
-                                           "\u00E4=\u00F6", "**%s=%d"));
-}
-
-TEST(Trace, ANullValueIsNamed)
-{
-    const TraceCapture trace;
+    LDebugTraceValue("i=", std::numeric_limits<std::int32_t>::min(), true);
+    LDebugTraceValue(TEXT("%s\u00E4="), TEXT("%d\u00F6"), true);
     LDebugTrace("n=", static_cast<const char*>(nullptr));
     LDebugTraceError("w=", static_cast<const WCHAR*>(nullptr));
     LDebugTraceValue(TEXT("W="), nullptr, false);
-    EXPECT_THAT(trace.Texts(), ElementsAre("n=!!! NULL !!!", "**w=!!! NULL !!!", "W=!!! NULL !!!"));
+    EXPECT_THAT(trace.Texts(), ElementsAre("n=v", "**n=v", "w=\u00F6", "**w=\u00F6", "i=-9223372036854775808",
+                                           "**i=4294967296", "**i=-2147483648", "**%s\u00E4=%d\u00F6",
+                                           "n=!!! NULL !!!", "**w=!!! NULL !!!", "W=!!! NULL !!!"));
 }
 
-TEST(Trace, AWideValueBehindANarrowPrefixIsCutTo259Bytes)
+TEST(Trace, FormsThatCutWithoutAReport)
 {
     const TraceCapture trace;
+    // A wide value behind a narrow prefix: 259 bytes.
     const std::string prefix(300, 'p');
-    LDebugTrace(prefix.c_str(), Wide(std::string(259, 'x')).c_str());
     LDebugTrace(prefix.c_str(), Wide(std::string(260, 'x')).c_str());
     LDebugTrace("", Wide(Repeat("\u00F6", 200)).c_str());
-    EXPECT_THAT(trace.Texts(), ElementsAre(prefix + std::string(259, 'x'), prefix + std::string(259, 'x'),
-                                           Repeat("\u00F6", 129)));
-}
-
-TEST(Trace, FunctionLines)
-{
-    const TraceCapture trace;
-    LDebugTraceFunction("LLockObject::Unlock", true, "Object never locked before calling Unlock. 100%s");
-    LDebugTraceFunctionF("F", false, "%d of %s", 3, "n");
-    LDebugTraceFunctionF("F<\u00F6>", true, TEXT("%s at %p"), TEXT("\u20AC"), reinterpret_cast<void*>(0xAB));
+    // The function of a wide function line: 259.
     LDebugTraceFunctionF(std::string(300, 'f').c_str(), false, TEXT("x"));
     LDebugTraceFunction(std::string(300, 'f').c_str(), false, "x");
-    EXPECT_THAT(trace.Texts(),
-                ElementsAre("**LLockObject::Unlock Object never locked before calling Unlock. 100%s",
-                            "F 3 of n", "**F<\u00F6> \u20AC at 00000000000000AB",
-                            std::string(259, 'f') + " x", std::string(300, 'f') + " x"));
-}
-
-TEST(Trace, FormattedLinesAreCutTo511CharactersWithoutAReport)
-{
-    const TraceCapture trace;
-    LDebugTraceF("%s|%d|%Iu", "a", -1, std::size_t{5});
-    LDebugTraceErrorF("0x%p", reinterpret_cast<void*>(0xAB));
+    // Formatted lines: 511.
     LDebugTraceF("%s", std::string(511, 'x').c_str());
     LDebugTraceErrorF("%s", std::string(512, 'x').c_str());
     LDebugTraceF("%s", std::string(9000, 'x').c_str());
-    EXPECT_THAT(trace.Texts(), ElementsAre("a|-1|5", "**0x00000000000000AB", std::string(511, 'x'),
-                                           "**" + std::string(511, 'x'), std::string(511, 'x')));
+    EXPECT_THAT(trace.Texts(),
+                ElementsAre(prefix + std::string(259, 'x'), Repeat("\u00F6", 129),
+                            std::string(259, 'f') + " x", std::string(300, 'f') + " x", std::string(511, 'x'),
+                            "**" + std::string(511, 'x'), std::string(511, 'x')));
 }
 
-// The lines of one trace call whose line was too long for the line's buffer: the two reports, and the line.
-void ExpectCut(const std::vector<std::string>& texts, std::size_t first, const std::string& cut)
+TEST(Trace, FunctionLinesAndFormattedLines)
 {
-    ASSERT_EQ(texts.size(), first + 3);
-    const std::vector<std::string> reports = Overflow("lc", "");
-    EXPECT_EQ(texts[first], reports[0]);
-    // The report shows the line itself, with its stamp of 20 characters.
-    EXPECT_TRUE(texts[first + 1].starts_with(reports[1])) << texts[first + 1];
-    EXPECT_EQ(texts[first + 1].substr(reports[1].size() + 20), cut.substr(0, 239));
-    EXPECT_EQ(texts[first + 2], cut);
+    const TraceCapture trace;
+    LDebugTraceFunction("F", true, "100%s");
+    LDebugTraceFunctionF("F", false, "%d of %s", 3, "n");
+    LDebugTraceFunctionF("F<\u00F6>", true, TEXT("%s at %p"), TEXT("\u20AC"), reinterpret_cast<void*>(0xAB));
+    LDebugTraceF("%s|%d|%Iu", "a", -1, std::size_t{5});
+    LDebugTraceErrorF("0x%p", reinterpret_cast<void*>(0xAB));
+    EXPECT_THAT(trace.Texts(), ElementsAre("**F 100%s", "F 3 of n", "**F<\u00F6> \u20AC at 00000000000000AB",
+                                           "a|-1|5", "**0x00000000000000AB"));
+}
+
+// The report of a line that was cut shows it with its stamp, which is left out here.
+template <class Function>
+Lines TracedWithoutStamps(Function function)
+{
+    Lines texts = Traced(function);
+    const std::string shown = Overflow("lc", "")[1];
+    for (std::string& text : texts)
+    {
+        const bool stamped =
+            text.size() > shown.size() + 20 && text.starts_with(shown) && text[shown.size() + 2] == ':';
+        text.erase(shown.size(), stamped ? 20 : 0);
+    }
+    return texts;
 }
 
 TEST(Trace, ALineOfMoreThan8191BytesIsCutAndReportedBefore)
 {
     const std::string fits(longestText, 'x');
-    TraceCapture trace;
-    LDebugTrace(fits.c_str());
-    EXPECT_THAT(trace.Texts(), ElementsAre(fits));
-
-    trace.Restart();
-    LDebugTrace((fits + "x").c_str());
-    ExpectCut(trace.Texts(), 0, fits);
-    trace.Restart();
-    LDebugWriteLineW(Wide(std::string(9000, 'x')).c_str(), false);
-    ExpectCut(trace.Texts(), 0, fits);
-    trace.Restart();
-    // The narrow formatter of function lines cuts by itself and reports nothing.
-    LDebugTraceFunction("F", false, std::string(9000, 'x').c_str());
-    ExpectCut(trace.Texts(), 0, "F " + std::string(longestText - 2, 'x'));
-}
-
-TEST(Trace, AValueOfMoreThan8191CharactersIsReportedByItsFormatterFirst)
-{
     const std::string value(9000, 'x');
-    const std::string cut(longestText, 'x');
-    for (const bool wide : {false, true})
-    {
-        const TraceCapture trace;
-        if (wide)
-        {
-            LDebugTraceValue(TEXT(""), Wide(value).c_str(), false);
-        }
-        else
-        {
-            LDebugTraceValue("", value.c_str(), false);
-        }
-        const std::vector<std::string> texts = trace.Texts();
-        ASSERT_EQ(texts.size(), 5u);
-        EXPECT_EQ(std::vector<std::string>(texts.begin(), texts.begin() + 2),
-                  Overflow(wide ? "lw" : "lc", std::string(259, 'x')));
-        ExpectCut(texts, 2, cut);
-    }
-    const TraceCapture trace;
-    LDebugTraceFunctionF("F", false, TEXT("%s"), Wide(value).c_str());
-    const std::vector<std::string> texts = trace.Texts();
-    ASSERT_EQ(texts.size(), 5u);
-    EXPECT_EQ(texts[0], Overflow("lw", "")[0]);
-    ExpectCut(texts, 2, "F " + std::string(longestText - 2, 'x'));
+    const auto cut = [&](const std::string& line) {
+        return Lines{Overflow("lc", "")[0], Overflow("lc", line.substr(0, 239))[1], line};
+    };
+    EXPECT_THAT(Traced([&] { LDebugTrace(fits.c_str()); }), ElementsAre(fits));
+    EXPECT_EQ(TracedWithoutStamps([&] { LDebugTrace((fits + "x").c_str()); }), cut(fits));
+    EXPECT_EQ(TracedWithoutStamps([&] { LDebugWriteLineW(Wide(value).c_str(), false); }), cut(fits));
+    // A value is reported by its formatter first; the narrow one of function lines reports nothing.
+    const std::string functionLine = "F " + fits.substr(2);
+    EXPECT_EQ(TracedWithoutStamps([&] { LDebugTraceFunction("F", false, value.c_str()); }),
+              cut(functionLine));
+    EXPECT_EQ(TracedWithoutStamps([&] { LDebugTraceFunctionF("F", false, TEXT("%s"), Wide(value).c_str()); }),
+              Overflow("lw", value) + cut(functionLine));
+    EXPECT_EQ(TracedWithoutStamps([&] { LDebugTraceValue("", value.c_str(), false); }),
+              Overflow("lc", value) + cut(fits));
+    EXPECT_EQ(TracedWithoutStamps([&] { LDebugTraceValue(TEXT(""), Wide(value).c_str(), false); }),
+              Overflow("lw", value) + cut(fits));
 }
 
 TEST(Trace, ACutLineEndsAtACharacter)
@@ -183,33 +138,20 @@ TEST(Trace, ACutLineEndsAtACharacter)
         {
             const std::string start(shift, 'x');
             const std::size_t whole = (longestText - shift) / character.size();
-            const TraceCapture trace;
-            LDebugTrace((start + Repeat(character, 8000)).c_str());
-            ASSERT_EQ(trace.Texts().size(), 3u);
-            EXPECT_EQ(trace.Texts()[2], start + Repeat(character, whole)) << character << shift;
+            const Lines texts = Traced([&] { LDebugTrace((start + Repeat(character, 8000)).c_str()); });
+            EXPECT_EQ(texts.back(), start + Repeat(character, whole)) << character << shift;
         }
     }
 }
 
 TEST(Trace, TheSystemsTextForAnErrorCode)
 {
-    TraceCapture trace;
-    for (const DWORD code : {ERROR_FILE_NOT_FOUND, ERROR_ACCESS_DENIED, ERROR_PIPE_BUSY})
+    for (const DWORD code : {ERROR_FILE_NOT_FOUND, ERROR_PIPE_BUSY})
     {
-        WCHAR* allocated = nullptr;
-        FormatMessageW(FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM |
-                           FORMAT_MESSAGE_IGNORE_INSERTS,
-                       nullptr, code, 0x400, reinterpret_cast<WCHAR*>(&allocated), 0, nullptr);
-        ASSERT_NE(allocated, nullptr);
-        const std::string expected = "F: " + Utf8(allocated);
-        LocalFree(allocated);
+        const std::string expected = "F: " + SystemText(code);
         EXPECT_TRUE(expected.ends_with("\r\n"));
-        trace.Restart();
-        LDebugTraceSystemError("F: ", code);
-        EXPECT_THAT(trace.Texts(), ElementsAre(expected));
+        EXPECT_THAT(Traced([&] { LDebugTraceSystemError("F: ", code); }), ElementsAre(expected));
     }
-    trace.Restart();
-    LDebugTraceSystemError("F: ", 0x2FFFFFFF);
-    EXPECT_THAT(trace.Texts(), IsEmpty());
+    EXPECT_THAT(Traced([] { LDebugTraceSystemError("F: ", 0x2FFFFFFF); }), IsEmpty());
 }
 } // namespace

@@ -1,6 +1,6 @@
 // The trace's clock and thread column at values of a test's choice, which only the native layer can set.
 
-#include <ctime>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -18,57 +18,42 @@ namespace
 {
 using namespace sndxtest;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
-std::vector<std::string> Stamps(const std::vector<TraceLine>& lines, const std::string& text)
+std::vector<std::string> Stamps(const std::vector<TraceLine>& lines)
 {
     std::vector<std::string> stamps;
     for (const TraceLine& line : lines)
     {
-        if (line.text == text)
+        if (line.text == "x")
         {
-            stamps.push_back(line.stamp);
+            stamps.push_back(line.stamp + (line.thread == "0001" ? "" : " " + line.thread));
         }
     }
     return stamps;
 }
 
-TEST(TraceClock, SplitsTheMillisecondsOfTheDay)
+TEST(TraceClock, MillisecondsOfTheDayAndTheThreadModulo10000)
 {
     const TraceCapture trace;
     for (const std::uint32_t ticks :
          {0u, 999u, 1000u, 59'999u, 3'599'999u, 3'600'000u, 86'399'999u, 86'400'000u, 4'294'967'295u})
     {
         sndxposix::SetTickCount(ticks);
+        sndxposix::SetCurrentThreadId(ticks + 1 == 0 ? ticks : 10'001);
         LDebugTrace("x");
     }
-    sndxposix::RunTickCount();
-    EXPECT_THAT(Stamps(trace.Lines(), "x"),
+    EXPECT_THAT(Stamps(trace.Lines()),
                 ElementsAre("00:00:00.000", "00:00:00.999", "00:00:01.000", "00:00:59.999", "00:59:59.999",
-                            "01:00:00.000", "23:59:59.999", "00:00:00.000", "17:02:47.295"));
-}
-
-TEST(TraceClock, TheThreadColumnIsTheIdentifierModulo10000)
-{
-    const TraceCapture trace;
-    for (const std::uint32_t id : {7u, 10'007u, 9999u, 4'294'967'295u})
-    {
-        sndxposix::SetCurrentThreadId(id);
-        LDebugTrace("x");
-    }
+                            "01:00:00.000", "23:59:59.999", "00:00:00.000", "17:02:47.295 7295"));
+    sndxposix::RunTickCount();
     sndxposix::SetCurrentThreadId(0);
-    std::vector<std::string> columns;
-    for (const TraceLine& line : trace.Lines())
-    {
-        columns.push_back(line.thread);
-    }
-    EXPECT_THAT(columns, ElementsAre("0007", "0007", "9999", "7295"));
 }
 
 // Starts the trace ten seconds before midnight at the tick count of the argument.
 SNDX_CHILD(Midnight)
 {
     sndxposix::SetTickCount(static_cast<std::uint32_t>(std::stoul(arguments.at(0))));
+    sndxposix::SetCurrentThreadId(1);
     sndxposix::SetLocalTimeOfDay(23, 59, 50);
     const LDebugTraceLifetime lifetime;
     LDebugTrace("x");
@@ -90,7 +75,7 @@ TEST(TraceClock, RunsFromLocalTimeAtTheStartAndWrapsAtMidnight)
     {
         RemoveTraceFiles();
         ASSERT_EQ(ChildProcess("Midnight", {ticks}).Wait(), 0);
-        const std::vector<std::string> stamps = Stamps(ParseTrace(ReadWholeFile(TraceFilePath())), "x");
+        const std::vector<std::string> stamps = Stamps(ParseTrace(ReadWholeFile(TraceFilePath())));
         // Real time may have reached the next second between the setting and the start.
         EXPECT_THAT(stamps, ::testing::AnyOf(
                                 ElementsAre("23:59:50.000", "23:59:58.999", "00:00:00.000", "00:00:00.000"),
@@ -102,13 +87,15 @@ TEST(TraceClock, RunsFromLocalTimeAtTheStartAndWrapsAtMidnight)
 SNDX_CHILD(NoFolder)
 {
     sndxposix::FailCall("SHGetFolderPathW", ERROR_ACCESS_DENIED);
+    LDebugTrace("x");
     return Utf8(LDebugGetFilePath()) == arguments.at(0) ? 0 : 1;
 }
 
-TEST(TraceFileNative, WithoutAnApplicationDataFolderThePathIsTheNameAlone)
+TEST(TraceFileNative, WithoutAnApplicationDataFolderTheFileIsInTheCurrentOne)
 {
-    const std::string path = TraceFilePath();
-    EXPECT_EQ(ChildProcess("NoFolder", {path.substr(path.rfind('\\') + 1)}).Wait(), 0);
+    const std::string name = TraceFilePath().substr(TraceFilePath().rfind('\\') + 1);
+    EXPECT_EQ(ChildProcess("NoFolder", {name}).Wait(), 0);
+    EXPECT_TRUE(std::filesystem::remove(name));
 }
 
 TEST(TraceFileNative, ALineThatIsNotWrittenInFullIsNotReported)

@@ -1,5 +1,8 @@
-// Text where Wine is no measure: its messages are its own, and its formatter pads with zeros up to the width
-// where Windows leaves that to a precision.
+// Memory, modules and texts where Wine is no measure: it shows a program's written data as not yet copied for
+// writing, DebugBreak ends a process by an exception of its own, a cut path has no terminator, its messages
+// are its own, and its formatter pads with zeros up to the width where Windows leaves that to a precision.
+
+#include <csignal>
 
 #include <gtest/gtest.h>
 
@@ -8,6 +11,32 @@
 namespace
 {
 using namespace sndxtest;
+
+TEST(NativeMemory, DataOfTheProgramIsWriteable)
+{
+    static int data = 1;
+    MEMORY_BASIC_INFORMATION information;
+    ASSERT_EQ(VirtualQuery(&data, &information, sizeof information), sizeof information);
+    EXPECT_EQ(information.Protect, PAGE_READWRITE);
+}
+
+TEST(NativeMemory, DebugBreakStopsTheProcess)
+{
+    EXPECT_EXIT(DebugBreak(), testing::KilledBySignal(SIGTRAP), "");
+}
+
+TEST(NativeModules, CutPathsAreTerminated)
+{
+    WCHAR buffer[8];
+    for (WCHAR& unit : buffer)
+    {
+        unit = u'#';
+    }
+    EXPECT_EQ(GetModuleFileNameW(nullptr, buffer, 6), 6u);
+    EXPECT_EQ(buffer[5], 0);
+    EXPECT_EQ(buffer[6], u'#');
+    EXPECT_EQ(Utf8(buffer).size(), 5u);
+}
 
 TEST(NativeMessages, ExistForEveryCodeOfTheLayer)
 {
