@@ -104,6 +104,8 @@ TYPED_TEST(ComObjectTest, MisuseIsReportedAndCarriesOn)
     auto* object = new TypeParam;
     EXPECT_THAT(Traced([&] { EXPECT_EQ(object->Release(), 0xFFFFFFFFu); }), ElementsAre(tooOften));
     EXPECT_EQ(g_alive, 1);
+    EXPECT_EQ(object->AddRef(), 0u);
+    object->AddRef();
     EXPECT_THAT(Traced([&] { delete object; }), ElementsAre(prematurely));
     EXPECT_FALSE(g_ComDiagnostic.ObjectExists(object));
 

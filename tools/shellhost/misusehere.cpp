@@ -73,10 +73,8 @@ int CommitMisuse(Host& host, Misuse misuse, std::ostream& out)
     out << "The only reference is released: Release answers " << left << ", the object has ended.\n";
     if (!fetched)
     {
-        out << "The runtime does not hand out its memory again: the module uses a guarded memory mode, or "
-               "the\n"
-            << "runtime holds released memory back. Going on would touch memory of others; it is left at "
-               "that.\n";
+        out << "The runtime does not hand out its memory again (memory mode 5, or it holds released memory\n"
+            << "back). Going on would touch memory of others; it is left at that.\n";
         return exitRefused;
     }
     if (misuse == Misuse::doubleRelease)
