@@ -16,7 +16,6 @@ function(sndx_add_test name)
     target_link_options(${name} PRIVATE -static)
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES RESOURCE_LOCK wineprefix TIMEOUT 300)
   else()
-    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 300
-      ENVIRONMENT "TSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/tests/tsan.supp allocator_may_return_null=1;ASAN_OPTIONS=allocator_may_return_null=1")
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 300)
   endif()
 endfunction()

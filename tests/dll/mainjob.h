@@ -1,5 +1,6 @@
 #pragma once
-// All that a host does with the module between load and unload, one step after the other, whatever a step answers.
+// All that a host does with the module between load and unload, one step after the other, whatever a step
+// answers.
 
 #include <ostream>
 #include <string>
@@ -52,8 +53,10 @@ class MainJob
     static std::vector<JobStep> Expected()
     {
         std::vector<JobStep> steps;
-        const auto overlay = [&] {
-            for (const char* name : {"DllGetClassObject", "CreateInstance", "GetPriority", "GetOverlayInfo", "IsMemberOf"})
+        const auto overlay = [&]
+        {
+            for (const char* name :
+                 {"DllGetClassObject", "CreateInstance", "GetPriority", "GetOverlayInfo", "IsMemberOf"})
             {
                 steps.push_back({name, S_OK});
             }
@@ -124,7 +127,8 @@ class MainJob
         step("QueryContextMenu", menu->QueryContextMenu(shown, 0, 100, 200, CMF_NORMAL));
         DestroyMenu(shown);
         WCHAR help[100];
-        step("GetCommandString", menu->GetCommandString(0, GCS_HELPTEXTW, nullptr, reinterpret_cast<LPSTR>(help), 100));
+        step("GetCommandString",
+             menu->GetCommandString(0, GCS_HELPTEXTW, nullptr, reinterpret_cast<LPSTR>(help), 100));
         for (UINT_PTR verb = 0; verb < 3; ++verb)
         {
             CMINVOKECOMMANDINFO info = {};
@@ -135,7 +139,8 @@ class MainJob
     }
 };
 
-// The module as the first host of the day finds it: one account whose folder holds the first file of a selection.
+// The module as the first host of the day finds it: one account whose folder holds the first file of a
+// selection.
 class MainJobTest : public ModuleTest
 {
   protected:
@@ -156,17 +161,18 @@ class MainJobTest : public ModuleTest
     // For the main program that the module starts.
     void SetStartOptions(const std::string& options) const
     {
-        SetEnvironmentVariableW(Wide(optionsVariable).c_str(),
-                                Wide(options + " --output \"" + Items().Local("output").string() + "\"").c_str());
+        SetEnvironmentVariableW(
+            Wide(optionsVariable).c_str(),
+            Wide(options + " --output \"" + Items().Local("output").string() + "\"").c_str());
     }
 
     // A main program that runs already; its pipe exists when this returns.
     ChildProcess Serve(const std::string& milliseconds) const
     {
         const std::string ready = Items().Local("ready").string();
-        ChildProcess server = ChildProcess::Program(
-            SNDX_MAINPROGRAM_PATH,
-            {"--output", Items().Local("output").string(), "--ready", ready, "--duration", milliseconds});
+        ChildProcess server =
+            ChildProcess::Program(SNDX_MAINPROGRAM_PATH, {"--output", Items().Local("output").string(),
+                                                          "--ready", ready, "--duration", milliseconds});
         for (int i = 0; i < 2000 && !std::filesystem::exists(ready); ++i)
         {
             Sleep(5);
@@ -175,10 +181,7 @@ class MainJobTest : public ModuleTest
         return server;
     }
 
-    static std::string ModuleFileName()
-    {
-        return ModulePath().substr(ModulePath().rfind('\\') + 1);
-    }
+    static std::string ModuleFileName() { return ModulePath().substr(ModulePath().rfind('\\') + 1); }
 
   private:
     static constexpr char optionsVariable[] = "SENDORA_MAINPROGRAM_OPTIONS";

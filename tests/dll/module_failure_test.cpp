@@ -1,5 +1,5 @@
-// A whole job of the module with one request for memory failing: the first, then the second, and so on until the
-// job runs through. Whichever it is, the calls answer, nothing is lost and nothing is released twice.
+// A whole job of the module with one request for memory failing: the first, then the second, and so on until
+// the job runs through. Whichever it is, the calls answer, nothing is lost and nothing is released twice.
 
 #include "tests/dll/mainjob.h"
 #include "tests/dll/moduleheap.h"
@@ -7,8 +7,6 @@
 #include "tests/gen/debug/leakchecker.h"
 
 using namespace sndxtest;
-using testing::Contains;
-using testing::IsEmpty;
 
 namespace
 {
@@ -22,7 +20,8 @@ struct Sweep
 
 void PrintTo(const Sweep& sweep, std::ostream* stream)
 {
-    *stream << "mode " << sweep.mode << ", " << sweep.paths << " paths, part " << sweep.part << " of " << sweep.parts;
+    *stream << "mode " << sweep.mode << ", " << sweep.paths << " paths, part " << sweep.part << " of "
+            << sweep.parts;
 }
 
 class ModuleFailure : public MainJobTest, public testing::WithParamInterface<Sweep>
@@ -66,16 +65,19 @@ TEST_P(ModuleFailure, OfAnyRequestForMemoryIsAnsweredAndLosesNothing)
         Module module;
         bool failedBefore = ModuleHeap::HasFailed();
         std::vector<JobStep> steps;
-        MainJob::Run(module, paths, [&](const JobStep& step) {
-            steps.push_back(step);
-            if (!failedBefore && ModuleHeap::HasFailed())
-            {
-                failedBefore = true;
-                const bool made = step == JobStep{"CreateInstance", S_OK};
-                madeAllTheSame += made ? 1 : 0;
-                EXPECT_TRUE(made || IsHonest(step)) << step << " without " << ModuleHeap::Failed();
-            }
-        });
+        MainJob::Run(module, paths,
+                     [&](const JobStep& step)
+                     {
+                         steps.push_back(step);
+                         if (!failedBefore && ModuleHeap::HasFailed())
+                         {
+                             failedBefore = true;
+                             const bool made = step == JobStep{"CreateInstance", S_OK};
+                             madeAllTheSame += made ? 1 : 0;
+                             EXPECT_TRUE(made || IsHonest(step))
+                                 << step << " without " << ModuleHeap::Failed();
+                         }
+                     });
         module.Free();
         ranThrough = !ModuleHeap::HasFailed();
         if (ranThrough)
@@ -96,11 +98,12 @@ TEST_P(ModuleFailure, OfAnyRequestForMemoryIsAnsweredAndLosesNothing)
         }
         if (HasFailure())
         {
-            FAIL() << (ranThrough ? HeapRequest() : ModuleHeap::Failed()) << " failed\n" << testing::PrintToString(steps);
+            FAIL() << (ranThrough ? HeapRequest() : ModuleHeap::Failed()) << " failed\n"
+                   << testing::PrintToString(steps);
         }
     }
-    // Only the first array of a list of strings may be missing: the list tries again when a string comes. In mode 5
-    // it takes two requests.
+    // Only the first array of a list of strings may be missing: the list tries again when a string comes. In
+    // mode 5 it takes two requests.
     EXPECT_LE(madeAllTheSame, sweep.mode == 5 ? 2 : 1);
 }
 

@@ -1,5 +1,5 @@
-// Tracked memory of the real module: what it takes from the runtime in each memory mode, that a whole job leaves
-// nothing behind, and what the leak report says when a host forgets an object.
+// Tracked memory of the real module: what it takes from the runtime in each memory mode, that a whole job
+// leaves nothing behind, and what the leak report says when a host forgets an object.
 
 #include <algorithm>
 #include <set>
@@ -41,8 +41,9 @@ class ModuleMemory : public MainJobTest, public testing::WithParamInterface<int>
         case 3:
             return {{"_aligned_malloc", ((size + 68) / page + 2) * page, page}};
         case 5:
-            return size + 4 <= page ? std::vector<HeapRequest>{{"malloc", 56}}
-                                    : std::vector<HeapRequest>{{"malloc", 56}, {"_aligned_malloc", page + size + 4, page}};
+            return size + 4 <= page
+                       ? std::vector<HeapRequest>{{"malloc", 56}}
+                       : std::vector<HeapRequest>{{"malloc", 56}, {"_aligned_malloc", page + size + 4, page}};
         default:
             return {{"malloc", size + 60}};
         }
@@ -68,7 +69,8 @@ TEST_P(ModuleMemory, WholeJobLeavesNothingBehind)
     EXPECT_EQ(Lines(lines.end() - 3, lines.end()), ClosingLines());
     EXPECT_THAT(lines, testing::Not(Contains(StartsWith("**"))));
     // The trace's path, a small block, one of several pages, the buffer of a request.
-    for (const std::size_t size : {std::size_t{520}, std::size_t{544}, std::size_t{16384}, std::size_t{66564}})
+    for (const std::size_t size :
+         {std::size_t{520}, std::size_t{544}, std::size_t{16384}, std::size_t{66564}})
     {
         for (const HeapRequest& request : RequestsOf(size))
         {
@@ -105,8 +107,8 @@ struct Listed
         char where[200] = {};
         int end = 0;
         const int fields =
-            std::sscanf(line.c_str(), "** %zu Bytes allocated by %199[^(] (line %d) after trace line %zu [%n", &size,
-                        where, &sourceLine, &traceLine, &end);
+            std::sscanf(line.c_str(), "** %zu Bytes allocated by %199[^(] (line %d) after trace line %zu [%n",
+                        &size, where, &sourceLine, &traceLine, &end);
         EXPECT_EQ(fields, 4) << line;
         place = where;
         text = line.substr(static_cast<std::size_t>(end), line.size() - static_cast<std::size_t>(end) - 1);
@@ -135,8 +137,9 @@ TEST_F(MainJobLeaks, ForgottenMenuObjectIsListedWithAllItsBlocks)
     const std::string content = ReadWholeFile(TraceFilePath());
     const auto stamped = StampedLines(content);
     const Lines lines = Texts(ParseTrace(content));
-    const auto start = std::find_if(lines.begin(), lines.end(),
-                                    [](const std::string& line) { return line.starts_with("** --- Leak Segments Start"); });
+    const auto start =
+        std::find_if(lines.begin(), lines.end(),
+                     [](const std::string& line) { return line.starts_with("** --- Leak Segments Start"); });
     const auto end = std::find(start, lines.end(), leakEnd);
     ASSERT_NE(end, lines.end());
     EXPECT_THAT(Lines(end + 1, lines.end()), testing::ElementsAre(ClosingLines()[1], ClosingLines()[2]));
@@ -157,7 +160,8 @@ TEST_F(MainJobLeaks, ForgottenMenuObjectIsListedWithAllItsBlocks)
     {
         total += leak.size;
         const std::string before = leak.traceLine == 0 ? "" : stamped.at(leak.traceLine - 1).substr(20);
-        if (leak.place == "LStringListTemplate<wchar_t>::Add in gen/stringtools.cpp " && leak.size != 2048 * 8)
+        if (leak.place == "LStringListTemplate<wchar_t>::Add in gen/stringtools.cpp " &&
+            leak.size != 2048 * 8)
         {
             const std::string path = before.substr(before.find(' ') + 1);
             EXPECT_EQ(before.substr(0, before.find(' ')), "LSendoraContextMenu::Initialize");
@@ -181,7 +185,8 @@ TEST_F(MainJobLeaks, ForgottenMenuObjectIsListedWithAllItsBlocks)
         {
             // Two interfaces, the count, the list of strings.
             EXPECT_EQ(leak.size, 2 * 8 + 8 + 24u);
-            EXPECT_EQ(leak.place, "LComClassFactory<class LSendoraContextMenu>::CreateInstance in gen/com.h ");
+            EXPECT_EQ(leak.place,
+                      "LComClassFactory<class LSendoraContextMenu>::CreateInstance in gen/com.h ");
             EXPECT_EQ(leak.sourceLine, 804);
             EXPECT_THAT(leak.text, EndsWith(ObjectLine(g_forgotten)));
         }

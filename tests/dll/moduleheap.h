@@ -1,6 +1,6 @@
 #pragma once
-// The runtime's heap as the module uses it, from its first constructor on: every block it takes and gives back,
-// and the choice of one request that fails.
+// The runtime's heap as the module uses it, from its first constructor on: every block it takes and gives
+// back, and the choice of one request that fails.
 
 #include <cstdlib>
 #include <map>
@@ -104,14 +104,18 @@ class ModuleHeap
     }
     static void* __cdecl AlignedMalloc(std::size_t size, std::size_t alignment)
     {
-        return Request({"_aligned_malloc", size, alignment}, [=] { return _aligned_malloc(size, alignment); });
+        return Request({"_aligned_malloc", size, alignment},
+                       [=] { return _aligned_malloc(size, alignment); });
     }
     static void* __cdecl Realloc(void* old, std::size_t size)
     {
-        return Request({"realloc", size}, [=] {
-            EXPECT_TRUE(old == nullptr || state_.live.erase(old) == 1) << "a block that is not the module's grows";
-            return std::realloc(old, size);
-        });
+        return Request({"realloc", size},
+                       [=]
+                       {
+                           EXPECT_TRUE(old == nullptr || state_.live.erase(old) == 1)
+                               << "a block that is not the module's grows";
+                           return std::realloc(old, size);
+                       });
     }
     static void* WINAPI ProcessHeapAlloc(HANDLE heap, DWORD flags, SIZE_T size)
     {

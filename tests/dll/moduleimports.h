@@ -1,6 +1,6 @@
 #pragma once
-// Replaces functions that the loaded module imports, for this process only: the pointers through which the module
-// calls them are overwritten. On request even before the module's first line of code runs.
+// Replaces functions that the loaded module imports, for this process only: the pointers through which the
+// module calls them are overwritten. On request even before the module's first line of code runs.
 
 #include <cstdint>
 #include <cstring>
@@ -38,7 +38,8 @@ void ForEachImport(void* image, Visit visit)
         {
             if (!IMAGE_SNAP_BY_ORDINAL(name->u1.Ordinal))
             {
-                const auto* byName = reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base + name->u1.AddressOfData);
+                const auto* byName =
+                    reinterpret_cast<const IMAGE_IMPORT_BY_NAME*>(base + name->u1.AddressOfData);
                 visit(reinterpret_cast<const char*>(byName->Name), reinterpret_cast<void**>(slot));
             }
         }
@@ -48,11 +49,11 @@ void ForEachImport(void* image, Visit visit)
 struct ImportTables
 {
     ElfW(Addr) base = 0;
-    const ElfW(Sym)* symbols = nullptr;
+    const ElfW(Sym) * symbols = nullptr;
     const char* names = nullptr;
     struct
     {
-        const ElfW(Rela)* first = nullptr;
+        const ElfW(Rela) * first = nullptr;
         std::size_t bytes = 0;
     } relocations[2]; // of data, of calls
 };
@@ -62,7 +63,8 @@ inline ImportTables FindImportTables(void* image)
     ImportTables tables;
     tables.base = reinterpret_cast<ElfW(Addr)>(image);
     dl_iterate_phdr(
-        [](dl_phdr_info* object, std::size_t, void* result) {
+        [](dl_phdr_info* object, std::size_t, void* result)
+        {
             auto& found = *static_cast<ImportTables*>(result);
             for (int i = 0; object->dlpi_addr == found.base && i < object->dlpi_phnum; ++i)
             {
@@ -70,7 +72,8 @@ inline ImportTables FindImportTables(void* image)
                 {
                     continue;
                 }
-                const auto* entry = reinterpret_cast<const ElfW(Dyn)*>(found.base + object->dlpi_phdr[i].p_vaddr);
+                const auto* entry =
+                    reinterpret_cast<const ElfW(Dyn)*>(found.base + object->dlpi_phdr[i].p_vaddr);
                 for (; entry->d_tag != DT_NULL; ++entry)
                 {
                     const auto* const table = reinterpret_cast<const void*>(entry->d_un.d_ptr);
@@ -125,20 +128,22 @@ void ForEachImport(void* image, Visit visit)
 inline bool ReplaceImport(HMODULE module, const char* name, void* replacement)
 {
     bool replaced = false;
-    ForEachImport(module, [&](const char* imported, void** slot) {
-        if (std::strcmp(imported, name) == 0)
-        {
-            DWORD before = 0;
-            VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &before);
-            std::memcpy(slot, &replacement, sizeof replacement);
-            replaced = true;
-        }
-    });
+    ForEachImport(module,
+                  [&](const char* imported, void** slot)
+                  {
+                      if (std::strcmp(imported, name) == 0)
+                      {
+                          DWORD before = 0;
+                          VirtualProtect(slot, sizeof *slot, PAGE_READWRITE, &before);
+                          std::memcpy(slot, &replacement, sizeof replacement);
+                          replaced = true;
+                      }
+                  });
     return replaced;
 }
 
-// Calls a function with the module's handle when the module has been mapped and linked, and none of its code has
-// run yet. One at a time.
+// Calls a function with the module's handle when the module has been mapped and linked, and none of its code
+// has run yet. One at a time.
 class BeforeConstruction
 {
   public:
@@ -149,16 +154,23 @@ class BeforeConstruction
     {
         fileName_ = Wide(fileName);
         callback_ = callback;
-        Call<LONG(ULONG, Notification*, void*, void**)>("LdrRegisterDllNotification", 0, &Notify, nullptr, &cookie_);
+        Call<LONG(ULONG, Notification*, void*, void**)>("LdrRegisterDllNotification", 0, &Notify, nullptr,
+                                                        &cookie_);
     }
-    ~BeforeConstruction() { Call<LONG(void*)>("LdrUnregisterDllNotification", cookie_); }
+    ~BeforeConstruction()
+    {
+        Call<LONG(void*)>("LdrUnregisterDllNotification", cookie_);
+    }
 #else
     BeforeConstruction(const std::string& fileName, Callback callback)
     {
         fileName_ = "/" + fileName;
         callback_ = callback;
     }
-    ~BeforeConstruction() { callback_ = nullptr; }
+    ~BeforeConstruction()
+    {
+        callback_ = nullptr;
+    }
 
     // The module's first constructor makes a lock: see below.
     static void LockIsMade()
@@ -166,7 +178,8 @@ class BeforeConstruction
         if (callback_ != nullptr)
         {
             dl_iterate_phdr(
-                [](dl_phdr_info* object, std::size_t, void*) {
+                [](dl_phdr_info* object, std::size_t, void*)
+                {
                     if (std::string(object->dlpi_name).ends_with(fileName_))
                     {
                         std::exchange(callback_, nullptr)(reinterpret_cast<HMODULE>(object->dlpi_addr));

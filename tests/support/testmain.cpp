@@ -28,6 +28,28 @@ __attribute__((destructor(101))) void RemoveRoot()
 }
 } // namespace
 
+// Settings of the sanitizers, for this program and the children that it starts from itself.
+extern "C" const char* __asan_default_options()
+{
+    return "allocator_may_return_null=1"; // absurd sizes are asked for on purpose
+}
+
+extern "C" const char* __tsan_default_options()
+{
+    return "allocator_may_return_null=1";
+}
+
+extern "C" const char* __tsan_default_suppressions()
+{
+    return "mutex:LLockObject::~LLockObject\n" // destroying a lock that is held is what that test is about
+           // Plain counters by design: the registry of COM objects, which has a lock, keeps the module loaded.
+           "race:LShellExt::LShellExt\n"
+           "race:LShellExt::~LShellExt\n"
+           "race:LClassFactory::LClassFactory\n"
+           "race:LClassFactory::~LClassFactory\n"
+           "race:DllCanUnloadNow\n";
+}
+
 int main(int argc, char** argv)
 {
     const int childResult = sndxtest::RunChildIfAsked(argc, argv);

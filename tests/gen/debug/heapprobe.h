@@ -38,7 +38,8 @@ inline constexpr bool threadSanitizer = false;
 
 inline constexpr char blockFile[] = "room/source.cpp";
 
-inline void* MakeBlock(std::size_t size, bool array = false, const char* function = "Maker", std::int32_t line = 7)
+inline void* MakeBlock(std::size_t size, bool array = false, const char* function = "Maker",
+                       std::int32_t line = 7)
 {
     const LDebugHeapLock lock;
     return LMemAllocation::Record(size, blockFile, function, line, array);
@@ -115,23 +116,37 @@ class Breakpoints
 {
   public:
 #ifdef _WIN32
-    Breakpoints() : handler_(AddVectoredExceptionHandler(1, &Handle)) { count_ = 0; }
-    ~Breakpoints() { RemoveVectoredExceptionHandler(handler_); }
+    Breakpoints() : handler_(AddVectoredExceptionHandler(1, &Handle))
+    {
+        count_ = 0;
+    }
+    ~Breakpoints()
+    {
+        RemoveVectoredExceptionHandler(handler_);
+    }
 #else
     Breakpoints()
     {
         count_ = 0;
-        struct sigaction action{};
+        struct sigaction action
+        {
+        };
         action.sa_handler = [](int) { count_ = count_ + 1; };
         sigaction(SIGTRAP, &action, &before_);
     }
-    ~Breakpoints() { sigaction(SIGTRAP, &before_, nullptr); }
+    ~Breakpoints()
+    {
+        sigaction(SIGTRAP, &before_, nullptr);
+    }
 #endif
     Breakpoints(const Breakpoints&) = delete;
     Breakpoints& operator=(const Breakpoints&) = delete;
 
     // Since construction or the last call.
-    static int Take() { return std::exchange(count_, 0); }
+    static int Take()
+    {
+        return std::exchange(count_, 0);
+    }
 
   private:
 #ifdef _WIN32

@@ -6,8 +6,8 @@
 
 namespace sndxtest
 {
-// The physical lines of the file that begin as a trace line does, in order, without their ends. A line ends at CR,
-// LF or CR LF.
+// The physical lines of the file that begin as a trace line does, in order, without their ends. A line ends
+// at CR, LF or CR LF.
 inline std::vector<std::string> StampedLines(const std::string& content)
 {
     std::vector<std::string> lines;
