@@ -54,7 +54,7 @@ TEST_P(ModuleFailure, OfAnyRequestForMemoryIsAnsweredAndLosesNothing)
 {
     const Sweep& sweep = GetParam();
     const auto paths = Select(sweep.paths);
-    const ChildProcess server = Serve("100000");
+    const ChildProcess server = Serve("60000");
     bool ranThrough = false;
     int madeAllTheSame = 0;
     for (std::size_t failing = 1 + sweep.part; !ranThrough; failing += sweep.parts)
