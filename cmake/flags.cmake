@@ -37,7 +37,9 @@ add_library(sndx_product_flags INTERFACE)
 target_compile_options(sndx_product_flags INTERFACE
   -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-sized-deallocation
   -ffunction-sections -fdata-sections)
-if(NOT WIN32)
+if(WIN32)
+  target_compile_options(sndx_product_flags INTERFACE -g)
+else()
   # A unique symbol would keep the module from being unloaded.
   target_compile_options(sndx_product_flags INTERFACE -fno-gnu-unique)
 endif()

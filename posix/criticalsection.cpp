@@ -2,13 +2,14 @@
 
 #include "sndx/sync.h"
 
-extern "C" void WINAPI InitializeCriticalSection(LPCRITICAL_SECTION section)
+extern "C" BOOL WINAPI InitializeCriticalSectionEx(LPCRITICAL_SECTION section, DWORD, DWORD)
 {
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);
     pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);
     pthread_mutex_init(&section->mutex, &attributes);
     pthread_mutexattr_destroy(&attributes);
+    return TRUE;
 }
 
 extern "C" void WINAPI EnterCriticalSection(LPCRITICAL_SECTION section)

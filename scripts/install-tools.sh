@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs what a build needs and the machine lacks. Source it and call
 #     sndx_need native            compiler, CMake, GoogleTest, Python (for the checks)
-#     sndx_need windows           cross compiler and Wine
+#     sndx_need windows           cross compiler, Wine, a display, and the maker of installers
 # Returns 1, after saying the one command to run, when something is missing and cannot be installed.
 
 sndx_missing() {
@@ -17,6 +17,8 @@ sndx_missing() {
     windows)
         command -v x86_64-w64-mingw32-g++-posix >/dev/null || missing+=(g++-mingw-w64-x86-64-posix)
         { [ -x /usr/lib/wine/wine64 ] || command -v wine >/dev/null; } || missing+=(wine wine64)
+        command -v makensis >/dev/null || missing+=(nsis)
+        command -v Xvfb >/dev/null || missing+=(xvfb) # tools/explorer needs a display
         ;;
     esac
     echo "${missing[*]}"

@@ -6,7 +6,9 @@ constinit std::atomic<std::uint32_t> LLockObject::uLockThreadId{0};
 
 LLockObject::LLockObject() : uTCLockTime(0), uOwnerThreadId(0), uEntryCount(0)
 {
-    InitializeCriticalSection(&m_CriticalSection);
+    // Without the system's debug record, a block of the process's heap for each section: the allocation lock
+    // is never destroyed, and would leave it behind in the host at every unload. The call cannot fail.
+    InitializeCriticalSectionEx(&m_CriticalSection, 0, CRITICAL_SECTION_NO_DEBUG_INFO);
 }
 
 LLockObject::~LLockObject()

@@ -1,5 +1,7 @@
 // Class objects, identity and counting, for every kind of object that the module hands out.
 
+#include <thread>
+
 #include "tests/dll/modulehost.h"
 
 using namespace sndxtest;
@@ -226,4 +228,33 @@ TEST_F(ModuleClasses, OnlyTheMenuTracesItsQueries)
     overlay->Release();
     menu->Release();
     menu->Release();
+}
+
+// The counters are plain integers and may lose a step between two threads; the answer must not.
+TEST_F(ModuleClasses, ModuleIsNeverGivenUpWhileAnyThreadHoldsAnObject)
+{
+    const Module module;
+    std::atomic<int> wrong = 0;
+    std::vector<std::thread> threads;
+    for (const CLSID* const classId : {&overlayClass, &menuClass, &overlayClass})
+    {
+        threads.emplace_back(
+            [&module, &wrong, classId]
+            {
+                for (int round = 0; round < 25; ++round)
+                {
+                    auto factory = module.Factory(*classId);
+                    wrong += module.CanUnloadNow() == S_OK ? 1 : 0;
+                    ComRef<IUnknown> object;
+                    Module::Check(factory->CreateInstance(nullptr, IID_IUnknown, object.Receive()));
+                    factory.Reset();
+                    wrong += module.CanUnloadNow() == S_OK ? 1 : 0;
+                }
+            });
+    }
+    for (std::thread& thread : threads)
+    {
+        thread.join();
+    }
+    EXPECT_EQ(wrong, 0);
 }

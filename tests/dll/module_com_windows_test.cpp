@@ -1,79 +1,81 @@
-// The classes as COM finds them: registered as the installer does, created through CoCreateInstance, and the
-// module unloaded by COM itself. Windows only: the POSIX layer has no class registration.
+// The registered classes: created through CoCreateInstance, given the system's own data object, and unloaded
+// by COM itself. Windows only: the POSIX layer has no class registration and no shell.
 
-#include <objbase.h>
+#include <windows.h>
+#include <shellapi.h>
 
-#include "tests/dll/modulehost.h"
+#include "tests/dll/registeredmodule.h"
 
 using namespace sndxtest;
 
 namespace
 {
-const std::string overlayClassText = "{041C6567-1AB1-4B57-BD0F-D91AC46B973B}";
-const std::string menuClassText = "{75C582E7-666B-4191-9085-2B1F99D4CBCC}";
+using ModuleCom = RegisteredModuleTest;
 
-void SetDefaultValue(const std::string& key, const std::string& name, const std::string& text)
+bool HasKey(const std::string& path)
 {
-    HKEY handle = nullptr;
-    Module::Check(HRESULT_FROM_WIN32(RegCreateKeyExW(HKEY_CLASSES_ROOT, Wide(key).c_str(), 0, nullptr, 0,
-                                                     KEY_WRITE, nullptr, &handle, nullptr)));
-    const WideString wide = Wide(text);
-    const LONG error =
-        RegSetValueExW(handle, Wide(name).c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(wide.c_str()),
-                       static_cast<DWORD>((wide.size() + 1) * sizeof(WCHAR)));
-    RegCloseKey(handle);
-    Module::Check(HRESULT_FROM_WIN32(error));
+    HKEY key = nullptr;
+    const bool found =
+        RegOpenKeyExW(HKEY_LOCAL_MACHINE, Wide(path).c_str(), 0, KEY_READ, &key) == ERROR_SUCCESS;
+    if (found)
+    {
+        RegCloseKey(key);
+    }
+    return found;
 }
-
-// Both classes registered and COM ready on this thread.
-class ModuleCom : public ModuleTest
-{
-  protected:
-    ModuleCom()
-    {
-        for (const std::string& text : {overlayClassText, menuClassText})
-        {
-            SetDefaultValue("CLSID\\" + text + "\\InprocServer32", "", ModulePath());
-            SetDefaultValue("CLSID\\" + text + "\\InprocServer32", "ThreadingModel", "Apartment");
-        }
-        Module::Check(CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
-    }
-    ~ModuleCom() override
-    {
-        CoUninitialize();
-        for (const std::string& text : {overlayClassText, menuClassText})
-        {
-            RegDeleteTreeW(HKEY_CLASSES_ROOT, Wide("CLSID\\" + text).c_str());
-        }
-    }
-
-    template <class T>
-    static ComRef<T> Create(REFCLSID classId, REFIID interfaceId)
-    {
-        ComRef<T> object;
-        Module::Check(
-            CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, interfaceId, object.Receive()));
-        return object;
-    }
-    static bool IsLoaded() { return GetModuleHandleW(TEXT("sndxdll.dll")) != nullptr; }
-};
 } // namespace
 
-TEST_F(ModuleCom, RegisteredClassesAnswer)
+TEST_F(ModuleCom, RegisteredClassesServeTheSystemsSelection)
 {
     AddItemsAsAccount();
-    const std::string file = Items().File("a.txt");
+    const std::vector<std::string> files = {Items().File("b.txt"), Items().File("a b.txt"),
+                                            Items().File("\u00e4\u20ac.txt")};
     const auto overlay = Create<IShellIconOverlayIdentifier>(overlayClass, IID_IShellIconOverlayIdentifier);
-    EXPECT_TRUE(IsLoaded());
-    EXPECT_EQ(overlay->IsMemberOf(Wide(file).c_str(), 0), S_OK);
+    EXPECT_EQ(overlay->IsMemberOf(Wide(files[0]).c_str(), 0), S_OK);
 
     const auto init = Create<IShellExtInit>(menuClass, IID_IShellExtInit);
-    EXPECT_EQ(init->Initialize(nullptr, MakeDropDataObject({file}).get(), nullptr), S_OK);
+    EXPECT_EQ(init->Initialize(nullptr, SystemDataObject(files).Get(), nullptr), S_OK);
     ComRef<IContextMenu> menu;
     ASSERT_EQ(init->QueryInterface(IID_IContextMenu, menu.Receive()), S_OK);
     const HMENU shellMenu = CreatePopupMenu();
     EXPECT_EQ(menu->QueryContextMenu(shellMenu, 0, 1, 100, CMF_NORMAL), 3);
     DestroyMenu(shellMenu);
+    Lines taken;
+    for (const std::string& line : WholeTrace())
+    {
+        constexpr std::string_view start = "LSendoraContextMenu::Initialize ";
+        if (line.starts_with(start) && line.size() > start.size())
+        {
+            taken.push_back(line.substr(start.size()));
+        }
+    }
+    EXPECT_EQ(taken, files);
+}
+
+// The one place where the shell of Wine asks registered menu handlers: a verb that the class itself does not
+// have. It goes no further than Initialize, because the handler knows nothing of sites; a real Explorer does
+// not ask that.
+TEST_F(ModuleCom, TheShellItselfFindsTheMenuHandlerThroughTheRegistration)
+{
+    const std::string file = Items().File("a.txt");
+    for (const char* className : {"*", "Directory"})
+    {
+        RemoveTraceFiles();
+        const WideString path = Wide(file);
+        SHELLEXECUTEINFOW info = {};
+        info.cbSize = sizeof info;
+        info.fMask = SEE_MASK_CLASSKEY | SEE_MASK_IDLIST | SEE_MASK_FLAG_NO_UI;
+        LPITEMIDLIST list = nullptr;
+        Module::Check(SHParseDisplayName(path.c_str(), nullptr, &list, 0, nullptr));
+        info.lpIDList = list;
+        ASSERT_EQ(RegOpenKeyExW(HKEY_CLASSES_ROOT, Wide(className).c_str(), 0, KEY_READ, &info.hkeyClass),
+                  ERROR_SUCCESS);
+        ShellExecuteExW(&info);
+        RegCloseKey(info.hkeyClass);
+        ILFree(list);
+        EXPECT_THAT(WholeTrace(), testing::Contains("LSendoraContextMenu::Initialize " + file)) << className;
+        CoFreeUnusedLibrariesEx(0, 0);
+    }
 }
 
 TEST_F(ModuleCom, AggregationAndUnknownInterfacesAreRefused)
@@ -87,6 +89,32 @@ TEST_F(ModuleCom, AggregationAndUnknownInterfacesAreRefused)
         EXPECT_EQ(CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, IID_IDataObject, &out),
                   E_NOINTERFACE);
     }
+}
+
+TEST_F(ModuleCom, UnregisteringRemovesEveryEntry)
+{
+    const std::string classes = "Software\\Classes\\";
+    const std::string explorer = "Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\";
+    const std::vector<std::string> keys = {
+        classes + "CLSID\\{041C6567-1AB1-4B57-BD0F-D91AC46B973B}",
+        classes + "CLSID\\{75C582E7-666B-4191-9085-2B1F99D4CBCC}",
+        classes + "*\\shellex\\ContextMenuHandlers\\{75C582E7-666B-4191-9085-2B1F99D4CBCC}",
+        classes + "Directory\\shellex\\ContextMenuHandlers\\{75C582E7-666B-4191-9085-2B1F99D4CBCC}",
+        explorer + "ShellIconOverlayIdentifiers\\  Sendora"};
+    EXPECT_THAT(keys, testing::Each(testing::Truly(HasKey)));
+    ImportRegistration("unregister.reg");
+    EXPECT_THAT(keys, testing::Each(testing::Not(testing::Truly(HasKey))));
+    HKEY approved = nullptr;
+    ASSERT_EQ(RegOpenKeyExW(HKEY_LOCAL_MACHINE,
+                            TEXT("Software\\Microsoft\\Windows\\CurrentVersion\\Shell Extensions\\Approved"),
+                            0, KEY_READ, &approved),
+              ERROR_SUCCESS);
+    for (const auto* name :
+         {TEXT("{041C6567-1AB1-4B57-BD0F-D91AC46B973B}"), TEXT("{75C582E7-666B-4191-9085-2B1F99D4CBCC}")})
+    {
+        EXPECT_EQ(RegQueryValueExW(approved, name, nullptr, nullptr, nullptr, nullptr), ERROR_FILE_NOT_FOUND);
+    }
+    RegCloseKey(approved);
 }
 
 TEST_F(ModuleCom, ModuleIsUnloadedWhenItsLastObjectIsGone)

@@ -236,16 +236,31 @@ class ItemFolder
     const std::string path_ = TargetPath(local_.string());
 };
 
-// No settings, no trace files, one account whose folder exists.
+// No settings, no trace files, nobody who serves requests, one account whose folder exists.
 class ModuleTest : public testing::Test
 {
   protected:
-    ModuleTest() { RemoveTraceFiles(); }
+    ModuleTest()
+    {
+        RemoveTraceFiles();
+        // A main program that an earlier test has started may still be about to end.
+        for (int i = 0; i < 250 && IsPipeThere(); ++i)
+        {
+            Sleep(20);
+        }
+        EXPECT_FALSE(IsPipeThere());
+    }
 
     const ItemFolder& Items() const { return items_; }
     void AddItemsAsAccount() const { AddAccount("Items", items_.Path()); }
 
   private:
+    static bool IsPipeThere()
+    {
+        return WaitNamedPipeW(TEXT("\\\\.\\pipe\\SendoraService"), 1) ||
+               GetLastError() != ERROR_FILE_NOT_FOUND;
+    }
+
     CleanSettings settings_;
     ItemFolder items_;
 };

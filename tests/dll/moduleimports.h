@@ -235,10 +235,11 @@ class BeforeConstruction
 
 #ifndef _WIN32
 // Stands in front of the layer's own function in every test of this program and calls it.
-extern "C" inline __attribute__((used)) void WINAPI InitializeCriticalSection(CRITICAL_SECTION* section)
+extern "C" inline __attribute__((used)) BOOL WINAPI InitializeCriticalSectionEx(CRITICAL_SECTION* section,
+                                                                                DWORD spins, DWORD flags)
 {
     sndxtest::BeforeConstruction::LockIsMade();
-    static void* const next = dlsym(RTLD_NEXT, "InitializeCriticalSection");
-    reinterpret_cast<void (*)(CRITICAL_SECTION*)>(next)(section);
+    static void* const next = dlsym(RTLD_NEXT, "InitializeCriticalSectionEx");
+    return reinterpret_cast<decltype(&InitializeCriticalSectionEx)>(next)(section, spins, flags);
 }
 #endif

@@ -31,6 +31,8 @@
 #define FILE_MAP_READ 0x0004u
 #define FILE_MAP_ALL_ACCESS 0x000F001Fu
 
+#define CRITICAL_SECTION_NO_DEBUG_INFO 0x01000000u
+
 // A recursive lock of one process. It owns no memory besides itself; DeleteCriticalSection ends its use.
 struct CRITICAL_SECTION
 {
@@ -40,7 +42,8 @@ using LPCRITICAL_SECTION = CRITICAL_SECTION*;
 
 extern "C"
 {
-    void WINAPI InitializeCriticalSection(LPCRITICAL_SECTION section);
+    // Always TRUE. The spin count and the flags have no meaning here.
+    BOOL WINAPI InitializeCriticalSectionEx(LPCRITICAL_SECTION section, DWORD spinCount, DWORD flags);
     void WINAPI EnterCriticalSection(LPCRITICAL_SECTION section);
     BOOL WINAPI TryEnterCriticalSection(LPCRITICAL_SECTION section);
     void WINAPI LeaveCriticalSection(LPCRITICAL_SECTION section);
