@@ -1,10 +1,8 @@
 #pragma once
 #include <stdexcept>
-#include <string>
-
-#include <windows.h>
 
 #include "tools/commandline.h"
+#include "tools/results.h"
 
 namespace sndxtools
 {
@@ -17,19 +15,9 @@ enum ExitCode
     exitNoModule = 3 // the module cannot be loaded or lacks an export
 };
 
-// A call of the module or the system failed.
-class CallError : public std::runtime_error
-{
-  public:
-    CallError(const std::string& call, HRESULT result);
-};
-
 // The module cannot be loaded or is not a shell extension of this kind.
 class ModuleError : public std::runtime_error
 {
     using std::runtime_error::runtime_error;
 };
-
-// For example "0x80070057 (E_INVALIDARG)".
-std::string ResultText(HRESULT result);
 } // namespace sndxtools

@@ -1,4 +1,4 @@
-#include "tools/shellhost/results.h"
+#include "tools/results.h"
 
 #include "tools/text.h"
 

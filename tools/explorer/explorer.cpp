@@ -1,0 +1,93 @@
+#include "tools/explorer/explorer.h"
+
+#include <optional>
+
+#include <windows.h>
+#include <commctrl.h>
+#include <ole2.h>
+
+#include "tools/explorer/report.h"
+#include "tools/explorer/script.h"
+#include "tools/explorer/watchdog.h"
+#include "tools/results.h"
+
+namespace sndxtools
+{
+namespace
+{
+enum ExitCode
+{
+    exitDone = 0,
+    exitFailed = 1,
+    exitUsage = 2,
+    exitTooLong = 3
+};
+constexpr DWORD longestRun = 30000; // milliseconds, --wait comes on top
+
+// The thread as an apartment of the component object model.
+class Apartment
+{
+  public:
+    Apartment()
+    {
+        const HRESULT result = OleInitialize(nullptr);
+        if (FAILED(result))
+        {
+            throw CallError("OleInitialize", result);
+        }
+    }
+    ~Apartment() { OleUninitialize(); }
+    Apartment(const Apartment&) = delete;
+    Apartment& operator=(const Apartment&) = delete;
+};
+
+int Show(const ExplorerOptions& options, std::ostream& out, std::ostream& err)
+{
+    std::optional<Watchdog> watchdog;
+    if (options.IsScripted())
+    {
+        watchdog.emplace(longestRun + options.wait, exitTooLong);
+    }
+    const INITCOMMONCONTROLSEX controls = {sizeof controls, ICC_LISTVIEW_CLASSES | ICC_BAR_CLASSES};
+    InitCommonControlsEx(&controls);
+    const Apartment apartment;
+    int exitCode = exitDone;
+    {
+        Window window(options, err);
+        Script script(window, options, out);
+        exitCode = window.Run(options.IsScripted() ? &script : nullptr);
+    }
+    // At once: left to itself the system keeps a module for ten minutes after its last use.
+    CoFreeUnusedLibrariesEx(0, 0);
+    if (options.report)
+    {
+        ReportModules(out);
+    }
+    return exitCode;
+}
+} // namespace
+
+int RunExplorer(const Arguments& arguments, std::ostream& out, std::ostream& err)
+{
+    try
+    {
+        const ExplorerOptions options = ParseExplorerOptions(arguments);
+        if (options.help)
+        {
+            out << ExplorerHelp();
+            return exitDone;
+        }
+        return Show(options, out, err);
+    }
+    catch (const UsageError& error)
+    {
+        err << "explorer: " << error.what() << " (see --help)" << std::endl;
+        return exitUsage;
+    }
+    catch (const std::exception& error)
+    {
+        err << "explorer: " << error.what() << std::endl;
+        return exitFailed;
+    }
+}
+} // namespace sndxtools

@@ -1,0 +1,36 @@
+#pragma once
+#include <string>
+#include <vector>
+
+#include <windows.h>
+
+#include "tools/commandline.h"
+
+namespace sndxtools
+{
+struct ExplorerOptions
+{
+    std::string folder; // a full path
+    bool largeIcons = true;
+    RECT place = {40, 40, 600, 420}; // left, top, width, height
+    std::vector<std::string> selected;
+
+    bool menu = false;
+    std::string hover;  // the entry to highlight, empty for none
+    std::string choose; // the entry to choose, empty for none
+    bool report = false;
+    std::string screenshot;
+    DWORD wait = 300; // milliseconds
+
+    bool help = false;
+
+    bool OpensMenu() const { return menu || !hover.empty() || !choose.empty(); }
+    // The window works by itself and closes.
+    bool IsScripted() const { return OpensMenu() || report || !screenshot.empty(); }
+};
+
+// Throws UsageError.
+ExplorerOptions ParseExplorerOptions(const Arguments& arguments);
+
+std::string ExplorerHelp();
+} // namespace sndxtools

@@ -1,0 +1,9 @@
+#pragma once
+#include "tools/text.h"
+
+namespace sndxtools
+{
+// Writes the screen as a PNG file. Taken through the system's own drawing: tools of the display below Wine
+// see open menus black. Throws CallError.
+void TakeScreenshot(const WideString& file);
+} // namespace sndxtools
