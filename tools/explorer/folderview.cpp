@@ -41,10 +41,20 @@ void FolderView::Show(const Folder& folder, const OverlayHandlers& overlays)
     {
         return;
     }
-    auto large = overlays.WithOverlays(folder.SystemImages(true), true);
-    auto small = overlays.WithOverlays(folder.SystemImages(false), false);
-    ListView_SetImageList(Handle(), large.get(), LVSIL_NORMAL);
-    ListView_SetImageList(Handle(), small.get(), LVSIL_SMALL);
+    const auto icons = [&](bool large)
+    {
+        IconList list(folder.SystemImages(large), GetSysColor(COLOR_WINDOW));
+        list.AddOverlays(overlays, large);
+        for (const FolderItem& item : items)
+        {
+            list.Image(item.icon);
+        }
+        return list;
+    };
+    IconList large = icons(true);
+    IconList small = icons(false);
+    ListView_SetImageList(Handle(), large.Get(), LVSIL_NORMAL);
+    ListView_SetImageList(Handle(), small.Get(), LVSIL_SMALL);
     large_ = std::move(large);
     small_ = std::move(small);
     for (std::size_t i = 0; i < items.size(); ++i)
@@ -53,7 +63,7 @@ void FolderView::Show(const Folder& folder, const OverlayHandlers& overlays)
         entry.mask = LVIF_TEXT | LVIF_IMAGE | LVIF_STATE;
         entry.iItem = static_cast<int>(i);
         entry.pszText = const_cast<LPWSTR>(items[i].name.c_str());
-        entry.iImage = items[i].icon;
+        entry.iImage = large_->Image(items[i].icon); // the same in both lists
         entry.state = INDEXTOOVERLAYMASK(static_cast<UINT>(overlays.OverlayOf(items[i])));
         entry.stateMask = LVIS_OVERLAYMASK;
 

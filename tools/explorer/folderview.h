@@ -1,8 +1,9 @@
 #pragma once
+#include <optional>
 #include <string>
 #include <vector>
 
-#include "tools/explorer/overlays.h"
+#include "tools/explorer/iconlist.h"
 
 namespace sndxtools
 {
@@ -37,8 +38,8 @@ class FolderView
     int Focused() const;
 
     // The control only borrows the image lists; it ends before them.
-    Owned<HIMAGELIST> large_;
-    Owned<HIMAGELIST> small_;
+    std::optional<IconList> large_;
+    std::optional<IconList> small_;
     Owned<HWND> list_;
 };
 } // namespace sndxtools

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "tools/explorer/alphaicon.h"
 #include "tools/results.h"
 
 namespace sndxtools
@@ -36,10 +35,11 @@ void Ask(OverlayHandler& handler)
     check("GetPriority", object->GetPriority(&handler.priority));
     HICON large = nullptr;
     HICON small = nullptr;
-    ExtractIconExW(file, handler.iconIndex, &large, &small, 1);
-    const Owned<HICON> extracted[] = {Owned<HICON>(large), Owned<HICON>(small)};
-    handler.largeIcon = WithAlpha(large);
-    handler.smallIcon = WithAlpha(small);
+    // One size at a time: asked for both, Wine makes the small icon from the large one.
+    ExtractIconExW(file, handler.iconIndex, &large, nullptr, 1);
+    ExtractIconExW(file, handler.iconIndex, nullptr, &small, 1);
+    handler.largeIcon.reset(large);
+    handler.smallIcon.reset(small);
     if (!handler.largeIcon || !handler.smallIcon)
     {
         throw CallError("ExtractIconEx for " + Utf8(file), E_FAIL);
@@ -92,26 +92,4 @@ int OverlayHandlers::OverlayOf(const FolderItem& item) const
     return 0;
 }
 
-Owned<HIMAGELIST> OverlayHandlers::WithOverlays(HIMAGELIST system, bool large) const
-{
-    Owned<HIMAGELIST> list(ImageList_Duplicate(system));
-    if (!list)
-    {
-        throw CallError("ImageList_Duplicate", E_FAIL);
-    }
-    for (const OverlayHandler& handler : handlers_)
-    {
-        if (handler.overlay == 0)
-        {
-            continue;
-        }
-        const HICON icon = (large ? handler.largeIcon : handler.smallIcon).get();
-        const int image = ImageList_ReplaceIcon(list.get(), -1, icon);
-        if (image < 0 || !ImageList_SetOverlayImage(list.get(), image, handler.overlay))
-        {
-            throw CallError("ImageList_SetOverlayImage", E_FAIL);
-        }
-    }
-    return list;
-}
 } // namespace sndxtools

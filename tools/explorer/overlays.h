@@ -19,7 +19,7 @@ struct OverlayHandler
     int priority = 0;                           // 0 to 100, 0 is the highest
     WideString iconFile;
     int iconIndex = 0;
-    Owned<HICON> largeIcon; // with alpha
+    Owned<HICON> largeIcon;
     Owned<HICON> smallIcon;
     int overlay = 0; // its number in the image lists, from 1
 };
@@ -34,10 +34,6 @@ class OverlayHandlers
 
     // The number of the overlay that the item carries, 0 for none.
     int OverlayOf(const FolderItem& item) const;
-
-    // A copy of a system's image list that has the overlays; the system's own lists are the whole process's.
-    // Throws CallError.
-    Owned<HIMAGELIST> WithOverlays(HIMAGELIST system, bool large) const;
 
   private:
     std::vector<OverlayHandler> handlers_; // the most important first
