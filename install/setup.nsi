@@ -16,11 +16,12 @@ RequestExecutionLevel admin
 !include "${REGISTRATION}"
 
 !define NAME "Sendora Shell Extension"
+!define MAKER_FOLDER "$PROGRAMFILES64\Taleno Software"
 !define UNINSTALL_KEY "Software\Microsoft\Windows\CurrentVersion\Uninstall\SendoraShellExtension"
 
 Name "${NAME}"
 OutFile "${OUTPUT}"
-InstallDir "$PROGRAMFILES64\Taleno Software\${NAME}"
+InstallDir "${MAKER_FOLDER}\${NAME}"
 InstallDirRegKey HKLM "${UNINSTALL_KEY}" "InstallLocation" ; an update goes where the program is
 AllowSkipFiles off
 ShowInstDetails nevershow
@@ -126,7 +127,15 @@ Section Uninstall
   Delete "$INSTDIR\install.md"
   Delete "$INSTDIR\uninstall.exe"
   RMDir /REBOOTOK "$INSTDIR"
-  RMDir "$INSTDIR\.." ; the maker's folder, when nothing else is in it
+  ; The maker's folder, when nothing else is in it; a folder that the user chose is not ours to remove.
+  ${GetParent} "$INSTDIR" $0
+  ${If} $0 == "${MAKER_FOLDER}"
+    ${If} ${RebootFlag}
+      RMDir /REBOOTOK "$0"
+    ${Else}
+      RMDir "$0"
+    ${EndIf}
+  ${EndIf}
   DeleteRegKey HKLM "${UNINSTALL_KEY}"
   ; The traces of the user who removes the program; those of programs that still hold the module stay, and other
   ; users' are not ours to touch.
