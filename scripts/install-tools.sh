@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what a build needs and the machine lacks. Source it and call
 #     sndx_need native            compiler, CMake, GoogleTest, Python (for the checks)
-#     sndx_need windows           cross compiler, Wine, a display, and the maker of installers
+#     sndx_need windows           cross compiler, Wine and the maker of installers
+#     sndx_need screenshots       a display in memory, the fonts of captions and menus
 # Returns 1, after saying the one command to run, when something is missing and cannot be installed.
 
 sndx_missing() {
@@ -18,7 +19,10 @@ sndx_missing() {
         command -v x86_64-w64-mingw32-g++-posix >/dev/null || missing+=(g++-mingw-w64-x86-64-posix)
         { [ -x /usr/lib/wine/wine64 ] || command -v wine >/dev/null; } || missing+=(wine wine64)
         command -v makensis >/dev/null || missing+=(nsis)
-        command -v Xvfb >/dev/null || missing+=(xvfb) # tools/explorer needs a display
+        ;;
+    screenshots)
+        command -v Xvfb >/dev/null || missing+=(xvfb)
+        [ -f /usr/share/wine/fonts/marlett.ttf ] || missing+=(fonts-wine)
         ;;
     esac
     echo "${missing[*]}"
@@ -30,7 +34,7 @@ sndx_need() {
     [ -z "$missing" ] && return 0
     local command="apt-get install -y --no-install-recommends $missing"
     if [ "$(id -u)" = 0 ] && command -v apt-get >/dev/null; then
-        echo "Installing for the $1 half: $missing"
+        echo "Installing for \"$1\": $missing"
         # shellcheck disable=SC2086
         if { apt-get update && DEBIAN_FRONTEND=noninteractive apt-get install -y --no-install-recommends $missing; } \
             >/tmp/sndx-install.$$.log 2>&1 && [ -z "$(sndx_missing "$1")" ]; then
@@ -40,7 +44,7 @@ sndx_need() {
         tail -5 /tmp/sndx-install.$$.log
         rm -f /tmp/sndx-install.$$.log
     fi
-    echo "Missing for the $1 half: $missing. Run this as root and start again:"
+    echo "Missing for \"$1\": $missing. Run this as root and start again:"
     echo "    apt-get update && $command"
     return 1
 }

@@ -6,13 +6,14 @@ corner and the rest is transparent. A dark outline holds it on light ground, the
 dark ground. Transparency is one bit a pixel, so the outline has no soft edge; the few tints smooth the
 inner edges only. The small picture is drawn for itself, because the large one scaled down is a smudge.
 
-    make_icon.py [--output FILE.ico] [--preview FILE.png]
+    make_icon.py [--output FILE.ico]
+
+scripts/draw_icon.py shows what it looks like.
 """
 
 import argparse
 import pathlib
 import struct
-import zlib
 
 # One letter of the drawings below: red, green, blue. None is transparent.
 COLOURS = {
@@ -27,7 +28,7 @@ COLOURS = {
 LARGE = """
 .......KKKKK.......
 .....KKWWWWWKK.....
-...KKWWWbBbWWWKK...
+...KKWWWWWWWWWKK...
 ..KKWWbBBBBBbWWKK..
 ..KWWbBBBBBBBbWWK..
 .KWWbBBBBWBBBBbWWK.
@@ -41,7 +42,7 @@ KWWbBBBBWWWBBBBbWWK
 .KWWbBBBWWWBBBbWWK.
 ..KWWbBBWWWBBbWWK..
 ..KKWWbBBBBBbWWKK..
-...KKWWWbBbWWWKK...
+...KKWWWWWWWWWKK...
 .....KKWWWWWKK.....
 .......KKKKK.......
 """
@@ -109,57 +110,13 @@ def icon_file(pictures):
     return directory + b"".join(images)
 
 
-def document(size):
-    """A plain page, as a stand-in for a file's own icon: rows of colours from the top, None outside."""
-    left, top, right, bottom = size * 5 // 32, size // 16, size - size * 5 // 32, size - size // 16
-    page = [[None] * size for _ in range(size)]
-    for y in range(top, bottom):
-        for x in range(left, right):
-            edge = x in (left, right - 1) or y in (top, bottom - 1)
-            line = (y - top) % 4 == 3 and left + 2 < x < right - 3
-            page[y][x] = (0x80, 0x80, 0x80) if edge else (0xB8, 0xC4, 0xD0) if line else (0xFA, 0xFA, 0xFA)
-    return page
-
-
-def preview(pictures, scale=10, gap=2):
-    """Every picture alone and over a document on four grounds, enlarged, as a PNG file; beside each block
-    the same at its true size."""
-    grounds = [(0xFF,) * 3, (0xD0,) * 3, (0x40,) * 3, (0,) * 3]
-    lines = []
-    for ground in grounds:
-        for picture in pictures:
-            size = len(picture)
-            own = [[COLOURS[letter] for letter in row] for row in picture]
-            page = document(size)
-            over = [[a or b for a, b in zip(*rows)] for rows in zip(own, page)]
-            block = [[c or ground for c in a + [None] * gap + b] for a, b in zip(own, over)]
-            large = [[c for c in row for _ in range(scale)] for row in block for _ in range(scale)]
-            true = block + [[ground] * len(block[0])] * (len(large) - len(block))
-            margin = [ground] * (gap * scale)
-            strip = [margin + a + margin + b + margin for a, b in zip(large, true)]
-            lines += strip + [[ground] * len(strip[0])] * (gap * scale)
-    width = max(len(line) for line in lines)
-    lines = [line + [line[-1]] * (width - len(line)) for line in lines]
-
-    def chunk(kind, data):
-        return struct.pack(">I", len(data)) + kind + data + struct.pack(">I", zlib.crc32(kind + data))
-
-    pixels = b"".join(b"\0" + bytes(part for colour in line for part in colour) for line in lines)
-    return (b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", struct.pack(">IIBBBBB", width, len(lines), 8, 2, 0, 0, 0))
-            + chunk(b"IDAT", zlib.compress(pixels, 9)) + chunk(b"IEND", b""))
-
-
 def main():
     default = pathlib.Path(__file__).resolve().parent.parent / "dll" / "sndxdll.ico"
     parser = argparse.ArgumentParser(description="Draws the overlay icon of the shell extension.")
     parser.add_argument("--output", type=pathlib.Path, default=default, metavar="FILE.ico")
-    parser.add_argument("--preview", type=pathlib.Path, metavar="FILE.png",
-                        help="also write the pictures enlarged, on several grounds")
     arguments = parser.parse_args()
     pictures = [place(LARGE, 32), place(SMALL, 16)]
     arguments.output.write_bytes(icon_file(pictures))
-    if arguments.preview:
-        arguments.preview.write_bytes(preview(pictures))
 
 
 if __name__ == "__main__":

@@ -1,5 +1,7 @@
 #include "tools/explorer/explorer.h"
 
+#include <filesystem>
+#include <fstream>
 #include <optional>
 
 #include <windows.h>
@@ -9,6 +11,7 @@
 #include "tools/explorer/report.h"
 #include "tools/explorer/script.h"
 #include "tools/explorer/watchdog.h"
+#include "tools/paths.h"
 #include "tools/results.h"
 
 namespace sndxtools
@@ -55,6 +58,11 @@ int Show(const ExplorerOptions& options, std::ostream& out, std::ostream& err)
     {
         Window window(options, err);
         Script script(window, options, out);
+        if (!options.ready.empty())
+        {
+            const std::filesystem::path ready(FilePath(options.ready));
+            std::ofstream created(ready);
+        }
         exitCode = window.Run(options.IsScripted() ? &script : nullptr);
     }
     // At once: left to itself the system keeps a module for ten minutes after its last use.

@@ -29,8 +29,8 @@ FolderView::FolderView(HWND parent, bool largeIcons)
                                 LVS_AUTOARRANGE | (largeIcons ? LVS_ICON : LVS_REPORT),
                             0, 0, 0, 0, parent, nullptr, GetModuleHandleW(nullptr), nullptr))
 {
-    AddColumn(Handle(), 0, L"Name", 220);
-    AddColumn(Handle(), 1, L"Typ", 160);
+    AddColumn(Handle(), 0, L"Name", 180);
+    AddColumn(Handle(), 1, L"Typ", 140);
 }
 
 void FolderView::Show(const Folder& folder, const OverlayHandlers& overlays)
@@ -108,13 +108,13 @@ std::vector<std::size_t> FolderView::Selection() const
     return selection;
 }
 
-POINT FolderView::FocusedIcon() const
+POINT FolderView::BesideFocusedIcon() const
 {
     RECT icon = {};
     ListView_GetItemRect(Handle(), Focused(), &icon, LVIR_ICON);
-    POINT middle = {(icon.left + icon.right) / 2, (icon.top + icon.bottom) / 2};
-    ClientToScreen(Handle(), &middle);
-    return middle;
+    POINT edge = {icon.right, (icon.top + icon.bottom) / 2};
+    ClientToScreen(Handle(), &edge);
+    return edge;
 }
 
 int FolderView::Count() const

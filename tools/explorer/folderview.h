@@ -24,8 +24,8 @@ class FolderView
     void Select(const Folder& folder, const std::string& name);
     // The selected items by their place in the folder, the focused one first.
     std::vector<std::size_t> Selection() const;
-    // The middle of the focused item's icon, on the screen.
-    POINT FocusedIcon() const;
+    // The right edge of the focused item's icon, on the screen.
+    POINT BesideFocusedIcon() const;
 
     // What the control shows; the number of the overlay, 0 for none.
     int Count() const;

@@ -60,6 +60,8 @@ const std::vector<Option>& Options()
          [](O& o, S) { o.report = true; }},
         {"--screenshot", "FILE.png", "write a picture of the whole screen",
          [](O& o, S text) { o.screenshot = text; }},
+        {"--ready", "FILE", "create FILE once the window shows the folder",
+         [](O& o, S text) { o.ready = text; }},
         {"--wait", "MS", "how long the window stands before report and picture (300)",
          [](O& o, S text)
          {

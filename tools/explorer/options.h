@@ -20,6 +20,7 @@ struct ExplorerOptions
     std::string choose; // the entry to choose, empty for none
     bool report = false;
     std::string screenshot;
+    std::string ready;
     DWORD wait = 300; // milliseconds
 
     bool help = false;

@@ -210,7 +210,7 @@ void Window::MenuWanted(LPARAM position)
         return;
     }
     POINT point = {GET_X_LPARAM(position), GET_Y_LPARAM(position)};
-    ShowMenu(selection, position == -1 ? view_->FocusedIcon() : point);
+    ShowMenu(selection, position == -1 ? view_->BesideFocusedIcon() : point);
 }
 
 void Window::ShowMenu(const std::vector<std::size_t>& selection, POINT position)
