@@ -90,6 +90,7 @@ for target in "${targets[@]}"; do
             windows_ran=no
             continue
         fi
+        unset DISPLAY # no window of a test appears on the user's screen
         rm -rf build/test-wineprefix
         sndx_prefix_begin "$PWD/build/test-wineprefix"
     fi

@@ -16,6 +16,9 @@ if [ ! -f "$WINEPREFIX/system.reg" ]; then
     flock 9
     if [ ! -f "$WINEPREFIX/system.reg" ]; then
         "$loader" wineboot -i >/dev/null 2>&1 9>&-
+        # Without a display programs still get their windows, which nobody sees.
+        [ -n "${DISPLAY:-}" ] || "$loader" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f \
+            >/dev/null 2>&1 </dev/null 9>&-
         # system.reg is written when the idle server ends.
         wineserver=/usr/lib/wine/wineserver64
         [ -x "$wineserver" ] || wineserver=wineserver

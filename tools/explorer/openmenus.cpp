@@ -26,7 +26,7 @@ void Collect(HMENU menu, const EntryPath& before, std::vector<EntryPath>& entrie
 {
     for (int position = 0; position < GetMenuItemCount(menu); ++position)
     {
-        if (IsSeparator(menu, position))
+        if ((EntryInfo(menu, position).fType & MFT_SEPARATOR) != 0)
         {
             continue;
         }
@@ -59,11 +59,7 @@ int Highlighted(HMENU menu)
 {
     for (int position = 0; position < GetMenuItemCount(menu); ++position)
     {
-        MENUITEMINFOW info = {};
-        info.cbSize = sizeof info;
-        info.fMask = MIIM_STATE;
-        if (GetMenuItemInfoW(menu, static_cast<UINT>(position), TRUE, &info) &&
-            (info.fState & MFS_HILITE) != 0)
+        if ((EntryInfo(menu, position).fState & MFS_HILITE) != 0)
         {
             return position;
         }
@@ -71,13 +67,13 @@ int Highlighted(HMENU menu)
     return -1;
 }
 
-bool IsSeparator(HMENU menu, int position)
+MENUITEMINFOW EntryInfo(HMENU menu, int position)
 {
     MENUITEMINFOW info = {};
     info.cbSize = sizeof info;
-    info.fMask = MIIM_FTYPE;
-    return GetMenuItemInfoW(menu, static_cast<UINT>(position), TRUE, &info) &&
-           (info.fType & MFT_SEPARATOR) != 0;
+    info.fMask = MIIM_FTYPE | MIIM_STATE | MIIM_ID | MIIM_SUBMENU;
+    GetMenuItemInfoW(menu, static_cast<UINT>(position), TRUE, &info);
+    return info;
 }
 
 std::string EntryText(HMENU menu, int position)

@@ -15,7 +15,8 @@ std::vector<HMENU> OpenMenus(HMENU root);
 // The position of the highlighted entry, -1 for none.
 int Highlighted(HMENU menu);
 
-bool IsSeparator(HMENU menu, int position);
+// Kind, state, identifier and submenu.
+MENUITEMINFOW EntryInfo(HMENU menu, int position);
 std::string EntryText(HMENU menu, int position); // without the mark of its access key
 
 // The way to an entry: its position in the menu, or in a submenu the positions one after the other.

@@ -16,10 +16,7 @@ std::string Name(const RegisteredHandler& registered)
 
 void ReportEntry(std::ostream& out, HMENU menu, int position, std::size_t number)
 {
-    MENUITEMINFOW info = {};
-    info.cbSize = sizeof info;
-    info.fMask = MIIM_STATE | MIIM_ID | MIIM_SUBMENU;
-    GetMenuItemInfoW(menu, static_cast<UINT>(position), TRUE, &info);
+    const MENUITEMINFOW info = EntryInfo(menu, position);
     out << "  " << number << ". " << EntryText(menu, position);
     if (info.hSubMenu != nullptr)
     {

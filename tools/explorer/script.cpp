@@ -28,7 +28,7 @@ void Script::Tick()
         break;
     case Step::opening:
         if (window_.OpenMenu() != nullptr && !OpenMenus(window_.OpenMenu()->Get()).empty() &&
-            (options_.hover.empty() || Reach(options_.hover)))
+            (options_.hover.empty() || Reach(Find(options_.hover))))
         {
             BeginStanding();
         }
@@ -48,11 +48,7 @@ void Script::Tick()
         step_ = Step::choosing;
         break;
     case Step::choosing:
-        if (Reach(options_.choose))
-        {
-            step_ = Step::ending;
-            window_.SendKey(VK_RETURN);
-        }
+        Choose(Find(options_.choose));
         break;
     case Step::ending:
         break;
@@ -82,14 +78,33 @@ void Script::Show()
     }
 }
 
-bool Script::Reach(const std::string& entry)
+EntryPath Script::Find(const std::string& entry) const
 {
-    const HMENU root = window_.OpenMenu()->Get();
-    const EntryPath path = FindEntry(root, entry);
+    const EntryPath path = FindEntry(window_.OpenMenu()->Get(), entry);
     if (path.empty())
     {
         throw std::runtime_error("no menu entry " + Quoted(entry));
     }
+    return path;
+}
+
+void Script::Choose(const EntryPath& path)
+{
+    const MENUITEMINFOW entry = EntryInfo(MenuOf(window_.OpenMenu()->Get(), path), path.back());
+    if (entry.hSubMenu != nullptr || (entry.fState & MFS_GRAYED) != 0)
+    {
+        throw std::runtime_error("menu entry " + Quoted(options_.choose) + " cannot be chosen");
+    }
+    if (Reach(path))
+    {
+        step_ = Step::ending;
+        window_.SendKey(VK_RETURN);
+    }
+}
+
+bool Script::Reach(const EntryPath& path)
+{
+    const HMENU root = window_.OpenMenu()->Get();
     const std::vector<HMENU> open = OpenMenus(root);
     for (std::size_t level = 0; level < path.size(); ++level)
     {

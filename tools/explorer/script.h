@@ -27,9 +27,12 @@ class Script final : public WindowObserver
     };
     void BeginStanding();
     void Show();
-    // Presses a key towards the entry; true when it is highlighted already. Throws std::runtime_error when
-    // there is no such entry.
-    bool Reach(const std::string& entry);
+    // Throws std::runtime_error when there is no such entry.
+    EntryPath Find(const std::string& entry) const;
+    // Presses a key towards the entry; true when it is highlighted already.
+    bool Reach(const EntryPath& path);
+    // The same, and then chooses it. Throws std::runtime_error when it is no command or disabled.
+    void Choose(const EntryPath& path);
 
     Window& window_;
     const ExplorerOptions& options_;

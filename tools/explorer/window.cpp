@@ -154,14 +154,27 @@ void Window::Notified(const NMHDR& notification)
     {
         return;
     }
-    if (notification.code == LVN_KEYDOWN && reinterpret_cast<const NMLVKEYDOWN&>(notification).wVKey == VK_F5)
+    if (notification.code == LVN_KEYDOWN)
     {
-        ReadAgain();
+        KeyPressed(reinterpret_cast<const NMLVKEYDOWN&>(notification).wVKey);
     }
     else if (notification.code == static_cast<UINT>(NM_DBLCLK) ||
              notification.code == static_cast<UINT>(NM_RETURN))
     {
         OpenSelected();
+    }
+}
+
+void Window::KeyPressed(UINT key)
+{
+    if (key == VK_F5)
+    {
+        ReadAgain();
+    }
+    else if (key == VK_APPS)
+    {
+        // Wine does not ask for a menu by itself; of two questions the second finds the menu open.
+        AskForMenu();
     }
 }
 

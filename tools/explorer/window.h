@@ -49,6 +49,7 @@ class Window
     static LRESULT CALLBACK Procedure(HWND handle, UINT message, WPARAM wParam, LPARAM lParam);
     LRESULT Handle(UINT message, WPARAM wParam, LPARAM lParam);
     void Notified(const NMHDR& notification);
+    void KeyPressed(UINT key);
     void Resize(int width, int height);
     void ReadAgain();
     void Open(std::size_t item);

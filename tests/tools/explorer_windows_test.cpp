@@ -1,0 +1,123 @@
+// What tools/explorer does when something is amiss.
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "tests/support/child.h"
+#include "tests/support/text.h"
+#include "tools/explorer/explorer.h"
+#include "tools/explorer/watchdog.h"
+
+using sndxtools::Arguments;
+using testing::HasSubstr;
+
+namespace
+{
+struct Answer
+{
+    int exitCode;
+    std::string out, err;
+};
+
+Answer RunExplorer(const Arguments& arguments)
+{
+    std::ostringstream out;
+    std::ostringstream err;
+    const int exitCode = sndxtools::RunExplorer(arguments, out, err);
+    return {exitCode, out.str(), err.str()};
+}
+
+// A folder with a file and a folder in it.
+struct Explorer : testing::Test
+{
+    Explorer()
+    {
+        std::filesystem::create_directories(folder + "\\Ordner");
+        std::ofstream(folder + "\\Datei.txt").put('.');
+    }
+    ~Explorer() override { std::filesystem::remove_all(folder); }
+    const std::string folder = (std::filesystem::temp_directory_path() / "explorer-test").string();
+};
+
+// A handler that is registered but whose class is not, while this lives.
+struct DeadHandler
+{
+    explicit DeadHandler(const char* key) : path(sndxtest::Wide(key))
+    {
+        const WCHAR classId[] = L"{5E1F0D3A-0000-4000-8000-000000000001}";
+        RegSetKeyValueW(HKEY_LOCAL_MACHINE, path.c_str(), nullptr, REG_SZ, classId, sizeof classId);
+    }
+    ~DeadHandler() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str()); }
+    const sndxtest::WideString path;
+};
+} // namespace
+
+TEST_F(Explorer, TellsWhatIsWrong)
+{
+    const struct
+    {
+        int exitCode;
+        Arguments arguments;
+        const char* complaint;
+    } cases[] = {
+        {2, {}, "a folder is missing"},
+        {2, {folder, "--bogus"}, "unknown option '--bogus'"},
+        {2, {folder, "D:\\"}, "a second folder, 'D:\\'"},
+        {2, {folder, "--view", "huge"}, "'huge' is neither"},
+        {2, {folder, "--place", "1,2,3"}, "'1,2,3' is not X,Y,WIDTH,HEIGHT"},
+        {2, {folder, "--report", "--select"}, "--select needs a value"},
+        {2, {folder, "--hover", "1"}, "a context menu needs --select"},
+        {1, {folder + "x", "--report"}, "there is no folder"},
+        {1, {folder + "\\Datei.txt", "--report"}, "there is no folder"},
+        {1, {folder, "--report", "--select", "Datei"}, "no item \"Datei\""},
+        {1, {folder, "--select", "Datei.txt", "--hover", "Hoch"}, "no menu entry \"Hoch\""},
+        {1, {folder, "--select", "Datei.txt", "--choose", "Eigenschaften"}, "cannot be chosen"},
+    };
+    for (const auto& [exitCode, arguments, complaint] : cases)
+    {
+        const Answer answer = RunExplorer(arguments);
+        EXPECT_EQ(answer.exitCode, exitCode) << complaint;
+        EXPECT_THAT(answer.err, HasSubstr(complaint));
+    }
+    EXPECT_THAT(RunExplorer({"--help"}).out, HasSubstr("--screenshot FILE.png"));
+}
+
+TEST_F(Explorer, ShowsPlainIconsAndItsOwnMenuWhenNothingUsefulIsRegistered)
+{
+    const Answer none = RunExplorer({folder, "--report", "--select", "datei.TXT", "--hover", "1"});
+    EXPECT_EQ(none.exitCode, 0) << none.err;
+    EXPECT_THAT(none.out, HasSubstr("overlay handlers: 0, none is registered\n"
+                                    "items: 2\n"
+                                    "  Ordner: folder, no overlay\n"
+                                    "  Datei.txt: file, no overlay, selected\n"
+                                    "menu handlers of *: 0, none is registered\n"
+                                    "open menu:\n"
+                                    "  1. Öffnen [1], highlighted\n"
+                                    "  2. Eigenschaften [2], disabled\n"
+                                    "status: \"Öffnet das Element\"\n"));
+
+    const DeadHandler overlay("Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\"
+                              "ShellIconOverlayIdentifiers\\Dead");
+    const DeadHandler menu("Software\\Classes\\Directory\\shellex\\ContextMenuHandlers\\Dead");
+    const Answer dead = RunExplorer({folder, "--report", "--select", "Ordner", "--menu", "--view", "small"});
+    EXPECT_EQ(dead.exitCode, 0) << dead.err;
+    const std::string handler = "\"Dead\" {5E1F0D3A-0000-4000-8000-000000000001}: ";
+    EXPECT_THAT(dead.out, HasSubstr(handler + "not used, CoCreateInstance answered"));
+    EXPECT_THAT(dead.out, HasSubstr(handler + "adds nothing, CoCreateInstance answered"));
+    EXPECT_THAT(dead.out, HasSubstr("  2. Eigenschaften [2], disabled\nstatus: \"2 Elemente\"\n"));
+}
+
+SNDX_CHILD(HangingWindow)
+{
+    const sndxtools::Watchdog watchdog(100, 3);
+    Sleep(20000);
+    return 0;
+}
+
+TEST_F(Explorer, WatchdogEndsAProcessThatHangs)
+{
+    EXPECT_EQ(sndxtest::ChildProcess("HangingWindow", {}).Wait(10000), 3);
+}
