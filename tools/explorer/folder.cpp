@@ -101,6 +101,7 @@ FolderItem Folder::Describe(ItemId id)
 ComRef<IDataObject> Folder::DataObject(const std::vector<std::size_t>& items) const
 {
     std::vector<const ITEMIDLIST*> ids;
+    ids.reserve(items.size());
     for (const std::size_t item : items)
     {
         ids.push_back(items_[item].id.get());

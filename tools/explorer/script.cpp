@@ -80,7 +80,7 @@ void Script::Show()
 
 EntryPath Script::Find(const std::string& entry) const
 {
-    const EntryPath path = FindEntry(window_.OpenMenu()->Get(), entry);
+    EntryPath path = FindEntry(window_.OpenMenu()->Get(), entry);
     if (path.empty())
     {
         throw std::runtime_error("no menu entry " + Quoted(entry));
