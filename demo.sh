@@ -25,7 +25,9 @@ esac
 sndx_need native || exit 1
 [ $target = native ] || sndx_need windows || exit 1
 
-say() { printf '\n\033[1m== %s\033[0m\n' "$*"; }
+bold='' plain=''
+[ ! -t 1 ] || { bold=$'\033[1m' plain=$'\033[0m'; }
+say() { printf '\n%s== %s%s\n' "$bold" "$*" "$plain"; }
 note() { printf '   %s\n' "$*"; }
 
 build=$PWD/build/$target
