@@ -43,13 +43,6 @@ extern "C" void WINAPI ReleaseStgMedium(STGMEDIUM* medium)
     }
 }
 
-extern "C" HRESULT WINAPI OleInitialize(LPVOID)
-{
-    return S_OK;
-}
-
-extern "C" void WINAPI OleUninitialize() {}
-
 extern "C" HRESULT WINAPI CoInitializeEx(LPVOID, DWORD)
 {
     return S_OK;

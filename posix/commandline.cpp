@@ -143,10 +143,6 @@ extern "C" LPWSTR WINAPI GetCommandLineW()
 
 extern "C" LPWSTR* WINAPI CommandLineToArgvW(LPCWSTR commandLine, int* count)
 {
-    if (sndxposix::FailNextCall("CommandLineToArgvW"))
-    {
-        return nullptr;
-    }
     auto [program, rest] = sndxposix::SplitProgram(commandLine);
     std::vector<std::u16string> words = sndxposix::SplitArguments(rest);
     words.insert(words.begin(), std::move(program));
@@ -156,7 +152,7 @@ extern "C" LPWSTR* WINAPI CommandLineToArgvW(LPCWSTR commandLine, int* count)
         units += word.size() + 1;
     }
     const std::size_t pointers = (words.size() + 1) * sizeof(LPWSTR);
-    auto* result = static_cast<LPWSTR*>(LocalAlloc(LMEM_FIXED, pointers + units * sizeof(WCHAR)));
+    auto* result = static_cast<LPWSTR*>(GlobalAlloc(GMEM_FIXED, pointers + units * sizeof(WCHAR)));
     if (result == nullptr)
     {
         return nullptr;

@@ -3,7 +3,6 @@
 
 #include "sndxposix.h"
 
-#include "posix/guarded.h"
 #include "posix/internal.h"
 
 #include <atomic>
@@ -37,8 +36,6 @@ struct Control
     std::mutex mutex;
     std::vector<Failure> failures;
     std::string debugOutput;
-    bool timeZoneSaved = false;
-    std::optional<std::string> timeZone;
 };
 
 Control& TheControl()
@@ -74,6 +71,7 @@ void AppendToFile(const char* path, std::string_view text)
     [[maybe_unused]] const ssize_t written = write(file, text.data(), text.size());
     close(file);
 }
+
 bool KeepDebugOutput(std::string_view text)
 {
     Control& control = TheControl();
@@ -114,14 +112,6 @@ void RunTickCount()
 
 void SetLocalTimeOfDay(int hour, int minute, int second)
 {
-    Control& control = TheControl();
-    const std::lock_guard lock(control.mutex);
-    if (!control.timeZoneSaved)
-    {
-        const char* zone = std::getenv("TZ");
-        control.timeZone = zone == nullptr ? std::nullopt : std::optional<std::string>(zone);
-        control.timeZoneSaved = true;
-    }
     constexpr long day = 24 * 60 * 60;
     const long wanted = (hour * 60L + minute) * 60 + second;
     long west = (std::time(nullptr) - wanted) % day; // seconds that local time is behind UTC
@@ -135,26 +125,6 @@ void SetLocalTimeOfDay(int hour, int minute, int second)
     std::snprintf(zone, sizeof zone, "<TEST>%c%02ld:%02ld:%02ld", west < 0 ? '-' : '+', absolute / 3600,
                   absolute / 60 % 60, absolute % 60);
     setenv("TZ", zone, 1);
-    tzset();
-}
-
-void ResetLocalTime()
-{
-    Control& control = TheControl();
-    const std::lock_guard lock(control.mutex);
-    if (!control.timeZoneSaved)
-    {
-        return;
-    }
-    control.timeZoneSaved = false;
-    if (control.timeZone)
-    {
-        setenv("TZ", control.timeZone->c_str(), 1);
-    }
-    else
-    {
-        unsetenv("TZ");
-    }
     tzset();
 }
 
@@ -217,13 +187,6 @@ bool FailNextCall(const char* function)
         }
     }
     return fails;
-}
-
-std::string DebugOutput()
-{
-    Control& control = TheControl();
-    const std::lock_guard lock(control.mutex);
-    return control.debugOutput;
 }
 
 std::string TakeDebugOutput()

@@ -18,11 +18,6 @@ extern "C" void WINAPI EnterCriticalSection(LPCRITICAL_SECTION section)
     pthread_mutex_lock(&section->mutex);
 }
 
-extern "C" BOOL WINAPI TryEnterCriticalSection(LPCRITICAL_SECTION section)
-{
-    return pthread_mutex_trylock(&section->mutex) == 0 ? TRUE : FALSE;
-}
-
 extern "C" void WINAPI LeaveCriticalSection(LPCRITICAL_SECTION section)
 {
     pthread_mutex_unlock(&section->mutex);

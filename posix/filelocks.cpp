@@ -1,5 +1,6 @@
 #include "posix/filelocks.h"
 
+#include "posix/descriptor.h"
 #include "sndx/files.h"
 
 #include <chrono>
@@ -7,8 +8,6 @@
 #include <fcntl.h>
 #include <sched.h>
 #include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace sndxposix
 {
@@ -21,25 +20,12 @@ constexpr off_t accessBytes = 0x7FFFFFFFFFFFFF00;
 constexpr off_t denialBytes = accessBytes + 8;
 constexpr DWORD allKinds = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-struct flock ByteLock(short type, off_t byte)
-{
-    struct flock lock
-    {
-    };
-    lock.l_type = type;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = byte;
-    lock.l_len = 1;
-    return lock;
-}
-
 // Whether another description has locked the byte of one of the kinds.
 bool AnyLocked(int file, off_t bytes, DWORD kinds)
 {
     for (int kind = 0; kind < 3; ++kind)
     {
-        struct flock lock = ByteLock(F_WRLCK, bytes + kind);
-        if ((kinds >> kind & 1) != 0 && fcntl(file, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK)
+        if ((kinds >> kind & 1) != 0 && IsByteLockedByOther(file, bytes + kind))
         {
             return true;
         }
@@ -51,8 +37,7 @@ bool LockAll(int file, off_t bytes, DWORD kinds)
 {
     for (int kind = 0; kind < 3; ++kind)
     {
-        struct flock lock = ByteLock(F_RDLCK, bytes + kind);
-        if ((kinds >> kind & 1) != 0 && fcntl(file, F_OFD_SETLK, &lock) != 0)
+        if ((kinds >> kind & 1) != 0 && !SetByteLock(file, bytes + kind, F_RDLCK))
         {
             return false;
         }
@@ -87,20 +72,5 @@ bool ConflictsWithOthers(int file, DWORD access, DWORD share)
 bool StateAccess(int file, DWORD access, DWORD share)
 {
     return LockAll(file, accessBytes, access) && LockAll(file, denialBytes, allKinds & ~share);
-}
-
-void WithdrawAccess(int file)
-{
-    struct flock lock = ByteLock(F_UNLCK, accessBytes);
-    lock.l_len = denialBytes + 3 - accessBytes;
-    fcntl(file, F_OFD_SETLK, &lock);
-}
-
-bool StillNames(const std::string& path, int file)
-{
-    struct stat named;
-    struct stat opened;
-    return stat(path.c_str(), &named) == 0 && fstat(file, &opened) == 0 && named.st_dev == opened.st_dev &&
-           named.st_ino == opened.st_ino;
 }
 } // namespace sndxposix

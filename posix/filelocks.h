@@ -2,12 +2,9 @@
 // Share modes of open files, faithful within the process and across processes.
 //
 // Every open that may read, write or delete states that, and which of the three it denies to others. Each
-// statement is a shared record lock on one byte far beyond any data of the file, owned by the open file
-// description: it ends with the description, also when the process is killed. An open looks at the bytes
-// that stand against it before it takes its own; meanwhile it holds a short exclusive flock() on the same
-// file, so that two opens cannot miss each other.
-
-#include <string>
+// statement is a shared lock (descriptor.h) on one byte far beyond any data of the file. An open looks at the
+// bytes that stand against it before it takes its own; meanwhile it holds a short exclusive flock() on the
+// same file, so that two opens cannot miss each other.
 
 #include "sndx/types.h"
 
@@ -38,11 +35,4 @@ class FileGuard
 bool ConflictsWithOthers(int file, DWORD access, DWORD share);
 // States access and sharing for this description. False, with errno set, when the file system has no locks.
 bool StateAccess(int file, DWORD access, DWORD share);
-
-// Takes the statements back at once, even if a child process about to start another program still has a
-// copy of the descriptor.
-void WithdrawAccess(int file);
-
-// True while the path names the file of this descriptor: it may have been deleted or replaced since.
-bool StillNames(const std::string& path, int file);
 } // namespace sndxposix

@@ -4,9 +4,9 @@
 #include <memory>
 #include <string>
 
+#include "posix/descriptor.h"
 #include "posix/internal.h"
 #include "sndx/files.h"
-#include "sndx/sync.h"
 
 namespace sndxposix
 {
@@ -18,19 +18,19 @@ class FileObject final : public StreamObject
     static std::shared_ptr<FileObject> Open(const std::string& path, DWORD access, DWORD share,
                                             DWORD disposition, DWORD attributes);
 
-    // Takes the descriptor over. kinds are the kinds of access as FILE_SHARE_… bits.
-    FileObject(int file, DWORD kinds) : file_(file), kinds_(kinds) {}
-    ~FileObject() override;
+    // kinds are the kinds of access as FILE_SHARE_… bits.
+    FileObject(Descriptor file, DWORD kinds) : file_(std::move(file)), kinds_(kinds) {}
+    ~FileObject() override { UnlockAllBytes(file_.Get()); }
 
+    // There are no overlapped transfers of files.
     BOOL Read(void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* overlapped) override;
     BOOL Write(const void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* overlapped) override;
     BOOL Flush() override;
     // False with the last error set.
     bool Seek(std::int64_t distance, DWORD method, std::int64_t& position);
-    bool Size(std::int64_t& size) const;
 
   private:
-    int file_;
-    DWORD kinds_;
+    const Descriptor file_;
+    const DWORD kinds_;
 };
 } // namespace sndxposix

@@ -1,11 +1,9 @@
 // Open files: CreateFileW, the calls on handles of files, and the calls on streams of any kind.
 
 #include "posix/fileattributes.h"
-#include "posix/guarded.h"
 #include "posix/fileobject.h"
 #include "posix/filelocks.h"
 
-#include <algorithm>
 #include <cerrno>
 
 #include <fcntl.h>
@@ -22,8 +20,7 @@ constexpr int maximumTries = 16;
 DWORD KindsOf(DWORD access)
 {
     return ((access & GENERIC_READ) != 0 ? FILE_SHARE_READ : 0) |
-           ((access & GENERIC_WRITE) != 0 ? FILE_SHARE_WRITE : 0) |
-           ((access & DELETE) != 0 ? FILE_SHARE_DELETE : 0);
+           ((access & GENERIC_WRITE) != 0 ? FILE_SHARE_WRITE : 0);
 }
 
 // A descriptor, and whether the file had been there. -1 with errno set on failure; EAGAIN when another
@@ -36,7 +33,7 @@ int OpenDescriptor(const std::string& path, bool writes, DWORD disposition, bool
     if (disposition != CREATE_NEW)
     {
         const int file = open(path.c_str(), flags);
-        if (file >= 0 || errno != ENOENT || disposition == OPEN_EXISTING || disposition == TRUNCATE_EXISTING)
+        if (file >= 0 || errno != ENOENT || disposition == OPEN_EXISTING)
         {
             existed = true;
             return file;
@@ -51,20 +48,8 @@ int OpenDescriptor(const std::string& path, bool writes, DWORD disposition, bool
     return file;
 }
 
-BOOL CompleteOverlapped(OVERLAPPED* overlapped, DWORD bytes)
-{
-    overlapped->Internal = 0; // STATUS_SUCCESS: transfers of files end within the call
-    overlapped->InternalHigh = bytes;
-    return overlapped->hEvent == nullptr || SetEvent(overlapped->hEvent);
-}
-
-off_t OffsetOf(const OVERLAPPED& overlapped)
-{
-    return static_cast<off_t>(std::uint64_t{overlapped.OffsetHigh} << 32 | overlapped.Offset);
-}
-
 // Moves all of size bytes unless the end of the file or an error comes first. transfer(done) moves the
-// rest from there on, as read() and write() do. False with errno set when nothing at all was moved.
+// rest from there on, as read() and write() do. False with the last error set when nothing at all was moved.
 template <class Transfer>
 bool TransferAll(DWORD size, DWORD& done, Transfer transfer)
 {
@@ -81,69 +66,32 @@ bool TransferAll(DWORD size, DWORD& done, Transfer transfer)
         }
         else if (errno != EINTR)
         {
-            return done != 0;
+            return done != 0 || FailWith(ErrorFromErrno(errno));
         }
     }
     return true;
 }
 } // namespace
 
-FileObject::~FileObject()
+BOOL FileObject::Read(void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* /*overlapped*/)
 {
-    WithdrawAccess(file_);
-    close(file_);
+    const auto transfer = [&](DWORD done)
+    { return read(file_.Get(), static_cast<char*>(buffer) + done, size - done); };
+    return (kinds_ & FILE_SHARE_READ) == 0 ? FailWith(ERROR_ACCESS_DENIED)
+                                           : TransferAll(size, *bytes, transfer);
 }
 
-BOOL FileObject::Read(void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* overlapped)
+BOOL FileObject::Write(const void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* /*overlapped*/)
 {
-    if ((kinds_ & FILE_SHARE_READ) == 0)
-    {
-        return FailWith(ERROR_ACCESS_DENIED);
-    }
-    const bool good = TransferAll(size, *bytes,
-                                  [&](DWORD done)
-                                  {
-                                      char* const rest = static_cast<char*>(buffer) + done;
-                                      return overlapped == nullptr ? read(file_, rest, size - done)
-                                                                   : pread(file_, rest, size - done,
-                                                                           OffsetOf(*overlapped) + done);
-                                  });
-    if (!good)
-    {
-        return FailWith(ErrorFromErrno(errno));
-    }
-    if (overlapped == nullptr)
-    {
-        return TRUE;
-    }
-    // Only transfers at a given place report the end of the file as an error.
-    return *bytes == 0 && size != 0 ? FailWith(ERROR_HANDLE_EOF) : CompleteOverlapped(overlapped, *bytes);
-}
-
-BOOL FileObject::Write(const void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* overlapped)
-{
-    if ((kinds_ & FILE_SHARE_WRITE) == 0)
-    {
-        return FailWith(ERROR_ACCESS_DENIED);
-    }
-    const bool good = TransferAll(size, *bytes,
-                                  [&](DWORD done)
-                                  {
-                                      const char* const rest = static_cast<const char*>(buffer) + done;
-                                      return overlapped == nullptr ? write(file_, rest, size - done)
-                                                                   : pwrite(file_, rest, size - done,
-                                                                            OffsetOf(*overlapped) + done);
-                                  });
-    if (!good)
-    {
-        return FailWith(ErrorFromErrno(errno));
-    }
-    return overlapped == nullptr || CompleteOverlapped(overlapped, *bytes);
+    const auto transfer = [&](DWORD done)
+    { return write(file_.Get(), static_cast<const char*>(buffer) + done, size - done); };
+    return (kinds_ & FILE_SHARE_WRITE) == 0 ? FailWith(ERROR_ACCESS_DENIED)
+                                            : TransferAll(size, *bytes, transfer);
 }
 
 BOOL FileObject::Flush()
 {
-    return fsync(file_) == 0 || FailWith(ErrorFromErrno(errno));
+    return fsync(file_.Get()) == 0 || FailWith(ErrorFromErrno(errno));
 }
 
 bool FileObject::Seek(std::int64_t distance, DWORD method, std::int64_t& position)
@@ -153,37 +101,25 @@ bool FileObject::Seek(std::int64_t distance, DWORD method, std::int64_t& positio
     {
         return FailWith(ERROR_INVALID_PARAMETER);
     }
-    position = lseek(file_, distance, origins[method]);
-    return position >= 0 || FailWith(errno == EINVAL ? ERROR_NEGATIVE_SEEK : ErrorFromErrno(errno));
-}
-
-bool FileObject::Size(std::int64_t& size) const
-{
-    struct stat status;
-    if (fstat(file_, &status) != 0)
-    {
-        return FailWith(ErrorFromErrno(errno));
-    }
-    size = status.st_size;
-    return true;
+    position = lseek(file_.Get(), distance, origins[method]);
+    return position >= 0 || FailWith(ErrorFromErrno(errno));
 }
 
 std::shared_ptr<FileObject> FileObject::Open(const std::string& path, DWORD access, DWORD share,
                                              DWORD disposition, DWORD attributes)
 {
-    if (disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING ||
-        (disposition == TRUNCATE_EXISTING && (access & GENERIC_WRITE) == 0))
+    if (disposition < CREATE_NEW || disposition > OPEN_ALWAYS)
     {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return nullptr;
+        return FailWith(ERROR_INVALID_PARAMETER, nullptr);
     }
     const DWORD kinds = KindsOf(access);
-    const bool empties = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
+    const bool empties = disposition == CREATE_ALWAYS;
     const bool writes = empties || (kinds & FILE_SHARE_WRITE) != 0;
     for (int tries = 0; tries < maximumTries; ++tries)
     {
         bool existed = false;
-        const int descriptor = OpenDescriptor(path, writes, disposition, existed);
+        Descriptor opened(OpenDescriptor(path, writes, disposition, existed));
+        const int descriptor = opened.Get();
         if (descriptor < 0)
         {
             if (errno == EAGAIN)
@@ -197,21 +133,19 @@ std::shared_ptr<FileObject> FileObject::Open(const std::string& path, DWORD acce
             }
             return nullptr;
         }
-        const auto file = std::make_shared<FileObject>(descriptor, kinds);
+        const auto file = std::make_shared<FileObject>(std::move(opened), kinds);
         struct stat status;
-        if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode) || (writes && IsReadOnly(status)))
+        if (fstat(descriptor, &status) != 0 || !S_ISREG(status.st_mode))
         {
-            SetLastError(ERROR_ACCESS_DENIED);
-            return nullptr;
+            return FailWith(ERROR_ACCESS_DENIED, nullptr);
         }
         const FileGuard guard(descriptor);
-        // Emptying a file counts as writing, whatever else the open is for. An open that does none of the
-        // three neither disturbs others nor is disturbed.
+        // Emptying a file counts as writing, whatever else the open is for. An open that does neither
+        // disturbs nobody and is not disturbed.
         const DWORD checked = kinds | (empties ? FILE_SHARE_WRITE : 0);
         if (!guard.IsHeld() || (checked != 0 && ConflictsWithOthers(descriptor, checked, share)))
         {
-            SetLastError(ERROR_SHARING_VIOLATION);
-            return nullptr;
+            return FailWith(ERROR_SHARING_VIOLATION, nullptr);
         }
         if (!StillNames(path, descriptor))
         {
@@ -232,8 +166,7 @@ std::shared_ptr<FileObject> FileObject::Open(const std::string& path, DWORD acce
         SetLastError(existed && tells ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
         return file;
     }
-    SetLastError(ERROR_SHARING_VIOLATION);
-    return nullptr;
+    return FailWith(ERROR_SHARING_VIOLATION, nullptr);
 }
 } // namespace sndxposix
 
@@ -245,24 +178,17 @@ extern "C" HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share,
 {
     const auto body = [&]() -> HANDLE
     {
-        if (FailNextCall("CreateFileW"))
-        {
-            return INVALID_HANDLE_VALUE;
-        }
         constexpr std::u16string_view pipes = u"\\\\.\\pipe\\";
         if (path != nullptr && FoldCase(std::u16string_view(path).substr(0, pipes.size())) == pipes)
         {
             return OpenPipeClient(path, access, flags);
         }
         const std::string resolved = ResolveArgument(path);
-        if (resolved.empty())
-        {
-            return INVALID_HANDLE_VALUE;
-        }
-        const auto file = FileObject::Open(resolved, access, share, disposition, flags);
+        const auto file =
+            resolved.empty() ? nullptr : FileObject::Open(resolved, access, share, disposition, flags);
         return file ? InsertHandle(file) : INVALID_HANDLE_VALUE;
     };
-    return Guarded(INVALID_HANDLE_VALUE, body);
+    return Call("CreateFileW", INVALID_HANDLE_VALUE, body);
 }
 
 extern "C" BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD bytes,
@@ -271,11 +197,7 @@ extern "C" BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD 
     DWORD count = 0;
     DWORD& result = bytes == nullptr ? count : *bytes;
     result = 0;
-    if (FailNextCall("ReadFile"))
-    {
-        return FALSE;
-    }
-    const auto stream = LookupHandleAs<StreamObject>(file);
+    const auto stream = LookupHandleFor<StreamObject>("ReadFile", file);
     return stream && stream->Read(buffer, size, &result, overlapped);
 }
 
@@ -285,32 +207,20 @@ extern "C" BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWOR
     DWORD count = 0;
     DWORD& result = bytes == nullptr ? count : *bytes;
     result = 0;
-    if (FailNextCall("WriteFile"))
-    {
-        return FALSE;
-    }
-    const auto stream = LookupHandleAs<StreamObject>(file);
+    const auto stream = LookupHandleFor<StreamObject>("WriteFile", file);
     return stream && stream->Write(buffer, size, &result, overlapped);
 }
 
 extern "C" BOOL WINAPI FlushFileBuffers(HANDLE file)
 {
-    if (FailNextCall("FlushFileBuffers"))
-    {
-        return FALSE;
-    }
-    const auto stream = LookupHandleAs<StreamObject>(file);
+    const auto stream = LookupHandleFor<StreamObject>("FlushFileBuffers", file);
     return stream && stream->Flush();
 }
 
 extern "C" BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position,
                                         DWORD method)
 {
-    if (FailNextCall("SetFilePointerEx"))
-    {
-        return FALSE;
-    }
-    const auto object = LookupHandleAs<FileObject>(file);
+    const auto object = LookupHandleFor<FileObject>("SetFilePointerEx", file);
     std::int64_t reached = 0;
     if (!object || !object->Seek(distance.QuadPart, method, reached))
     {
@@ -320,50 +230,5 @@ extern "C" BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LAR
     {
         position->QuadPart = reached;
     }
-    return TRUE;
-}
-
-extern "C" DWORD WINAPI SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD method)
-{
-    if (FailNextCall("SetFilePointer"))
-    {
-        return INVALID_SET_FILE_POINTER;
-    }
-    const auto object = LookupHandleAs<FileObject>(file);
-    // With a high part the low one has no sign of its own.
-    LARGE_INTEGER offset;
-    offset.QuadPart = distance;
-    if (distanceHigh != nullptr)
-    {
-        offset.u.HighPart = *distanceHigh;
-    }
-    std::int64_t reached = 0;
-    if (!object || !object->Seek(offset.QuadPart, method, reached))
-    {
-        return INVALID_SET_FILE_POINTER;
-    }
-    offset.QuadPart = reached;
-    if (distanceHigh != nullptr)
-    {
-        *distanceHigh = offset.u.HighPart;
-    }
-    // The largest low part is a valid position, too: the last error tells it from a failure.
-    SetLastError(ERROR_SUCCESS);
-    return offset.u.LowPart;
-}
-
-extern "C" BOOL WINAPI GetFileSizeEx(HANDLE file, LARGE_INTEGER* size)
-{
-    if (FailNextCall("GetFileSizeEx"))
-    {
-        return FALSE;
-    }
-    const auto object = LookupHandleAs<FileObject>(file);
-    std::int64_t bytes = 0;
-    if (!object || !object->Size(bytes))
-    {
-        return FALSE;
-    }
-    size->QuadPart = bytes;
     return TRUE;
 }

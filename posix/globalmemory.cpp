@@ -1,6 +1,7 @@
-// Global and local blocks: GlobalAlloc and its relatives.
+// Global blocks, which local ones are as well.
 
-#include "posix/guarded.h"
+#include "posix/globalmemory.h"
+
 #include "posix/internal.h"
 #include "sndx/memory.h"
 
@@ -8,8 +9,8 @@
 #include <mutex>
 #include <unordered_map>
 
-using namespace sndxposix;
-
+namespace sndxposix
+{
 namespace
 {
 struct Block
@@ -34,6 +35,16 @@ Blocks& TheBlocks()
     return blocks;
 }
 
+// Calls use(block) for a live block. Otherwise sets the last error and returns what `failed` says.
+template <class Result, class Use>
+Result WithBlock(HGLOBAL handle, Result failed, Use use)
+{
+    Blocks& blocks = TheBlocks();
+    const std::lock_guard lock(blocks.mutex);
+    const auto found = blocks.all.find(handle);
+    return found == blocks.all.end() ? FailWith(ERROR_INVALID_HANDLE, failed) : use(found->second);
+}
+
 HGLOBAL Allocate(UINT flags, SIZE_T size)
 {
     const std::size_t bytes = size == 0 ? 1 : size; // an empty block has an address, too
@@ -42,8 +53,7 @@ HGLOBAL Allocate(UINT flags, SIZE_T size)
     if (data == nullptr || handle == nullptr)
     {
         std::free(data);
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-        return nullptr;
+        return FailWith(ERROR_NOT_ENOUGH_MEMORY, nullptr);
     }
     Blocks& blocks = TheBlocks();
     const std::lock_guard lock(blocks.mutex);
@@ -51,101 +61,73 @@ HGLOBAL Allocate(UINT flags, SIZE_T size)
     return handle;
 }
 
-// Calls use(block) for a live block. Otherwise sets the last error and returns what `failed` says.
-template <class Result, class Use>
-Result WithBlock(HGLOBAL handle, Result failed, Use use)
-{
-    Blocks& blocks = TheBlocks();
-    const std::lock_guard lock(blocks.mutex);
-    const auto found = blocks.all.find(handle);
-    if (found == blocks.all.end())
-    {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return failed;
-    }
-    return use(found->second);
-}
-
 HGLOBAL Release(HGLOBAL handle)
 {
-    if (handle == nullptr)
+    const auto release = [&](Block& block) -> HGLOBAL
     {
+        if (block.data != handle)
+        {
+            std::free(handle);
+        }
+        std::free(block.data);
+        TheBlocks().all.erase(handle);
         return nullptr;
-    }
-    return WithBlock(handle, handle,
-                     [&](Block& block) -> HGLOBAL
-                     {
-                         if (block.data != handle)
-                         {
-                             std::free(handle);
-                         }
-                         std::free(block.data);
-                         TheBlocks().all.erase(handle);
-                         return nullptr;
-                     });
+    };
+    return handle == nullptr ? nullptr : WithBlock(handle, handle, release);
 }
 } // namespace
 
+std::span<const BYTE> FindGlobalBlock(const void* handleOrAddress)
+{
+    Blocks& blocks = TheBlocks();
+    const std::lock_guard lock(blocks.mutex);
+    for (const auto& [handle, block] : blocks.all)
+    {
+        if (handle == handleOrAddress || block.data == handleOrAddress)
+        {
+            return {static_cast<const BYTE*>(block.data), block.size};
+        }
+    }
+    return {};
+}
+} // namespace sndxposix
+
+using namespace sndxposix;
+
 extern "C" HGLOBAL WINAPI GlobalAlloc(UINT flags, SIZE_T size)
 {
-    const auto body = [&]() -> HGLOBAL
-    { return FailNextCall("GlobalAlloc") ? nullptr : Allocate(flags, size); };
-    return Guarded(HGLOBAL{}, body);
+    return Guarded(HGLOBAL{}, [&] { return Allocate(flags, size); });
 }
 
 extern "C" LPVOID WINAPI GlobalLock(HGLOBAL handle)
 {
-    if (FailNextCall("GlobalLock"))
+    const auto take = [&](Block& block)
     {
-        return nullptr;
-    }
-    return WithBlock(handle, LPVOID{},
-                     [&](Block& block)
-                     {
-                         block.locks += block.data != handle ? 1 : 0; // fixed blocks count no locks
-                         return block.data;
-                     });
+        block.locks += block.data != handle ? 1 : 0; // fixed blocks count no locks
+        return block.data;
+    };
+    return FailNextCall("GlobalLock") ? nullptr : WithBlock(handle, LPVOID{}, take);
 }
 
 extern "C" BOOL WINAPI GlobalUnlock(HGLOBAL handle)
 {
-    if (FailNextCall("GlobalUnlock"))
+    const auto release = [&](Block& block) -> BOOL
     {
-        return FALSE;
-    }
-    return WithBlock(handle, BOOL{FALSE},
-                     [&](Block& block) -> BOOL
-                     {
-                         if (block.data == handle)
-                         {
-                             return TRUE;
-                         }
-                         // TRUE while locks are left; FALSE without an error for the last one.
-                         SetLastError(block.locks == 0 ? ERROR_NOT_LOCKED : ERROR_SUCCESS);
-                         block.locks -= block.locks == 0 ? 0 : 1;
-                         return block.locks != 0;
-                     });
-}
-
-extern "C" SIZE_T WINAPI GlobalSize(HGLOBAL handle)
-{
-    if (FailNextCall("GlobalSize"))
-    {
-        return 0;
-    }
-    return WithBlock(handle, SIZE_T{0}, [](const Block& block) { return block.size; });
+        if (block.data == handle)
+        {
+            return TRUE;
+        }
+        // TRUE while locks are left; FALSE without an error for the last one.
+        SetLastError(block.locks == 0 ? ERROR_NOT_LOCKED : ERROR_SUCCESS);
+        block.locks -= block.locks == 0 ? 0 : 1;
+        return block.locks != 0;
+    };
+    return FailNextCall("GlobalUnlock") ? FALSE : WithBlock(handle, BOOL{FALSE}, release);
 }
 
 extern "C" HGLOBAL WINAPI GlobalFree(HGLOBAL handle)
 {
-    return FailNextCall("GlobalFree") ? handle : Release(handle);
-}
-
-extern "C" HLOCAL WINAPI LocalAlloc(UINT flags, SIZE_T size)
-{
-    const auto body = [&]() -> HLOCAL
-    { return FailNextCall("LocalAlloc") ? nullptr : Allocate(flags, size); };
-    return Guarded(HLOCAL{}, body);
+    return Release(handle);
 }
 
 extern "C" HLOCAL WINAPI LocalFree(HLOCAL handle)

@@ -63,8 +63,7 @@ std::shared_ptr<KernelObject> LookupHandle(HANDLE handle)
             return table.entries[index];
         }
     }
-    SetLastError(ERROR_INVALID_HANDLE);
-    return nullptr;
+    return FailWith(ERROR_INVALID_HANDLE, nullptr);
 }
 
 bool RemoveHandle(HANDLE handle)
@@ -109,10 +108,5 @@ extern "C" BOOL WINAPI CloseHandle(HANDLE handle)
     {
         return TRUE;
     }
-    if (!sndxposix::RemoveHandle(handle))
-    {
-        SetLastError(ERROR_INVALID_HANDLE);
-        return FALSE;
-    }
-    return TRUE;
+    return sndxposix::RemoveHandle(handle) || sndxposix::FailWith(ERROR_INVALID_HANDLE);
 }

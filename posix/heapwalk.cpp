@@ -1,5 +1,5 @@
-// The runtime library's heap as one sum: the C library's own statistics, or the sanitizer's when it has replaced
-// the allocator.
+// The runtime library's heap as one sum: the C library's own statistics, or the sanitizer's when it has
+// replaced the allocator.
 
 #include <malloc.h>
 

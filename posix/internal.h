@@ -3,6 +3,7 @@
 // Nothing of this is visible to the product.
 
 #include <chrono>
+#include <exception>
 #include <memory>
 #include <optional>
 #include <string>
@@ -45,6 +46,41 @@ class StreamObject : public KernelObject
     virtual BOOL Flush() = 0;
 };
 
+// Sets the last error; the result is what the failed function returns.
+template <class Result = bool>
+Result FailWith(DWORD code, Result failure = Result{})
+{
+    SetLastError(code);
+    return failure;
+}
+
+// control.cpp ---------------------------------------------------------------------------------------
+// True when a test has asked that the next call of the named function fail; the last error is set then.
+// Every function of the layer that the product calls asks this first, under its Windows name.
+bool FailNextCall(const char* function);
+
+// Runs the body of a call. An exception (want of memory, in practice) becomes the given result with
+// ERROR_NOT_ENOUGH_MEMORY as last error: the callers of the layer's functions cannot take any.
+template <class Result, class Body>
+Result Guarded(Result failure, Body&& body) noexcept
+{
+    try
+    {
+        return body();
+    }
+    catch (const std::exception&)
+    {
+        return FailWith(ERROR_NOT_ENOUGH_MEMORY, failure);
+    }
+}
+
+// The same with FailNextCall in front.
+template <class Result, class Body>
+Result Call(const char* function, Result failure, Body&& body) noexcept
+{
+    return Guarded(failure, [&]() -> Result { return FailNextCall(function) ? failure : body(); });
+}
+
 // handles.cpp ---------------------------------------------------------------------------------------
 HANDLE InsertHandle(std::shared_ptr<KernelObject> object);
 // Null, with ERROR_INVALID_HANDLE as last error, when the handle names no object (of that kind).
@@ -53,11 +89,13 @@ template <class T>
 std::shared_ptr<T> LookupHandleAs(HANDLE handle)
 {
     auto object = std::dynamic_pointer_cast<T>(LookupHandle(handle));
-    if (!object)
-    {
-        SetLastError(ERROR_INVALID_HANDLE);
-    }
-    return object;
+    return object ? object : FailWith(ERROR_INVALID_HANDLE, object);
+}
+// The same for a call of the named function: null also when a test lets the call fail.
+template <class T>
+std::shared_ptr<T> LookupHandleFor(const char* function, HANDLE handle)
+{
+    return FailNextCall(function) ? nullptr : LookupHandleAs<T>(handle);
 }
 // Removes the entry; the object dies when the last user lets go. False for an unknown handle.
 bool RemoveHandle(HANDLE handle);
@@ -70,11 +108,6 @@ void NotifyWaiters();
 // CreateFileW of a path in the name space of pipes. access and flags are those of CreateFileW;
 // INVALID_HANDLE_VALUE with the last error set on failure.
 HANDLE OpenPipeClient(const WCHAR* path, DWORD access, DWORD flags);
-
-// control.cpp ---------------------------------------------------------------------------------------
-// True when a test has asked that the next call of the named function fail; the last error is set then.
-// Every function of the layer that the product calls asks this first, under its Windows name.
-bool FailNextCall(const char* function);
 
 // paths.cpp -----------------------------------------------------------------------------------------
 // The folder below which everything of this layer lives, without a trailing slash: $SENDORA_ROOT, or a

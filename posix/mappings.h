@@ -16,7 +16,6 @@ struct Mapping
     std::uintptr_t begin = 0;
     std::uintptr_t end = 0;
     char rights[4] = {};
-    bool isFile = false; // has an inode
 };
 
 // Reads the mappings one after the other, with a small buffer of its own and nothing from the heap: it is
@@ -39,18 +38,13 @@ class MappingReader
 
     bool Next(Mapping& mapping)
     {
-        mapping.begin = Number(16);
-        mapping.end = Number(16);
+        mapping.begin = Number();
+        mapping.end = Number();
         for (char& right : mapping.rights)
         {
             right = static_cast<char>(Take());
         }
-        Take();     // blank
-        Number(16); // offset in the file
-        Number(16); // device
-        Number(16);
-        mapping.isFile = Number(10) != 0;
-        int last = last_;
+        int last = 0;
         while (last != '\n' && last >= 0)
         {
             last = Take();
@@ -73,24 +67,24 @@ class MappingReader
             filled_ = count < 0 ? 0 : static_cast<std::size_t>(count);
             if (filled_ == 0)
             {
-                return last_ = -1;
+                return -1;
             }
         }
-        return last_ = static_cast<unsigned char>(buffer_[at_++]);
+        return static_cast<unsigned char>(buffer_[at_++]);
     }
-    // A number and the one character behind it.
-    std::uintptr_t Number(unsigned base)
+    // A hexadecimal number and the one character behind it.
+    std::uintptr_t Number()
     {
         std::uintptr_t value = 0;
         for (int c = Take();; c = Take())
         {
             if (c >= '0' && c <= '9')
             {
-                value = value * base + static_cast<unsigned>(c - '0');
+                value = value * 16 + static_cast<unsigned>(c - '0');
             }
-            else if (base == 16 && c >= 'a' && c <= 'f')
+            else if (c >= 'a' && c <= 'f')
             {
-                value = value * base + static_cast<unsigned>(c - 'a' + 10);
+                value = value * 16 + static_cast<unsigned>(c - 'a' + 10);
             }
             else
             {
@@ -100,7 +94,6 @@ class MappingReader
     }
 
     int file_;
-    int last_ = 0;
     std::size_t at_ = 0;
     std::size_t filled_ = 0;
     char buffer_[4096];

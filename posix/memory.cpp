@@ -2,7 +2,6 @@
 
 #include "sndx/memory.h"
 
-#include "posix/guarded.h"
 #include "posix/internal.h"
 #include "posix/mappings.h"
 
@@ -65,19 +64,13 @@ int RightsOf(DWORD protection)
     }
 }
 
-bool Fail(DWORD code)
-{
-    SetLastError(code);
-    return false;
-}
-
 // False with the last error set when the process has no descriptor left to look with.
 bool FindRegion(std::uintptr_t page, MEMORY_BASIC_INFORMATION& information)
 {
     MappingReader reader;
     if (!reader.IsOpen())
     {
-        return Fail(ErrorFromErrno(errno));
+        return FailWith(ErrorFromErrno(errno));
     }
     information = {};
     information.BaseAddress = reinterpret_cast<PVOID>(page);
@@ -100,17 +93,16 @@ bool FindRegion(std::uintptr_t page, MEMORY_BASIC_INFORMATION& information)
         information.State = MEM_COMMIT;
         information.Protect = ProtectionOf(mapping);
         information.AllocationProtect = information.Protect;
-        information.Type = mapping.rights[3] == 's' ? MEM_MAPPED : mapping.isFile ? MEM_IMAGE : MEM_PRIVATE;
         return true;
     }
     return true;
 }
 
-// Sizes of the reservations made by VirtualAlloc, which VirtualFree does not get told.
+// Sizes of what VirtualAlloc has given, which VirtualFree does not get told.
 struct Reservations
 {
     std::mutex mutex;
-    std::map<std::uintptr_t, std::size_t> sizes;
+    std::map<void*, std::size_t> sizes;
 };
 
 // Never destroyed: modules release memory in their static destructors.
@@ -144,8 +136,7 @@ extern "C" SIZE_T WINAPI VirtualQuery(LPCVOID address, MEMORY_BASIC_INFORMATION*
     const bool isUserSpace = reinterpret_cast<std::uintptr_t>(address) < endOfUserSpace;
     if (size < sizeof *information || !isUserSpace)
     {
-        SetLastError(isUserSpace ? ERROR_INSUFFICIENT_BUFFER : ERROR_INVALID_PARAMETER);
-        return 0;
+        return FailWith(isUserSpace ? ERROR_INSUFFICIENT_BUFFER : ERROR_INVALID_PARAMETER, SIZE_T{0});
     }
     const bool found = FindRegion(PageOf(address), *information);
     errno = savedErrno;
@@ -163,11 +154,11 @@ extern "C" BOOL WINAPI VirtualProtect(LPVOID address, SIZE_T size, DWORD protect
     std::size_t length = 0;
     if (oldProtection == nullptr)
     {
-        return Fail(ERROR_NOACCESS);
+        return FailWith(ERROR_NOACCESS);
     }
     if (rights < 0 || !ToPages(address, size, begin, length))
     {
-        return Fail(rights < 0 ? ERROR_INVALID_PARAMETER : ERROR_INVALID_ADDRESS);
+        return FailWith(rights < 0 ? ERROR_INVALID_PARAMETER : ERROR_INVALID_ADDRESS);
     }
     MEMORY_BASIC_INFORMATION old;
     if (!FindRegion(begin, old))
@@ -176,8 +167,8 @@ extern "C" BOOL WINAPI VirtualProtect(LPVOID address, SIZE_T size, DWORD protect
     }
     if (old.State != MEM_COMMIT || mprotect(old.BaseAddress, length, rights) != 0)
     {
-        return Fail(old.State == MEM_COMMIT && errno != ENOMEM ? ErrorFromErrno(errno)
-                                                               : ERROR_INVALID_ADDRESS);
+        return FailWith(old.State == MEM_COMMIT && errno != ENOMEM ? ErrorFromErrno(errno)
+                                                                   : ERROR_INVALID_ADDRESS);
     }
     *oldProtection = old.Protect;
     return TRUE;
@@ -187,44 +178,23 @@ extern "C" LPVOID WINAPI VirtualAlloc(LPVOID address, SIZE_T size, DWORD type, D
 {
     const auto body = [&]() -> LPVOID
     {
-        if (FailNextCall("VirtualAlloc"))
-        {
-            return nullptr;
-        }
         const int rights = RightsOf(protection);
         std::uintptr_t begin = 0;
         std::size_t length = 0;
-        if (rights < 0 || (type & (MEM_COMMIT | MEM_RESERVE)) == 0 || !ToPages(address, size, begin, length))
+        if (address != nullptr || (type & MEM_RESERVE) == 0 || rights < 0 ||
+            !ToPages(address, size, begin, length))
         {
-            SetLastError(ERROR_INVALID_PARAMETER);
-            return nullptr;
+            return FailWith(ERROR_INVALID_PARAMETER, nullptr);
+        }
+        void* const block = mmap(nullptr, length, (type & MEM_COMMIT) != 0 ? rights : PROT_NONE,
+                                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        if (block == MAP_FAILED)
+        {
+            return FailWith(ERROR_NOT_ENOUGH_MEMORY, nullptr);
         }
         Reservations& reservations = TheReservations();
         const std::lock_guard lock(reservations.mutex);
-        if (address != nullptr && (type & MEM_RESERVE) == 0)
-        {
-            const auto next = reservations.sizes.upper_bound(begin);
-            const auto found =
-                next == reservations.sizes.begin() ? reservations.sizes.end() : std::prev(next);
-            if (found == reservations.sizes.end() || begin + length > found->first + found->second ||
-                mprotect(reinterpret_cast<void*>(begin), length, rights) != 0)
-            {
-                SetLastError(ERROR_INVALID_ADDRESS);
-                return nullptr;
-            }
-            return reinterpret_cast<LPVOID>(begin);
-        }
-        void* const block =
-            mmap(address == nullptr ? nullptr : reinterpret_cast<void*>(begin), length,
-                 (type & MEM_COMMIT) != 0 ? rights : PROT_NONE,
-                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | (address == nullptr ? 0 : MAP_FIXED_NOREPLACE),
-                 -1, 0);
-        if (block == MAP_FAILED)
-        {
-            SetLastError(errno == EEXIST ? ERROR_INVALID_ADDRESS : ERROR_NOT_ENOUGH_MEMORY);
-            return nullptr;
-        }
-        reservations.sizes[reinterpret_cast<std::uintptr_t>(block)] = length;
+        reservations.sizes[block] = length;
         return block;
     };
     return Guarded(LPVOID{}, body);
@@ -232,54 +202,25 @@ extern "C" LPVOID WINAPI VirtualAlloc(LPVOID address, SIZE_T size, DWORD type, D
 
 extern "C" BOOL WINAPI VirtualFree(LPVOID address, SIZE_T size, DWORD type)
 {
-    if (FailNextCall("VirtualFree"))
-    {
-        return FALSE;
-    }
     Reservations& reservations = TheReservations();
     const std::lock_guard lock(reservations.mutex);
-    if (type == MEM_RELEASE)
+    const auto found = reservations.sizes.find(address);
+    if (size != 0 || type != MEM_RELEASE || found == reservations.sizes.end())
     {
-        const auto found = reservations.sizes.find(reinterpret_cast<std::uintptr_t>(address));
-        if (size != 0 || found == reservations.sizes.end())
-        {
-            return Fail(size != 0 ? ERROR_INVALID_PARAMETER : ERROR_INVALID_ADDRESS);
-        }
-        munmap(address, found->second);
-        reservations.sizes.erase(found);
-        return TRUE;
+        return FailWith(ERROR_INVALID_PARAMETER);
     }
-    std::uintptr_t begin = 0;
-    std::size_t length = 0;
-    if (type != MEM_DECOMMIT || !ToPages(address, size, begin, length))
-    {
-        return Fail(ERROR_INVALID_PARAMETER);
-    }
-    // The pages' contents go, the address range stays.
-    void* const block = mmap(reinterpret_cast<void*>(begin), length, PROT_NONE,
-                             MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0);
-    return block != MAP_FAILED || Fail(ErrorFromErrno(errno));
+    munmap(address, found->second);
+    reservations.sizes.erase(found);
+    return TRUE;
 }
 
 extern "C" void* _aligned_malloc(std::size_t size, std::size_t alignment)
 {
-    if (FailNextCall("_aligned_malloc"))
-    {
-        return nullptr;
-    }
-    if (alignment == 0 || (alignment & (alignment - 1)) != 0)
-    {
-        errno = EINVAL;
-        return nullptr;
-    }
     void* block = nullptr;
-    const int error = posix_memalign(&block, std::max(alignment, sizeof(void*)), size);
-    if (error != 0)
-    {
-        errno = error;
-        return nullptr;
-    }
-    return block;
+    return !FailNextCall("_aligned_malloc") &&
+                   posix_memalign(&block, std::max(alignment, sizeof(void*)), size) == 0
+               ? block
+               : nullptr;
 }
 
 extern "C" void _aligned_free(void* block)
@@ -300,20 +241,14 @@ extern "C" LPVOID WINAPI HeapAlloc(HANDLE heap, DWORD flags, SIZE_T size)
     {
         return nullptr;
     }
-    // No size is too small for a block of its own.
-    const SIZE_T bytes = size == 0 ? 1 : size;
-    return (flags & HEAP_ZERO_MEMORY) != 0 ? std::calloc(1, bytes) : std::malloc(bytes);
+    return (flags & HEAP_ZERO_MEMORY) != 0 ? std::calloc(1, size) : std::malloc(size);
 }
 
 extern "C" BOOL WINAPI HeapFree(HANDLE heap, DWORD /*flags*/, LPVOID block)
 {
-    if (FailNextCall("HeapFree"))
-    {
-        return FALSE;
-    }
     if (heap != GetProcessHeap())
     {
-        return Fail(ERROR_INVALID_HANDLE);
+        return FailWith(ERROR_INVALID_HANDLE);
     }
     std::free(block);
     return TRUE;

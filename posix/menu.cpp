@@ -8,16 +8,12 @@
 #include <string>
 #include <vector>
 
-#include "posix/guarded.h"
 #include "posix/internal.h"
 
 namespace sndxposix
 {
 namespace
 {
-// Bounds the search through sub-menus; a menu that was put below itself has no end.
-constexpr int maximumDepth = 25;
-
 struct MenuItem
 {
     UINT flags = 0;
@@ -42,84 +38,31 @@ MenuTable& Table()
     return table;
 }
 
-// Looks a menu up, under the table's lock; null, with the last error set, for what is no menu.
-Menu* FindMenu(MenuTable& table, HMENU handle)
-{
-    const auto found = table.menus.find(handle);
-    if (found == table.menus.end())
-    {
-        SetLastError(ERROR_INVALID_MENU_HANDLE);
-        return nullptr;
-    }
-    return &found->second;
-}
-
-struct ItemPlace
-{
-    Menu* menu = nullptr;
-    std::size_t position = 0;
-};
-
-// By command, sub-menus are searched as well, each where it stands.
-ItemPlace FindCommand(MenuTable& table, Menu& menu, UINT id, int depth = 0)
-{
-    for (std::size_t position = 0; position < menu.size(); ++position)
-    {
-        const MenuItem& item = menu[position];
-        if (item.popup == nullptr && item.id == id)
-        {
-            return {&menu, position};
-        }
-        const auto popup = table.menus.find(item.popup);
-        if (popup != table.menus.end() && depth < maximumDepth)
-        {
-            const ItemPlace place = FindCommand(table, popup->second, id, depth + 1);
-            if (place.menu != nullptr)
-            {
-                return place;
-            }
-        }
-    }
-    return {};
-}
-
-// Runs use(item) on an item; `failure` when the menu or the item is missing.
+// Runs use(table, menu) under the table's lock; `failure`, with the last error set, for what is no menu.
 template <class Result, class Use>
-Result WithItem(HMENU handle, UINT item, UINT flags, Result failure, Use&& use)
+Result WithMenu(HMENU handle, Result failure, Use&& use)
 {
-    return Guarded(failure,
-                   [&]
-                   {
-                       MenuTable& table = Table();
-                       const std::lock_guard lock(table.mutex);
-                       Menu* const menu = FindMenu(table, handle);
-                       if (menu == nullptr)
-                       {
-                           return failure;
-                       }
-                       const ItemPlace place = (flags & MF_BYPOSITION) != 0 ? ItemPlace{menu, item}
-                                                                            : FindCommand(table, *menu, item);
-                       if (place.menu == nullptr || place.position >= place.menu->size())
-                       {
-                           SetLastError(ERROR_MENU_ITEM_NOT_FOUND);
-                           return failure;
-                       }
-                       return use(table, (*place.menu)[place.position]);
-                   });
+    const auto body = [&]() -> Result
+    {
+        MenuTable& table = Table();
+        const std::lock_guard lock(table.mutex);
+        const auto found = table.menus.find(handle);
+        return found == table.menus.end() ? FailWith(ERROR_INVALID_MENU_HANDLE, failure)
+                                          : use(table, found->second);
+    };
+    return Guarded(failure, body);
 }
 
-HMENU NewMenu()
+// Runs use(table, item) on the item at the position.
+template <class Result, class Use>
+Result WithItem(HMENU handle, UINT position, Result failure, Use&& use)
 {
-    return Guarded(HMENU{},
-                   []
-                   {
-                       MenuTable& table = Table();
-                       const std::lock_guard lock(table.mutex);
-                       // Values are not used twice, so that a destroyed menu stays invalid.
-                       const HMENU handle = reinterpret_cast<HMENU>(0x10001 + 2 * table.next++);
-                       table.menus.try_emplace(handle);
-                       return handle;
-                   });
+    const auto body = [&](MenuTable& table, const Menu& menu) -> Result
+    {
+        return position >= menu.size() ? FailWith(ERROR_MENU_ITEM_NOT_FOUND, failure)
+                                       : use(table, menu[position]);
+    };
+    return WithMenu(handle, failure, body);
 }
 
 void Destroy(MenuTable& table, HMENU handle)
@@ -141,78 +84,52 @@ void Destroy(MenuTable& table, HMENU handle)
 
 using namespace sndxposix;
 
-extern "C" HMENU WINAPI CreateMenu()
-{
-    return NewMenu();
-}
-
 extern "C" HMENU WINAPI CreatePopupMenu()
 {
-    return FailNextCall("CreatePopupMenu") ? nullptr : NewMenu();
+    const auto body = []
+    {
+        MenuTable& table = Table();
+        const std::lock_guard lock(table.mutex);
+        // Values are not used twice, so that a destroyed menu stays invalid.
+        const HMENU handle = reinterpret_cast<HMENU>(0x10001 + 2 * table.next++);
+        table.menus.try_emplace(handle);
+        return handle;
+    };
+    return Call("CreatePopupMenu", HMENU{}, body);
 }
 
-extern "C" BOOL WINAPI DestroyMenu(HMENU menu)
+extern "C" BOOL WINAPI DestroyMenu(HMENU handle)
 {
-    if (FailNextCall("DestroyMenu"))
+    const auto destroy = [&](MenuTable& table, Menu&)
     {
-        return FALSE;
-    }
-    MenuTable& table = Table();
-    const std::lock_guard lock(table.mutex);
-    if (FindMenu(table, menu) == nullptr)
-    {
-        return FALSE;
-    }
-    Destroy(table, menu);
-    return TRUE;
+        Destroy(table, handle);
+        return TRUE;
+    };
+    return FailNextCall("DestroyMenu") ? FALSE : WithMenu(handle, FALSE, destroy);
 }
 
 extern "C" BOOL WINAPI InsertMenuW(HMENU handle, UINT position, UINT flags, UINT_PTR id, LPCWSTR text)
 {
-    if (FailNextCall("InsertMenuW"))
+    const auto insert = [&](MenuTable& table, Menu& menu) -> BOOL
     {
-        return FALSE;
+        MenuItem item{flags & MF_POPUP, id, nullptr, text == nullptr ? u"" : text};
+        if ((flags & MF_POPUP) != 0)
+        {
+            item.popup = reinterpret_cast<HMENU>(id);
+            if (!table.menus.contains(item.popup))
+            {
+                return FailWith(ERROR_INVALID_MENU_HANDLE);
+            }
+        }
+        const auto at = static_cast<std::ptrdiff_t>(std::min<std::size_t>(position, menu.size()));
+        menu.insert(menu.begin() + at, std::move(item));
+        return TRUE;
+    };
+    if ((flags & MF_BYPOSITION) == 0)
+    {
+        return FailWith(ERROR_INVALID_PARAMETER);
     }
-    return Guarded(BOOL{FALSE},
-                   [&]
-                   {
-                       MenuTable& table = Table();
-                       const std::lock_guard lock(table.mutex);
-                       Menu* const menu = FindMenu(table, handle);
-                       if (menu == nullptr)
-                       {
-                           return FALSE;
-                       }
-                       MenuItem item;
-                       item.flags = flags & (MF_GRAYED | MF_POPUP | MF_SEPARATOR);
-                       item.id = id;
-                       if ((flags & MF_POPUP) != 0)
-                       {
-                           item.popup = reinterpret_cast<HMENU>(id);
-                           if (FindMenu(table, item.popup) == nullptr)
-                           {
-                               return FALSE;
-                           }
-                       }
-                       if ((flags & MF_SEPARATOR) == 0 && text != nullptr)
-                       {
-                           item.text = text;
-                       }
-                       ItemPlace place = {menu, position};
-                       if ((flags & MF_BYPOSITION) == 0 && position != 0xFFFFFFFFu)
-                       {
-                           place = FindCommand(table, *menu, position);
-                           if (place.menu == nullptr)
-                           {
-                               SetLastError(ERROR_MENU_ITEM_NOT_FOUND);
-                               return FALSE;
-                           }
-                       }
-                       const std::size_t at = std::min(place.position, place.menu->size());
-                       place.menu->insert(place.menu->begin() + static_cast<std::ptrdiff_t>(at),
-                                          std::move(item));
-                       return TRUE;
-                   });
+    return FailNextCall("InsertMenuW") ? FALSE : WithMenu(handle, FALSE, insert);
 }
 
 extern "C" BOOL WINAPI AppendMenuW(HMENU menu, UINT flags, UINT_PTR id, LPCWSTR text)
@@ -222,53 +139,49 @@ extern "C" BOOL WINAPI AppendMenuW(HMENU menu, UINT flags, UINT_PTR id, LPCWSTR 
 
 extern "C" int WINAPI GetMenuItemCount(HMENU handle)
 {
-    MenuTable& table = Table();
-    const std::lock_guard lock(table.mutex);
-    const Menu* const menu = FindMenu(table, handle);
-    return menu == nullptr ? -1 : static_cast<int>(menu->size());
+    return WithMenu(handle, -1, [](MenuTable&, const Menu& menu) { return static_cast<int>(menu.size()); });
 }
 
 extern "C" UINT WINAPI GetMenuItemID(HMENU menu, int position)
 {
-    return WithItem(menu, static_cast<UINT>(position), MF_BYPOSITION, 0xFFFFFFFFu,
-                    [](MenuTable&, const MenuItem& item)
-                    { return item.popup != nullptr ? 0xFFFFFFFFu : static_cast<UINT>(item.id); });
+    const auto identifier = [](MenuTable&, const MenuItem& item)
+    { return item.popup != nullptr ? 0xFFFFFFFFu : static_cast<UINT>(item.id); };
+    return WithItem(menu, static_cast<UINT>(position), 0xFFFFFFFFu, identifier);
 }
 
-extern "C" int WINAPI GetMenuStringW(HMENU menu, UINT item, LPWSTR text, int capacity, UINT flags)
+extern "C" int WINAPI GetMenuStringW(HMENU menu, UINT position, LPWSTR text, int capacity, UINT /*flags*/)
 {
-    if (text != nullptr && capacity > 0)
+    const bool hasRoom = text != nullptr && capacity > 0;
+    if (hasRoom)
     {
         text[0] = 0;
     }
-    return WithItem(menu, item, flags, 0,
-                    [&](MenuTable&, const MenuItem& found)
-                    {
-                        if (text == nullptr || capacity <= 0)
-                        {
-                            return static_cast<int>(found.text.size());
-                        }
-                        const std::size_t length =
-                            std::min(found.text.size(), static_cast<std::size_t>(capacity) - 1);
-                        std::copy_n(found.text.begin(), length, text);
-                        text[length] = 0;
-                        return static_cast<int>(length);
-                    });
+    const auto copy = [&](MenuTable&, const MenuItem& item)
+    {
+        std::size_t length = item.text.size();
+        if (hasRoom)
+        {
+            length = item.text.copy(text, static_cast<std::size_t>(capacity) - 1);
+            text[length] = 0;
+        }
+        return static_cast<int>(length);
+    };
+    return WithItem(menu, position, 0, copy);
 }
 
 extern "C" HMENU WINAPI GetSubMenu(HMENU menu, int position)
 {
-    return WithItem(menu, static_cast<UINT>(position), MF_BYPOSITION, HMENU{},
+    return WithItem(menu, static_cast<UINT>(position), HMENU{},
                     [](MenuTable&, const MenuItem& item) { return item.popup; });
 }
 
-extern "C" UINT WINAPI GetMenuState(HMENU menu, UINT item, UINT flags)
+extern "C" UINT WINAPI GetMenuState(HMENU menu, UINT position, UINT /*flags*/)
 {
-    return WithItem(menu, item, flags, 0xFFFFFFFFu,
-                    [](MenuTable& table, const MenuItem& found)
-                    {
-                        const auto popup = table.menus.find(found.popup);
-                        const std::size_t items = popup == table.menus.end() ? 0 : popup->second.size();
-                        return found.flags | static_cast<UINT>(items & 0xFF) << 8;
-                    });
+    const auto state = [](MenuTable& table, const MenuItem& item)
+    {
+        const auto popup = table.menus.find(item.popup);
+        const std::size_t items = popup == table.menus.end() ? 0 : popup->second.size();
+        return item.flags | static_cast<UINT>(items & 0xFF) << 8;
+    };
+    return WithItem(menu, position, 0xFFFFFFFFu, state);
 }

@@ -12,7 +12,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "posix/idle.h"
+#include "posix/environment.h"
 #include "posix/waiting.h"
 #include "sndx/processes.h"
 
@@ -75,16 +75,6 @@ Queue& QueueOfThisThread()
         queues.byThread[own->thread] = own->queue;
     }
     return *own->queue;
-}
-
-void Post(Queue& queue, UINT message, WPARAM wParam, LPARAM lParam)
-{
-    {
-        const std::lock_guard lock(queue.mutex);
-        queue.messages.push_back({nullptr, message, wParam, lParam, GetTickCount(), {0, 0}});
-        queue.hasNew = true;
-    }
-    NotifyWaiters();
 }
 
 // first and last 0 let every message through; WM_QUIT always passes.
@@ -165,10 +155,6 @@ using namespace sndxposix;
 
 extern "C" BOOL WINAPI GetMessageW(LPMSG message, HWND, UINT first, UINT last)
 {
-    if (FailNextCall("GetMessageW"))
-    {
-        return -1;
-    }
     // Without bound: a message ends it.
     WaitUntil(
         [&]
@@ -186,42 +172,24 @@ extern "C" BOOL WINAPI GetMessageW(LPMSG message, HWND, UINT first, UINT last)
 
 extern "C" BOOL WINAPI PeekMessageW(LPMSG message, HWND, UINT first, UINT last, UINT remove)
 {
-    if (FailNextCall("PeekMessageW"))
-    {
-        return FALSE;
-    }
     return Take(*message, first, last, (remove & PM_REMOVE) != 0) ? TRUE : FALSE;
-}
-
-extern "C" BOOL WINAPI WaitMessage()
-{
-    return MsgWaitForMultipleObjects(0, nullptr, FALSE, INFINITE, QS_ALLINPUT) == WAIT_OBJECT_0 ? TRUE
-                                                                                                : FALSE;
 }
 
 extern "C" BOOL WINAPI PostThreadMessageW(DWORD thread, UINT message, WPARAM wParam, LPARAM lParam)
 {
-    if (FailNextCall("PostThreadMessageW"))
-    {
-        return FALSE;
-    }
-    std::shared_ptr<Queue> queue;
     {
         Queues& queues = TheQueues();
         const std::lock_guard lock(queues.mutex);
         const auto found = queues.byThread.find(thread);
         if (found == queues.byThread.end())
         {
-            SetLastError(ERROR_INVALID_THREAD_ID);
-            return FALSE;
+            return FailWith(ERROR_INVALID_THREAD_ID);
         }
-        queue = found->second;
+        Queue& queue = *found->second;
+        const std::lock_guard queueLock(queue.mutex);
+        queue.messages.push_back({nullptr, message, wParam, lParam, GetTickCount(), {0, 0}});
+        queue.hasNew = true;
     }
-    Post(*queue, message, wParam, lParam);
+    NotifyWaiters();
     return TRUE;
-}
-
-extern "C" void WINAPI PostQuitMessage(int code)
-{
-    Post(QueueOfThisThread(), WM_QUIT, static_cast<WPARAM>(code), 0);
 }

@@ -26,10 +26,8 @@ constexpr Message messages[] = {
     {ERROR_INVALID_HANDLE, u"The handle is not valid."},
     {ERROR_NOT_ENOUGH_MEMORY, u"There is not enough memory for this operation."},
     {ERROR_OUTOFMEMORY, u"There is not enough memory to finish this operation."},
-    {ERROR_NO_MORE_FILES, u"There are no further files."},
     {ERROR_GEN_FAILURE, u"A device does not work."},
     {ERROR_SHARING_VIOLATION, u"Another program has the file open."},
-    {ERROR_HANDLE_EOF, u"The end of the file has been reached."},
     {ERROR_FILE_EXISTS, u"The file exists."},
     {ERROR_INVALID_PARAMETER, u"A parameter is wrong."},
     {ERROR_BROKEN_PIPE, u"The other end of the pipe has been closed."},
@@ -39,18 +37,14 @@ constexpr Message messages[] = {
     {ERROR_INVALID_NAME, u"The name is not valid."},
     {ERROR_MOD_NOT_FOUND, u"The module was not found."},
     {ERROR_PROC_NOT_FOUND, u"The function was not found."},
-    {ERROR_NEGATIVE_SEEK, u"The position is before the beginning of the file."},
     {ERROR_DIR_NOT_EMPTY, u"The folder is not empty."},
-    {ERROR_NOT_LOCKED, u"The memory block is not locked."},
     {ERROR_ALREADY_EXISTS, u"There is already something with this name."},
     {ERROR_BAD_EXE_FORMAT, u"The file is not a valid program."},
-    {ERROR_ENVVAR_NOT_FOUND, u"The environment variable does not exist."},
     {ERROR_PIPE_BUSY, u"All instances of the pipe are in use."},
     {ERROR_NO_DATA, u"The pipe is being closed."},
     {ERROR_PIPE_NOT_CONNECTED, u"There is no process at the other end of the pipe."},
     {ERROR_MORE_DATA, u"There is more data."},
     {ERROR_NO_MORE_ITEMS, u"There are no further items."},
-    {ERROR_DIRECTORY, u"The name is not that of a folder."},
     {ERROR_NOT_OWNER, u"The object belongs to another thread."},
     {ERROR_MR_MID_NOT_FOUND, u"There is no message text for this number."},
     {ERROR_INVALID_ADDRESS, u"The address is not valid."},
@@ -60,7 +54,6 @@ constexpr Message messages[] = {
     {ERROR_IO_INCOMPLETE, u"The transfer has not ended."},
     {ERROR_IO_PENDING, u"The transfer goes on."},
     {ERROR_NOACCESS, u"Memory cannot be accessed there."},
-    {ERROR_INVALID_FLAGS, u"The flags are not valid."},
     {ERROR_NO_UNICODE_TRANSLATION, u"A character has no counterpart in the other character set."},
     {ERROR_DLL_INIT_FAILED, u"The module could not be initialised."},
     {ERROR_OLD_WIN_VERSION, u"The program needs a newer system."},
@@ -84,14 +77,12 @@ extern "C" DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID /*source*/, DWORD co
     constexpr DWORD required = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
     if (buffer == nullptr || (flags & required) != required)
     {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
+        return FailWith(ERROR_INVALID_PARAMETER, DWORD{0});
     }
     const std::u16string_view text = FindMessage(code);
     if (text.empty())
     {
-        SetLastError(ERROR_MR_MID_NOT_FOUND);
-        return 0;
+        return FailWith(ERROR_MR_MID_NOT_FOUND, DWORD{0});
     }
     const std::size_t length = text.size() + 2;
     LPWSTR target = buffer;
@@ -99,7 +90,7 @@ extern "C" DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID /*source*/, DWORD co
     {
         // size is then the least number of units of the block.
         target = static_cast<LPWSTR>(
-            LocalAlloc(LMEM_FIXED, std::max<std::size_t>(length + 1, size) * sizeof(WCHAR)));
+            GlobalAlloc(GMEM_FIXED, std::max<std::size_t>(length + 1, size) * sizeof(WCHAR)));
         *reinterpret_cast<LPWSTR*>(buffer) = target;
         if (target == nullptr)
         {
@@ -108,8 +99,7 @@ extern "C" DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID /*source*/, DWORD co
     }
     else if (size <= length)
     {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return 0;
+        return FailWith(ERROR_INSUFFICIENT_BUFFER, DWORD{0});
     }
     text.copy(target, text.size());
     target[length - 2] = u'\r';

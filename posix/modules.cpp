@@ -2,7 +2,6 @@
 
 #include "sndx/modules.h"
 
-#include "posix/guarded.h"
 #include "posix/internal.h"
 
 #include <algorithm>
@@ -163,16 +162,14 @@ HMODULE Load(std::u16string_view name)
     const std::string path = FindFile(name);
     if (path.empty())
     {
-        SetLastError(ERROR_MOD_NOT_FOUND);
-        return nullptr;
+        return FailWith(ERROR_MOD_NOT_FOUND, nullptr);
     }
     void* const library = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     link_map* map = nullptr;
     if (library == nullptr || dlinfo(library, RTLD_DI_LINKMAP, &map) != 0)
     {
         // No shared library, or one that needs another that is missing; dlerror() tells which.
-        SetLastError(ERROR_BAD_EXE_FORMAT);
-        return nullptr;
+        return FailWith(ERROR_BAD_EXE_FORMAT, nullptr);
     }
     const auto handle = reinterpret_cast<HMODULE>(map->l_addr);
     if (Module* const loaded = loader.Find(handle))
@@ -192,61 +189,47 @@ HMODULE Load(std::u16string_view name)
     entry(handle, DLL_PROCESS_DETACH, nullptr);
     std::erase_if(loader.modules, [&](const Module& module) { return module.handle == handle; });
     dlclose(library);
-    SetLastError(ERROR_DLL_INIT_FAILED);
-    return nullptr;
+    return FailWith(ERROR_DLL_INIT_FAILED, nullptr);
+}
+
+// Runs use(loader, module) under the loader's lock. `failure`, with the last error set, for what is no loaded
+// module.
+template <class Result, class Use>
+Result WithModule(const char* function, HMODULE handle, Result failure, Use&& use)
+{
+    const auto body = [&]() -> Result
+    {
+        Loader& loader = TheLoader();
+        const std::lock_guard lock(loader.mutex);
+        Module* const module = loader.Find(handle);
+        return module == nullptr ? FailWith(ERROR_MOD_NOT_FOUND, failure) : use(loader, *module);
+    };
+    return Call(function, failure, body);
 }
 } // namespace
 
 extern "C" HMODULE WINAPI LoadLibraryW(LPCWSTR path)
 {
-    const auto body = [&]() -> HMODULE
-    {
-        if (FailNextCall("LoadLibraryW"))
-        {
-            return nullptr;
-        }
-        return Load(path == nullptr ? u"" : path);
-    };
-    return Guarded(HMODULE{}, body);
+    return Guarded(HMODULE{}, [&] { return Load(path); });
 }
 
 extern "C" HMODULE WINAPI LoadLibraryA(LPCSTR path)
 {
-    const auto body = [&]() -> HMODULE
-    {
-        if (FailNextCall("LoadLibraryA"))
-        {
-            return nullptr;
-        }
-        return Load(Utf16(path == nullptr ? "" : path));
-    };
-    return Guarded(HMODULE{}, body);
+    return Call("LoadLibraryA", HMODULE{}, [&] { return Load(Utf16(path)); });
 }
 
 extern "C" BOOL WINAPI FreeLibrary(HMODULE handle)
 {
-    const auto body = [&]() -> BOOL
+    const auto release = [&](Loader& loader, Module& module)
     {
-        if (FailNextCall("FreeLibrary"))
-        {
-            return FALSE;
-        }
-        Loader& loader = TheLoader();
-        const std::lock_guard lock(loader.mutex);
-        Module* const module = loader.Find(handle);
-        if (module == nullptr)
-        {
-            SetLastError(ERROR_MOD_NOT_FOUND);
-            return FALSE;
-        }
         // The program and the pseudo modules stay, however often they are freed.
-        if (module->uses > 1 || module->library == nullptr || handle == ProgramHandle())
+        if (module.uses > 1 || module.library == nullptr || module.handle == ProgramHandle())
         {
-            module->uses -= module->uses > 1 ? 1 : 0;
+            module.uses -= module.uses > 1 ? 1 : 0;
             return TRUE;
         }
-        void* const library = module->library;
-        if (const EntryPoint entry = std::exchange(module->entry, nullptr))
+        void* const library = module.library;
+        if (const EntryPoint entry = std::exchange(module.entry, nullptr))
         {
             entry(handle, DLL_PROCESS_DETACH, nullptr);
         }
@@ -255,43 +238,24 @@ extern "C" BOOL WINAPI FreeLibrary(HMODULE handle)
         std::erase_if(loader.modules, [&](const Module& gone) { return gone.handle == handle; });
         return TRUE;
     };
-    return Guarded(BOOL{}, body);
+    return WithModule("FreeLibrary", handle, FALSE, release);
 }
 
 extern "C" FARPROC WINAPI GetProcAddress(HMODULE handle, LPCSTR name)
 {
-    const auto body = [&]() -> FARPROC
+    const auto find = [&](Loader&, const Module& module)
     {
-        if (FailNextCall("GetProcAddress"))
-        {
-            return nullptr;
-        }
-        Loader& loader = TheLoader();
-        const std::lock_guard lock(loader.mutex);
-        const Module* const module = loader.Find(handle == nullptr ? ProgramHandle() : handle);
-        if (module == nullptr)
-        {
-            SetLastError(ERROR_MOD_NOT_FOUND);
-            return nullptr;
-        }
-        void* const address = module->library == nullptr ? nullptr : dlsym(module->library, name);
-        if (address == nullptr)
-        {
-            SetLastError(ERROR_PROC_NOT_FOUND);
-        }
-        return reinterpret_cast<FARPROC>(address);
+        void* const address = module.library == nullptr ? nullptr : dlsym(module.library, name);
+        return address == nullptr ? FailWith(ERROR_PROC_NOT_FOUND, FARPROC{})
+                                  : reinterpret_cast<FARPROC>(address);
     };
-    return Guarded(FARPROC{}, body);
+    return WithModule("GetProcAddress", handle, FARPROC{}, find);
 }
 
 extern "C" HMODULE WINAPI GetModuleHandleW(LPCWSTR name)
 {
     const auto body = [&]() -> HMODULE
     {
-        if (FailNextCall("GetModuleHandleW"))
-        {
-            return nullptr;
-        }
         if (name == nullptr)
         {
             return ProgramHandle();
@@ -299,65 +263,32 @@ extern "C" HMODULE WINAPI GetModuleHandleW(LPCWSTR name)
         Loader& loader = TheLoader();
         const std::lock_guard lock(loader.mutex);
         const Module* const module = FindByName(loader, name);
-        if (module == nullptr)
-        {
-            SetLastError(ERROR_MOD_NOT_FOUND);
-        }
-        return module == nullptr ? nullptr : module->handle;
+        return module == nullptr ? FailWith(ERROR_MOD_NOT_FOUND, HMODULE{}) : module->handle;
     };
-    return Guarded(HMODULE{}, body);
+    return Call("GetModuleHandleW", HMODULE{}, body);
 }
 
 extern "C" DWORD WINAPI GetModuleFileNameW(HMODULE handle, LPWSTR buffer, DWORD size)
 {
-    const auto body = [&]() -> DWORD
+    const auto copy = [&](Loader&, const Module& module)
     {
-        if (FailNextCall("GetModuleFileNameW"))
+        if (size > module.path.size())
         {
-            return 0;
+            buffer[module.path.copy(buffer, size)] = 0;
+            return static_cast<DWORD>(module.path.size());
         }
-        Loader& loader = TheLoader();
-        const std::lock_guard lock(loader.mutex);
-        const Module* const module = loader.Find(handle == nullptr ? ProgramHandle() : handle);
-        if (module == nullptr)
+        if (size > 0)
         {
-            SetLastError(ERROR_MOD_NOT_FOUND);
-            return 0;
+            buffer[module.path.copy(buffer, size - 1)] = 0;
         }
-        if (size <= module->path.size())
-        {
-            if (size > 0)
-            {
-                module->path.copy(buffer, size - 1);
-                buffer[size - 1] = 0;
-            }
-            SetLastError(ERROR_INSUFFICIENT_BUFFER);
-            return size;
-        }
-        module->path.copy(buffer, module->path.size());
-        buffer[module->path.size()] = 0;
-        return static_cast<DWORD>(module->path.size());
+        return FailWith(ERROR_INSUFFICIENT_BUFFER, size);
     };
-    return Guarded(DWORD{}, body);
+    return WithModule("GetModuleFileNameW", handle == nullptr ? ProgramHandle() : handle, DWORD{0}, copy);
 }
 
 extern "C" BOOL WINAPI DisableThreadLibraryCalls(HMODULE handle)
 {
-    const auto body = [&]() -> BOOL
-    {
-        if (FailNextCall("DisableThreadLibraryCalls"))
-        {
-            return FALSE;
-        }
-        // Nothing to switch off: the layer tells no module of threads.
-        Loader& loader = TheLoader();
-        const std::lock_guard lock(loader.mutex);
-        if (loader.Find(handle) == nullptr)
-        {
-            SetLastError(ERROR_MOD_NOT_FOUND);
-            return FALSE;
-        }
-        return TRUE;
-    };
-    return Guarded(BOOL{}, body);
+    // Nothing to switch off: the layer tells no module of threads.
+    return WithModule("DisableThreadLibraryCalls", handle, FALSE,
+                      [](Loader&, const Module&) { return TRUE; });
 }

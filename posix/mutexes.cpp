@@ -80,10 +80,10 @@ class MutexObject : public KernelObject, public std::enable_shared_from_this<Mut
 bool MutexObject::ExchangeOwnedMark(bool owned)
 {
     std::uint8_t mark = 0;
-    ReadAt(file_->Descriptor(), &mark, sizeof mark, objectDataOffset);
+    ReadAt(file_->File(), &mark, sizeof mark, objectDataOffset);
     const bool was = mark != 0;
     mark = owned ? 1 : 0;
-    WriteAt(file_->Descriptor(), &mark, sizeof mark, objectDataOffset);
+    WriteAt(file_->File(), &mark, sizeof mark, objectDataOffset);
     return was;
 }
 
@@ -98,7 +98,7 @@ std::optional<DWORD> MutexObject::TryWait()
             ++depth_;
             return WAIT_OBJECT_0;
         }
-        if (owner_ != 0 || (file_ && !SetByteLock(file_->Descriptor(), ownerByte, F_WRLCK)))
+        if (owner_ != 0 || (file_ && !SetByteLock(file_->File(), ownerByte, F_WRLCK)))
         {
             return std::nullopt;
         }
@@ -131,7 +131,7 @@ bool MutexObject::Release()
         if (file_)
         {
             ExchangeOwnedMark(false);
-            SetByteLock(file_->Descriptor(), ownerByte, F_UNLCK);
+            SetByteLock(file_->File(), ownerByte, F_UNLCK);
         }
     }
     {
@@ -159,7 +159,7 @@ void MutexObject::Abandon(pid_t thread)
     depth_ = 0;
     if (file_)
     {
-        SetByteLock(file_->Descriptor(), ownerByte, F_UNLCK); // the mark stays
+        SetByteLock(file_->File(), ownerByte, F_UNLCK); // the mark stays
     }
     else
     {
@@ -227,38 +227,30 @@ using namespace sndxposix;
 
 extern "C" HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES, BOOL initialOwner, LPCWSTR name)
 {
-    if (FailNextCall("CreateMutexW"))
+    const auto body = [&]() -> HANDLE
     {
-        return nullptr;
-    }
-    bool existed = false;
-    const auto object = name == nullptr || *name == 0 ? std::make_shared<MutexObject>(nullptr)
-                                                      : EnterNamed(name, NamedFile::Access::Create, existed);
-    if (!object)
-    {
-        return nullptr;
-    }
-    if (initialOwner && !existed)
-    {
-        // A waiter of another process may have been faster by a hair; then the mutex is that one's.
-        object->TryWait();
-    }
-    const HANDLE handle = InsertHandle(object);
-    SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
-    return handle;
+        bool existed = false;
+        const auto object = name == nullptr || *name == 0
+                                ? std::make_shared<MutexObject>(nullptr)
+                                : EnterNamed(name, NamedFile::Access::Create, existed);
+        if (!object)
+        {
+            return nullptr;
+        }
+        if (initialOwner && !existed)
+        {
+            // A waiter of another process may have been faster by a hair; then the mutex is that one's.
+            object->TryWait();
+        }
+        const HANDLE handle = InsertHandle(object);
+        SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+        return handle;
+    };
+    return Call("CreateMutexW", HANDLE{}, body);
 }
 
 extern "C" HANDLE WINAPI OpenMutexW(DWORD, BOOL, LPCWSTR name)
 {
-    if (FailNextCall("OpenMutexW"))
-    {
-        return nullptr;
-    }
-    if (name == nullptr)
-    {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
     bool existed = false;
     const auto object = EnterNamed(name, NamedFile::Access::Open, existed);
     return object ? InsertHandle(object) : nullptr;
@@ -266,19 +258,6 @@ extern "C" HANDLE WINAPI OpenMutexW(DWORD, BOOL, LPCWSTR name)
 
 extern "C" BOOL WINAPI ReleaseMutex(HANDLE mutex)
 {
-    if (FailNextCall("ReleaseMutex"))
-    {
-        return FALSE;
-    }
-    const auto object = LookupHandleAs<MutexObject>(mutex);
-    if (!object)
-    {
-        return FALSE;
-    }
-    if (!object->Release())
-    {
-        SetLastError(ERROR_NOT_OWNER);
-        return FALSE;
-    }
-    return TRUE;
+    const auto object = LookupHandleFor<MutexObject>("ReleaseMutex", mutex);
+    return object && (object->Release() || FailWith(ERROR_NOT_OWNER));
 }

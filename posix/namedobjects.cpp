@@ -18,33 +18,6 @@ namespace
 // Where the kind is kept: behind the bytes that are locked.
 constexpr off_t kindOffset = 60;
 
-int LockCall(int file, int command, off_t byte, short lockType, struct flock& lock)
-{
-    lock = {};
-    lock.l_type = lockType;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = byte;
-    lock.l_len = 1;
-    int result;
-    do
-    {
-        result = fcntl(file, command, &lock);
-    } while (result < 0 && errno == EINTR);
-    return result;
-}
-
-bool IsSameFile(int file, const std::string& path)
-{
-    struct stat opened
-    {
-    };
-    struct stat named
-    {
-    };
-    return fstat(file, &opened) == 0 && stat(path.c_str(), &named) == 0 && opened.st_dev == named.st_dev &&
-           opened.st_ino == named.st_ino;
-}
-
 bool IsEmpty(int file)
 {
     struct stat status
@@ -60,71 +33,6 @@ bool Initialise(int file, NamedKind kind, const void* data, std::size_t dataSize
 }
 } // namespace
 
-bool SetByteLock(int file, off_t byte, short lockType)
-{
-    struct flock lock;
-    return LockCall(file, F_OFD_SETLK, byte, lockType, lock) == 0;
-}
-
-bool IsByteLockedByOther(int file, off_t byte)
-{
-    struct flock lock;
-    return LockCall(file, F_OFD_GETLK, byte, F_WRLCK, lock) == 0 && lock.l_type != F_UNLCK;
-}
-
-bool ReadAt(int file, void* buffer, std::size_t size, off_t offset)
-{
-    auto* to = static_cast<char*>(buffer);
-    while (size > 0)
-    {
-        const ssize_t done = pread(file, to, size, offset);
-        if (done < 0 && errno == EINTR)
-        {
-            continue;
-        }
-        if (done <= 0)
-        {
-            return false;
-        }
-        to += done;
-        size -= static_cast<std::size_t>(done);
-        offset += done;
-    }
-    return true;
-}
-
-bool WriteAt(int file, const void* buffer, std::size_t size, off_t offset)
-{
-    const auto* from = static_cast<const char*>(buffer);
-    while (size > 0)
-    {
-        const ssize_t done = pwrite(file, from, size, offset);
-        if (done < 0 && errno == EINTR)
-        {
-            continue;
-        }
-        if (done <= 0)
-        {
-            return false;
-        }
-        from += done;
-        size -= static_cast<std::size_t>(done);
-        offset += done;
-    }
-    return true;
-}
-
-Gate::Gate(int file) : file_(file)
-{
-    struct flock lock;
-    LockCall(file, F_OFD_SETLKW, gateByte, F_WRLCK, lock);
-}
-
-Gate::~Gate()
-{
-    SetByteLock(file_, gateByte, F_UNLCK);
-}
-
 std::unique_ptr<NamedFile> NamedFile::Enter(const std::string& path, NamedKind kind, Access access,
                                             bool* existed, const void* data, std::size_t dataSize)
 {
@@ -132,24 +40,23 @@ std::unique_ptr<NamedFile> NamedFile::Enter(const std::string& path, NamedKind k
     // Each round ends unless another process removed the file in between, or left one behind.
     for (;;)
     {
-        const int file = open(path.c_str(), O_RDWR | O_CLOEXEC | (create ? O_CREAT : 0), 0600);
+        Descriptor opened(open(path.c_str(), O_RDWR | O_CLOEXEC | (create ? O_CREAT : 0), 0600));
+        const int file = opened.Get();
         if (file < 0)
         {
-            SetLastError(ErrorFromErrno(errno));
-            return nullptr;
+            return FailWith(ErrorFromErrno(errno), nullptr);
         }
         // Closes the file on the way out, after the gate.
-        std::unique_ptr<NamedFile> self(new NamedFile(path, file, access != Access::Attach));
+        std::unique_ptr<NamedFile> self(new NamedFile(path, std::move(opened), access != Access::Attach));
         const Gate gate(file);
-        if (!IsSameFile(file, path))
+        if (!StillNames(path, file))
         {
             continue;
         }
         const bool alive = IsByteLockedByOther(file, lifeByte);
         if (!alive && !create)
         {
-            SetLastError(ERROR_FILE_NOT_FOUND);
-            return nullptr;
+            return FailWith(ERROR_FILE_NOT_FOUND, nullptr);
         }
         if (!alive && !IsEmpty(file))
         {
@@ -157,21 +64,15 @@ std::unique_ptr<NamedFile> NamedFile::Enter(const std::string& path, NamedKind k
             unlink(path.c_str());
             continue;
         }
-        if (self->holds_ && !SetByteLock(file, lifeByte, F_RDLCK))
+        if ((self->holds_ && !SetByteLock(file, lifeByte, F_RDLCK)) ||
+            (!alive && !Initialise(file, kind, data, dataSize)))
         {
-            SetLastError(ErrorFromErrno(errno));
-            return nullptr;
-        }
-        if (!alive && !Initialise(file, kind, data, dataSize))
-        {
-            SetLastError(ErrorFromErrno(errno));
-            return nullptr;
+            return FailWith(ErrorFromErrno(errno), nullptr);
         }
         NamedKind found{};
         if (!ReadAt(file, &found, sizeof found, kindOffset) || found != kind)
         {
-            SetLastError(ERROR_INVALID_HANDLE);
-            return nullptr;
+            return FailWith(ERROR_INVALID_HANDLE, nullptr);
         }
         if (existed != nullptr)
         {
@@ -183,21 +84,16 @@ std::unique_ptr<NamedFile> NamedFile::Enter(const std::string& path, NamedKind k
 
 NamedFile::~NamedFile()
 {
-    // Locks are dropped by hand, not by closing alone: a child process that has not reached its exec yet
-    // has a copy of the descriptor.
+    const int file = file_.Get();
     if (holds_)
     {
-        const Gate gate(file_);
-        if (SetByteLock(file_, lifeByte, F_WRLCK) && IsSameFile(file_, path_))
+        const Gate gate(file);
+        if (SetByteLock(file, lifeByte, F_WRLCK) && StillNames(path_, file))
         {
             unlink(path_.c_str());
         }
     }
-    struct flock everything = {};
-    everything.l_type = F_UNLCK;
-    everything.l_whence = SEEK_SET;
-    fcntl(file_, F_OFD_SETLK, &everything);
-    close(file_);
+    UnlockAllBytes(file);
 }
 
 std::optional<std::string> NamedObjectPath(const WCHAR* name)
@@ -207,8 +103,7 @@ std::optional<std::string> NamedObjectPath(const WCHAR* name)
     std::u16string_view rest(name);
     if (rest.size() >= MAX_PATH)
     {
-        SetLastError(ERROR_FILENAME_EXCED_RANGE);
-        return std::nullopt;
+        return FailWith(ERROR_FILENAME_EXCED_RANGE, std::nullopt);
     }
     const bool isGlobal = rest.starts_with(global);
     if (isGlobal || rest.starts_with(local))
@@ -217,8 +112,7 @@ std::optional<std::string> NamedObjectPath(const WCHAR* name)
     }
     if (rest.find(u'\\') != std::u16string_view::npos)
     {
-        SetLastError(ERROR_PATH_NOT_FOUND);
-        return std::nullopt;
+        return FailWith(ERROR_PATH_NOT_FOUND, std::nullopt);
     }
     return RootFolder() + "/objects/" + (isGlobal ? "global." : "local.") + EscapeFileName(Utf8(rest));
 }

@@ -1,6 +1,6 @@
 #pragma once
 // Objects that processes share by name. Each is a file below <root>/objects or <root>/pipe. The object
-// lives while somebody holds its life lock, which the kernel drops with the holder's process; a file that
+// lives while somebody holds its life lock (descriptor.h), which ends with the holder's process; a file that
 // nobody holds is a leftover of killed processes and counts as absent. All locks are open-file-description
 // locks on single bytes, so that two handles of one process exclude each other like two processes.
 
@@ -8,8 +8,9 @@
 #include <optional>
 #include <string>
 
-#include <sys/types.h>
+#include <fcntl.h>
 
+#include "posix/descriptor.h"
 #include "posix/internal.h"
 
 namespace sndxposix
@@ -30,22 +31,14 @@ inline constexpr off_t firstSlotByte = 16;
 // Where an object's own data begins: after the locks and the kind.
 inline constexpr off_t objectDataOffset = 64;
 
-// lockType is F_RDLCK, F_WRLCK or F_UNLCK. False when somebody else's lock is in the way.
-bool SetByteLock(int file, off_t byte, short lockType);
-bool IsByteLockedByOther(int file, off_t byte);
-
-// True when all bytes were moved; a short file reads as failure.
-bool ReadAt(int file, void* buffer, std::size_t size, off_t offset);
-bool WriteAt(int file, const void* buffer, std::size_t size, off_t offset);
-
 // Exclusive use of an object's shared state between processes, and between handles of one process; not
 // between threads that use the same descriptor. Blocks while another holder is inside: microseconds, unless
 // that process is stopped, by a debugger say. A killed one lets go.
 class Gate
 {
   public:
-    explicit Gate(int file);
-    ~Gate();
+    explicit Gate(int file) : file_(file) { WaitForByteLock(file, gateByte); }
+    ~Gate() { SetByteLock(file_, gateByte, F_UNLCK); }
     Gate(const Gate&) = delete;
     Gate& operator=(const Gate&) = delete;
 
@@ -74,13 +67,16 @@ class NamedFile
     NamedFile(const NamedFile&) = delete;
     NamedFile& operator=(const NamedFile&) = delete;
 
-    int Descriptor() const { return file_; }
+    int File() const { return file_.Get(); }
     const std::string& Path() const { return path_; }
 
   private:
-    NamedFile(std::string path, int file, bool holds) : path_(std::move(path)), file_(file), holds_(holds) {}
+    NamedFile(std::string path, Descriptor file, bool holds)
+        : path_(std::move(path)), file_(std::move(file)), holds_(holds)
+    {
+    }
     const std::string path_;
-    const int file_;
+    const Descriptor file_;
     const bool holds_;
 };
 

@@ -94,15 +94,9 @@ bool PumpOverlapped()
 
 using namespace sndxposix;
 
-extern "C" BOOL SndxHasOverlappedIoCompleted(const OVERLAPPED* overlapped)
-{
-    PumpOverlapped();
-    return ReadUnderLock(overlapped).Internal != statusPending;
-}
-
 extern "C" BOOL WINAPI GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD bytes, BOOL wait)
 {
-    if (FailNextCall("GetOverlappedResult") || !LookupHandleAs<StreamObject>(file))
+    if (!LookupHandleFor<StreamObject>("GetOverlappedResult", file))
     {
         return FALSE;
     }
@@ -123,8 +117,7 @@ extern "C" BOOL WINAPI GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped,
         wait ? INFINITE : 0, std::chrono::hours(1));
     if (!ended)
     {
-        SetLastError(ERROR_IO_INCOMPLETE);
-        return FALSE;
+        return FailWith(ERROR_IO_INCOMPLETE);
     }
     const OVERLAPPED result = ReadUnderLock(overlapped);
     *bytes = static_cast<DWORD>(result.InternalHigh);
@@ -135,19 +128,10 @@ extern "C" BOOL WINAPI GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped,
 
 extern "C" BOOL WINAPI CancelIo(HANDLE file)
 {
-    if (FailNextCall("CancelIo"))
-    {
-        return FALSE;
-    }
-    const auto stream = LookupHandleAs<StreamObject>(file);
-    if (!stream)
-    {
-        return FALSE;
-    }
-    // Transfers of plain files are over when their call returns.
-    if (const auto end = std::dynamic_pointer_cast<PipeEnd>(stream))
+    const auto end = LookupHandleFor<PipeEnd>("CancelIo", file);
+    if (end)
     {
         end->Cancel();
     }
-    return TRUE;
+    return end != nullptr;
 }

@@ -35,31 +35,31 @@ off_t ClientByte(std::size_t index)
 PipeHeader PipeControl::ReadHeader() const
 {
     PipeHeader header{};
-    ReadAt(Descriptor(), &header, sizeof header, objectDataOffset);
+    ReadAt(File(), &header, sizeof header, objectDataOffset);
     return header;
 }
 
 PipeSlot PipeControl::ReadSlot(std::size_t index) const
 {
     PipeSlot slot{};
-    ReadAt(Descriptor(), &slot, sizeof slot, SlotOffset(index));
+    ReadAt(File(), &slot, sizeof slot, SlotOffset(index));
     return slot;
 }
 
 void PipeControl::WriteSlot(std::size_t index, const PipeSlot& slot) const
 {
     // The slot's bytes exist since it was taken, so that no space can be missing.
-    WriteAt(Descriptor(), &slot, sizeof slot, SlotOffset(index));
+    WriteAt(File(), &slot, sizeof slot, SlotOffset(index));
 }
 
 bool PipeControl::IsServerAlive(std::size_t index) const
 {
-    return IsByteLockedByOther(Descriptor(), ServerByte(index));
+    return IsByteLockedByOther(File(), ServerByte(index));
 }
 
 bool PipeControl::IsClientAlive(std::size_t index) const
 {
-    return IsByteLockedByOther(Descriptor(), ClientByte(index));
+    return IsByteLockedByOther(File(), ClientByte(index));
 }
 
 std::size_t PipeControl::CountServers() const
@@ -99,23 +99,19 @@ std::optional<std::size_t> PipeControl::TakeSlot(PipePhase phase, std::optional<
         const std::string path = DataPath(index, direction);
         // What a killed server left is not used again: a client may still have it open.
         unlink(path.c_str());
-        const int file = open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-        if (file < 0)
+        if (!Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600)).IsOpen())
         {
-            SetLastError(ErrorFromErrno(errno));
-            return std::nullopt;
+            return FailWith(ErrorFromErrno(errno), std::nullopt);
         }
-        close(file);
     }
     PipeSlot slot{};
     slot.phase = phase;
     header.slotCount = std::max(header.slotCount, static_cast<DWORD>(index) + 1);
-    if (!SetByteLock(Descriptor(), ServerByte(index), F_WRLCK) ||
-        !WriteAt(Descriptor(), &slot, sizeof slot, SlotOffset(index)) ||
-        !WriteAt(Descriptor(), &header, sizeof header, objectDataOffset))
+    if (!SetByteLock(File(), ServerByte(index), F_WRLCK) ||
+        !WriteAt(File(), &slot, sizeof slot, SlotOffset(index)) ||
+        !WriteAt(File(), &header, sizeof header, objectDataOffset))
     {
-        SetLastError(ErrorFromErrno(errno));
-        return std::nullopt;
+        return FailWith(ErrorFromErrno(errno), std::nullopt);
     }
     return index;
 }
@@ -132,8 +128,7 @@ std::optional<std::string> PipePath(const WCHAR* name)
     const std::u16string folded = name == nullptr ? std::u16string() : FoldCase(name);
     if (!folded.starts_with(prefix) || folded.size() == prefix.size())
     {
-        SetLastError(ERROR_INVALID_NAME);
-        return std::nullopt;
+        return FailWith(ERROR_INVALID_NAME, std::nullopt);
     }
     return RootFolder() + "/pipe/" + EscapeFileName(Utf8(std::u16string_view(folded).substr(prefix.size())));
 }

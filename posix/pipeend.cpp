@@ -23,7 +23,7 @@ PipeEnd::~PipeEnd()
 {
     {
         const std::lock_guard lock(PipeMutex());
-        const Gate gate(control_->Descriptor());
+        const Gate gate(control_->File());
         PipeSlot slot = control_->ReadSlot(slot_);
         CancelIf(slot, statusCancelled, [](const Transfer&) { return true; });
         if (side_ == Side::Server && slot.phase == PipePhase::Listening)
@@ -40,7 +40,8 @@ void PipeEnd::OpenFiles()
 {
     for (const std::size_t direction : {toServer, toClient})
     {
-        files_[direction] = open(control_->DataPath(slot_, direction).c_str(), O_RDWR | O_CLOEXEC);
+        files_[direction] =
+            Descriptor(open(control_->DataPath(slot_, direction).c_str(), O_RDWR | O_CLOEXEC));
     }
 }
 
@@ -48,14 +49,13 @@ void PipeEnd::LeaveSlot()
 {
     for (const std::size_t direction : {toServer, toClient})
     {
-        close(files_[direction]);
+        files_[direction] = Descriptor();
         if (side_ == Side::Server)
         {
             unlink(control_->DataPath(slot_, direction).c_str()); // a client still has it open
         }
     }
-    SetByteLock(control_->Descriptor(), side_ == Side::Server ? ServerByte(slot_) : ClientByte(slot_),
-                F_UNLCK);
+    SetByteLock(control_->File(), side_ == Side::Server ? ServerByte(slot_) : ClientByte(slot_), F_UNLCK);
 }
 
 PipeEnd::State PipeEnd::Look(PipeSlot& slot) const
@@ -102,7 +102,7 @@ BOOL PipeEnd::Flush()
         [&]
         {
             const std::lock_guard lock(PipeMutex());
-            const Gate gate(control_->Descriptor());
+            const Gate gate(control_->File());
             PipeSlot slot = control_->ReadSlot(slot_);
             const bool began = std::exchange(first, false);
             switch (Look(slot))
@@ -126,10 +126,10 @@ BOOL PipeEnd::Flush()
     return error == ERROR_SUCCESS ? TRUE : FailWith(error);
 }
 
-BOOL PipeEnd::Peek(void* buffer, DWORD size, DWORD* read, DWORD* available)
+BOOL PipeEnd::Peek(DWORD& available) const
 {
     const std::lock_guard lock(PipeMutex());
-    const Gate gate(control_->Descriptor());
+    const Gate gate(control_->File());
     PipeSlot slot = control_->ReadSlot(slot_);
     const State state = Look(slot);
     if (state == State::Listening || (state == State::Disconnected && side_ == Side::Server))
@@ -145,8 +145,7 @@ BOOL PipeEnd::Peek(void* buffer, DWORD size, DWORD* read, DWORD* available)
     {
         return FailWith(ERROR_BROKEN_PIPE);
     }
-    *available = static_cast<DWORD>(flow.written - flow.read);
-    *read = buffer == nullptr ? 0 : TakeBytes(slot, buffer, size, true);
+    available = static_cast<DWORD>(flow.written - flow.read);
     return TRUE;
 }
 
@@ -158,7 +157,7 @@ BOOL PipeEnd::Disconnect()
     }
     {
         const std::lock_guard lock(PipeMutex());
-        const Gate gate(control_->Descriptor());
+        const Gate gate(control_->File());
         PipeSlot slot = control_->ReadSlot(slot_);
         if (slot.phase != PipePhase::Connected)
         {

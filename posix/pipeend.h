@@ -67,7 +67,7 @@ class PipeControl
 {
   public:
     explicit PipeControl(std::unique_ptr<NamedFile> file) : file_(std::move(file)) {}
-    int Descriptor() const { return file_->Descriptor(); }
+    int File() const { return file_->File(); }
 
     // All of these inside a Gate.
     PipeHeader ReadHeader() const;
@@ -96,12 +96,6 @@ std::optional<std::string> PipePath(const WCHAR* name);
 // and the locks behind a Gate do not tell threads of one descriptor apart.
 std::mutex& PipeMutex();
 
-inline BOOL FailWith(DWORD error)
-{
-    SetLastError(error);
-    return FALSE;
-}
-
 class PipeEnd : public StreamObject, public std::enable_shared_from_this<PipeEnd>
 {
   public:
@@ -118,7 +112,7 @@ class PipeEnd : public StreamObject, public std::enable_shared_from_this<PipeEnd
     BOOL Read(void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* overlapped) override;
     BOOL Write(const void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* overlapped) override;
     BOOL Flush() override;
-    BOOL Peek(void* buffer, DWORD size, DWORD* read, DWORD* available);
+    BOOL Peek(DWORD& available) const;
     BOOL Connect(OVERLAPPED* overlapped);
     BOOL Disconnect();
     // Cancels the transfers that the calling thread has started.
@@ -169,8 +163,8 @@ class PipeEnd : public StreamObject, public std::enable_shared_from_this<PipeEnd
     void ProgressInside(PipeSlot& slot);
     // Keeps the first pending write in the slot.
     void Note(PipeSlot& slot) const;
-    // Moves unread bytes into the buffer; with keep they stay unread.
-    DWORD TakeBytes(PipeSlot& slot, void* buffer, DWORD size, bool keep);
+    // Moves unread bytes into the buffer.
+    DWORD TakeBytes(PipeSlot& slot, void* buffer, DWORD size);
     void CancelIf(PipeSlot& slot, ULONG_PTR status, const std::function<bool(const Transfer&)>& condition);
     void Withdraw(PipeSlot& slot, const Transfer& write);
 
@@ -179,7 +173,7 @@ class PipeEnd : public StreamObject, public std::enable_shared_from_this<PipeEnd
     std::size_t slot_;
     const bool overlapped_;
     const PipeHeader header_;
-    int files_[2] = {-1, -1};
+    Descriptor files_[2];
     std::list<Transfer> transfers_; // in the order of their start
 };
 } // namespace sndxposix

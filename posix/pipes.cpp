@@ -14,10 +14,9 @@ namespace
 {
 constexpr DWORD fallbackTimeout = 50; // ms, for a server that names none
 
-HANDLE Fail(DWORD error)
+std::unique_ptr<NamedFile> Attach(const std::string& path)
 {
-    SetLastError(error);
-    return INVALID_HANDLE_VALUE;
+    return NamedFile::Enter(path, NamedKind::Pipe, NamedFile::Access::Attach, nullptr, nullptr, 0);
 }
 
 // access: GENERIC_READ and GENERIC_WRITE of the client. A client reads what the server sends out.
@@ -31,12 +30,7 @@ bool AllowsClient(DWORD pipeAccess, DWORD access)
 HANDLE OpenPipeClient(const WCHAR* path, DWORD access, DWORD flags)
 {
     const auto controlPath = PipePath(path);
-    if (!controlPath)
-    {
-        return INVALID_HANDLE_VALUE;
-    }
-    auto file =
-        NamedFile::Enter(*controlPath, NamedKind::Pipe, NamedFile::Access::Attach, nullptr, nullptr, 0);
+    auto file = controlPath ? Attach(*controlPath) : nullptr;
     if (!file)
     {
         return INVALID_HANDLE_VALUE;
@@ -44,18 +38,19 @@ HANDLE OpenPipeClient(const WCHAR* path, DWORD access, DWORD flags)
     auto control = std::make_unique<PipeControl>(std::move(file));
     std::shared_ptr<PipeEnd> end;
     {
-        const Gate gate(control->Descriptor());
+        const Gate gate(control->File());
         if (!AllowsClient(control->ReadHeader().access, access))
         {
-            return Fail(ERROR_ACCESS_DENIED);
+            return FailWith(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
         }
         const auto index = control->FindListening();
         if (!index)
         {
-            return Fail(control->CountServers() > 0 ? ERROR_PIPE_BUSY : ERROR_FILE_NOT_FOUND);
+            return FailWith(control->CountServers() > 0 ? ERROR_PIPE_BUSY : ERROR_FILE_NOT_FOUND,
+                            INVALID_HANDLE_VALUE);
         }
         // The lock first: killed in between, this client has never been there.
-        SetByteLock(control->Descriptor(), ClientByte(*index), F_WRLCK);
+        SetByteLock(control->File(), ClientByte(*index), F_WRLCK);
         PipeSlot slot = control->ReadSlot(*index);
         slot.phase = PipePhase::Connected;
         control->WriteSlot(*index, slot);
@@ -72,19 +67,15 @@ extern "C" HANDLE WINAPI CreateNamedPipeW(LPCWSTR name, DWORD openMode, DWORD pi
                                           DWORD outSize, DWORD inSize, DWORD defaultTimeout,
                                           LPSECURITY_ATTRIBUTES)
 {
-    if (FailNextCall("CreateNamedPipeW"))
-    {
-        return INVALID_HANDLE_VALUE;
-    }
     const DWORD access = openMode & PIPE_ACCESS_DUPLEX;
-    if (access == 0 || maxInstances == 0 || maxInstances > PIPE_UNLIMITED_INSTANCES)
+    if (access == 0 || maxInstances == 0)
     {
-        return Fail(ERROR_INVALID_PARAMETER);
+        return FailWith(ERROR_INVALID_PARAMETER, INVALID_HANDLE_VALUE);
     }
     // Messages and polling ends do not exist here.
     if (pipeMode != (PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT))
     {
-        return Fail(ERROR_NOT_SUPPORTED);
+        return FailWith(ERROR_NOT_SUPPORTED, INVALID_HANDLE_VALUE);
     }
     const auto path = PipePath(name);
     if (!path)
@@ -103,15 +94,15 @@ extern "C" HANDLE WINAPI CreateNamedPipeW(LPCWSTR name, DWORD openMode, DWORD pi
     auto control = std::make_unique<PipeControl>(std::move(file));
     std::shared_ptr<PipeEnd> end;
     {
-        const Gate gate(control->Descriptor());
+        const Gate gate(control->File());
         const PipeHeader header = control->ReadHeader();
-        if (existed && ((openMode & FILE_FLAG_FIRST_PIPE_INSTANCE) != 0 || header.access != access))
+        if (existed && header.access != access)
         {
-            return Fail(ERROR_ACCESS_DENIED);
+            return FailWith(ERROR_ACCESS_DENIED, INVALID_HANDLE_VALUE);
         }
-        if (header.maxInstances != PIPE_UNLIMITED_INSTANCES && control->CountServers() >= header.maxInstances)
+        if (control->CountServers() >= header.maxInstances)
         {
-            return Fail(ERROR_PIPE_BUSY);
+            return FailWith(ERROR_PIPE_BUSY, INVALID_HANDLE_VALUE);
         }
         const auto index = control->TakeSlot(PipePhase::Listening, std::nullopt);
         if (!index)
@@ -127,99 +118,51 @@ extern "C" HANDLE WINAPI CreateNamedPipeW(LPCWSTR name, DWORD openMode, DWORD pi
 
 extern "C" BOOL WINAPI ConnectNamedPipe(HANDLE pipe, LPOVERLAPPED overlapped)
 {
-    if (FailNextCall("ConnectNamedPipe"))
-    {
-        return FALSE;
-    }
     const auto end = LookupHandleAs<PipeEnd>(pipe);
     return end ? end->Connect(overlapped) : FALSE;
 }
 
 extern "C" BOOL WINAPI DisconnectNamedPipe(HANDLE pipe)
 {
-    if (FailNextCall("DisconnectNamedPipe"))
-    {
-        return FALSE;
-    }
     const auto end = LookupHandleAs<PipeEnd>(pipe);
     return end ? end->Disconnect() : FALSE;
 }
 
 extern "C" BOOL WINAPI WaitNamedPipeW(LPCWSTR name, DWORD milliseconds)
 {
-    if (FailNextCall("WaitNamedPipeW"))
+    const auto path = FailNextCall("WaitNamedPipeW") ? std::nullopt : PipePath(name);
+    auto first = path ? Attach(*path) : nullptr;
+    if (!first)
     {
         return FALSE;
     }
-    const auto path = PipePath(name);
-    if (!path)
-    {
-        return FALSE;
-    }
-    const auto attach = [&path]
-    { return NamedFile::Enter(*path, NamedKind::Pipe, NamedFile::Access::Attach, nullptr, nullptr, 0); };
     if (milliseconds == NMPWAIT_USE_DEFAULT_WAIT)
     {
-        auto file = attach();
-        if (!file)
-        {
-            return FALSE;
-        }
-        const PipeControl control(std::move(file));
-        const Gate gate(control.Descriptor());
+        const PipeControl control(std::move(first));
+        const Gate gate(control.File());
         milliseconds = control.ReadHeader().defaultTimeout;
     }
     bool exists = true;
-    bool free = false;
-    const bool ended = WaitUntil(
-        [&]
+    const auto isFreeOrGone = [&]
+    {
+        // Anew each time: the last server may have gone, and another one have come.
+        auto file = Attach(*path);
+        exists = file != nullptr;
+        if (!exists)
         {
-            // Anew each time: the last server may have gone, and another one have come.
-            auto file = attach();
-            exists = file != nullptr;
-            if (exists)
-            {
-                const PipeControl control(std::move(file));
-                const Gate gate(control.Descriptor());
-                free = control.FindListening().has_value();
-            }
-            return !exists || free;
-        },
-        milliseconds, sharedStatePoll);
-    if (!exists)
-    {
-        SetLastError(ERROR_FILE_NOT_FOUND);
-        return FALSE;
-    }
-    if (!ended)
-    {
-        SetLastError(ERROR_SEM_TIMEOUT);
-        return FALSE;
-    }
-    return TRUE;
+            return true;
+        }
+        const PipeControl control(std::move(file));
+        const Gate gate(control.File());
+        return control.FindListening().has_value();
+    };
+    const bool ended = WaitUntil(isFreeOrGone, milliseconds, sharedStatePoll);
+    return (ended && exists) || FailWith(exists ? ERROR_SEM_TIMEOUT : ERROR_FILE_NOT_FOUND);
 }
 
-extern "C" BOOL WINAPI PeekNamedPipe(HANDLE pipe, LPVOID buffer, DWORD size, LPDWORD read, LPDWORD available,
-                                     LPDWORD left)
+extern "C" BOOL WINAPI PeekNamedPipe(HANDLE pipe, LPVOID, DWORD, LPDWORD, LPDWORD available, LPDWORD)
 {
-    if (FailNextCall("PeekNamedPipe"))
-    {
-        return FALSE;
-    }
-    const auto end = LookupHandleAs<PipeEnd>(pipe);
-    DWORD count[2] = {0, 0};
-    if (!end || !end->Peek(buffer, size, &count[0], &count[1]))
-    {
-        return FALSE;
-    }
-    const LPDWORD outputs[] = {read, available, left};
-    const DWORD values[] = {count[0], count[1], 0};
-    for (int i = 0; i < 3; ++i)
-    {
-        if (outputs[i] != nullptr)
-        {
-            *outputs[i] = values[i];
-        }
-    }
-    return TRUE;
+    const auto end = LookupHandleFor<PipeEnd>("PeekNamedPipe", pipe);
+    DWORD count = 0;
+    return end && end->Peek(available == nullptr ? count : *available);
 }

@@ -18,12 +18,12 @@ namespace
 constexpr std::uint64_t roomStep = std::uint64_t{1} << 20;
 } // namespace
 
-DWORD PipeEnd::TakeBytes(PipeSlot& slot, void* buffer, DWORD size, bool keep)
+DWORD PipeEnd::TakeBytes(PipeSlot& slot, void* buffer, DWORD size)
 {
     PipeFlow& flow = slot.flow[Incoming()];
-    const int file = files_[Incoming()];
+    const int file = files_[Incoming()].Get();
     const auto count = static_cast<DWORD>(std::min<std::uint64_t>(size, flow.written - flow.read));
-    if (!ReadAt(file, buffer, count, static_cast<off_t>(flow.read - flow.base)) || keep)
+    if (!ReadAt(file, buffer, count, static_cast<off_t>(flow.read - flow.base)))
     {
         return count;
     }
@@ -71,7 +71,7 @@ bool PipeEnd::Advance(Transfer& transfer, PipeSlot& slot, State state)
     else if (slot.flow[Incoming()].written > slot.flow[Incoming()].read || transfer.size == 0)
     {
         status = statusSuccess;
-        bytes = TakeBytes(slot, transfer.buffer, transfer.size, false);
+        bytes = TakeBytes(slot, transfer.buffer, transfer.size);
     }
     else if (state == State::PeerGone)
     {
@@ -130,7 +130,7 @@ bool PipeEnd::Progress()
     {
         return false;
     }
-    const Gate gate(control_->Descriptor());
+    const Gate gate(control_->File());
     PipeSlot slot = control_->ReadSlot(slot_);
     ProgressInside(slot);
     return !transfers_.empty();
@@ -147,7 +147,7 @@ BOOL PipeEnd::Start(Kind kind, void* buffer, const void* source, DWORD size, DWO
     OVERLAPPED& result = overlapped_ ? *overlapped : own;
     {
         const std::lock_guard lock(PipeMutex());
-        const Gate gate(control_->Descriptor());
+        const Gate gate(control_->File());
         PipeSlot slot = control_->ReadSlot(slot_);
         const State state = Look(slot);
         if (const DWORD error = Refusal(kind, state))
@@ -159,7 +159,8 @@ BOOL PipeEnd::Start(Kind kind, void* buffer, const void* source, DWORD size, DWO
         PipeFlow& flow = slot.flow[Outgoing()];
         if (kind == Kind::Write)
         {
-            if (!WriteAt(files_[Outgoing()], source, size, static_cast<off_t>(flow.written - flow.base)))
+            if (!WriteAt(files_[Outgoing()].Get(), source, size,
+                         static_cast<off_t>(flow.written - flow.base)))
             {
                 return FailWith(ErrorFromErrno(errno));
             }
@@ -255,7 +256,7 @@ BOOL PipeEnd::Write(const void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* ov
 void PipeEnd::Cancel()
 {
     const std::lock_guard lock(PipeMutex());
-    const Gate gate(control_->Descriptor());
+    const Gate gate(control_->File());
     PipeSlot slot = control_->ReadSlot(slot_);
     // What has ended by itself meanwhile keeps its result.
     ProgressInside(slot);
@@ -295,7 +296,7 @@ void PipeEnd::Withdraw(PipeSlot& slot, const Transfer& write)
     }
     // Later writes of other threads move up.
     std::vector<char> later(static_cast<std::size_t>(flow.written - write.end));
-    const int file = files_[Outgoing()];
+    const int file = files_[Outgoing()].Get();
     if (!ReadAt(file, later.data(), later.size(), static_cast<off_t>(write.end - flow.base)) ||
         !WriteAt(file, later.data(), later.size(), static_cast<off_t>(from - flow.base)))
     {

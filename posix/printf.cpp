@@ -1,26 +1,101 @@
-// Formatted output in the language of the Microsoft runtime (declared in sndx/text.h). It differs from the
-// C standard's in what the product relies on: %s and %c take text of the format's own width and %S and %C
-// of the other one, long is 32 bits, %I64 and %I are sizes, %p is 16 capital hexadecimal digits, exponents
-// have three digits, a text that just fills the buffer has no terminator and a cut one counts as an error.
-//
-// Decimal fractions are rounded by the C library (2.5 with %.0f is "2"; the Microsoft runtime gives "3").
-// %a is left out: nothing prints it.
+// Formatted output in the language of the Microsoft runtime (declared in sndx/text.h), as far as the product
+// uses it: "%[-0][width][.precision][size]letter" with the letters d i u x X p c C s S. It differs from the C
+// standard's: %s and %c take text of the format's own width and %S and %C of the other one, long is 32 bits,
+// %I64 and %I are sizes, %p is 16 capital hexadecimal digits, a text that just fills the buffer has no
+// terminator and a cut one counts as an error.
 
-#include "posix/printf_conversion.h"
 #include "sndx/text.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cmath>
-#include <cstdio>
-#include <cstring>
+#include <cstdlib>
 #include <string_view>
+#include <utility>
 
 namespace
 {
-using sndxposix::Conversion;
+struct Conversion
+{
+    bool left = false;
+    bool zero = false;
+    int width = 0;
+    int precision = -1; // -1: none given
+    enum class Size
+    {
+        none,
+        half,   // h: 16 bits, narrow text
+        longer, // l: 32 bits, wide text
+        wide,   // w: wide text
+        word64, // ll, I64, z, and I before a whole number
+        word32  // I32
+    } size = Size::none;
+};
 using Size = Conversion::Size;
+
+// Sizes by their spelling; longer spellings first.
+constexpr std::pair<std::string_view, Size> sizes[] = {
+    {"I64", Size::word64}, {"I32", Size::word32}, {"ll", Size::word64}, {"I", Size::word64},
+    {"z", Size::word64},   {"l", Size::longer},   {"h", Size::half},    {"w", Size::wide},
+};
+
+template <class Char>
+bool Takes(const Char*& format, std::string_view expected)
+{
+    for (std::size_t i = 0; i < expected.size(); ++i)
+    {
+        if (format[i] != static_cast<Char>(expected[i])) // also at the format's end
+        {
+            return false;
+        }
+    }
+    format += expected.size();
+    return true;
+}
+
+// A number, or * for the next argument; 0 for neither.
+template <class Char, class NextArgument>
+int ReadNumber(const Char*& format, NextArgument nextArgument)
+{
+    if (Takes(format, "*"))
+    {
+        return nextArgument();
+    }
+    int number = 0;
+    for (; *format >= '0' && *format <= '9'; ++format)
+    {
+        number = number > (INT_MAX - 9) / 10 ? number : number * 10 + static_cast<int>(*format - '0');
+    }
+    return number;
+}
+
+// Reads what stands between the % and the letter, and leaves format at the letter. nextArgument() takes the
+// next argument, an int.
+template <class Char, class NextArgument>
+Conversion ReadConversion(const Char*& format, NextArgument nextArgument)
+{
+    Conversion conversion;
+    for (; *format == '-' || *format == '0'; ++format)
+    {
+        (*format == '-' ? conversion.left : conversion.zero) = true;
+    }
+    const int width = std::max(ReadNumber(format, nextArgument), -INT_MAX);
+    conversion.left = conversion.left || width < 0;
+    conversion.width = std::abs(width);
+    if (Takes(format, "."))
+    {
+        conversion.precision = std::max(ReadNumber(format, nextArgument), -1);
+    }
+    for (const auto& [spelling, size] : sizes)
+    {
+        if (Takes(format, spelling))
+        {
+            conversion.size = size;
+            break;
+        }
+    }
+    return conversion;
+}
 
 // Counts everything and keeps what fits.
 template <class Char>
@@ -52,23 +127,13 @@ struct Output
     {
         for (; count > 0; --count, ++text)
         {
-            if constexpr (sizeof(Unit) == sizeof(Char))
-            {
-                Put(*text);
-            }
-            else if constexpr (sizeof(Unit) == 1)
-            {
-                Put(static_cast<unsigned char>(*text));
-            }
-            else if (*text > 0xFF)
+            const char16_t unit = sizeof(Unit) == 1 ? static_cast<unsigned char>(*text) : *text;
+            if (sizeof(Char) == 1 && unit > 0xFF)
             {
                 errno = EILSEQ;
                 return false;
             }
-            else
-            {
-                Put(static_cast<Char>(*text));
-            }
+            Put(static_cast<Char>(unit));
         }
         return true;
     }
@@ -97,34 +162,7 @@ bool PutPadded(Output<Char>& out, const Conversion& conversion, const Unit* text
     return fits;
 }
 
-// Sign or base prefix, padding, and digits. minimum is the least number of digits.
-template <class Char>
-void PutNumber(Output<Char>& out, const Conversion& conversion, std::string_view prefix,
-               std::string_view digits, int minimum)
-{
-    const auto length = static_cast<std::ptrdiff_t>(digits.size());
-    const std::ptrdiff_t zeros = std::max<std::ptrdiff_t>(minimum - length, 0);
-    const std::ptrdiff_t padding =
-        conversion.width - static_cast<std::ptrdiff_t>(prefix.size()) - zeros - length;
-    const bool padsWithZeros = conversion.zero && !conversion.left;
-    if (!conversion.left && !padsWithZeros)
-    {
-        out.Fill(' ', padding);
-    }
-    out.PutText(prefix.data(), prefix.size());
-    out.Fill('0', padsWithZeros ? padding + zeros : zeros);
-    out.PutText(digits.data(), digits.size());
-    if (conversion.left)
-    {
-        out.Fill(' ', padding);
-    }
-}
-
-const char* SignOf(bool negative, const Conversion& conversion)
-{
-    return negative ? "-" : conversion.plus ? "+" : conversion.space ? " " : "";
-}
-
+// A precision is the least number of digits, and ends the padding with zeros.
 template <class Char>
 void PutInteger(Output<Char>& out, Conversion conversion, char letter, Arguments& arguments)
 {
@@ -148,72 +186,28 @@ void PutInteger(Output<Char>& out, Conversion conversion, char letter, Arguments
                                                 : static_cast<std::uint32_t>(word);
     }
     const bool negative = isSigned && static_cast<std::int64_t>(value) < 0;
-    if (negative)
-    {
-        value = 0 - value;
-    }
-    const unsigned base = letter == 'o' ? 8 : letter == 'x' || letter == 'X' || letter == 'p' ? 16 : 10;
+    value = negative ? 0 - value : value;
+    const unsigned base = letter == 'x' || letter == 'X' || letter == 'p' ? 16 : 10;
     const char* const symbols = letter == 'x' ? "0123456789abcdef" : "0123456789ABCDEF";
     char digits[24];
     std::size_t first = sizeof digits;
-    for (std::uint64_t rest = value; rest != 0; rest /= base)
+    for (; value != 0; value /= base)
     {
-        digits[--first] = symbols[rest % base];
+        digits[--first] = symbols[value % base];
     }
-    const std::string_view text(digits + first, sizeof digits - first);
-    int minimum = conversion.precision < 0 ? 1 : conversion.precision;
-    std::string_view prefix = isSigned ? SignOf(negative, conversion) : "";
-    if (conversion.alternative && base == 16 && value != 0)
+    const auto length = static_cast<std::ptrdiff_t>(sizeof digits - first);
+    const std::ptrdiff_t room = conversion.width - (negative ? 1 : 0); // for zeros and digits
+    std::ptrdiff_t minimum = conversion.precision < 0 ? 1 : conversion.precision;
+    if (conversion.zero && !conversion.left && conversion.precision < 0)
     {
-        prefix = letter == 'x' ? "0x" : "0X";
+        minimum = std::max(minimum, room);
     }
-    else if (conversion.alternative && base == 8)
-    {
-        minimum = std::max(minimum, static_cast<int>(text.size()) + 1);
-    }
-    conversion.zero = conversion.zero && conversion.precision < 0;
-    PutNumber(out, conversion, prefix, text, minimum);
-}
-
-template <class Char>
-void PutFloat(Output<Char>& out, const Conversion& conversion, char letter, Arguments& arguments)
-{
-    // Room for the largest number, 309 digits, with a precision beyond all use.
-    constexpr int maximumPrecision = 1000;
-    char text[maximumPrecision + 400];
-    const double value = va_arg(arguments.list, double);
-    const double magnitude = std::fabs(value);
-    const int precision = std::min(conversion.precision < 0 ? 6 : conversion.precision, maximumPrecision);
-    if (std::isfinite(value))
-    {
-        const char plain[] = {'%', '.', '*', letter, 0};
-        const char alternative[] = {'%', '#', '.', '*', letter, 0};
-        std::snprintf(text, sizeof text, conversion.alternative ? alternative : plain, precision, magnitude);
-    }
-    else
-    {
-        // "1.#INF", filled with zeros to the precision as if it were a number; %g drops such zeros.
-        const char* const name = std::isinf(value) ? "#INF" : std::signbit(value) ? "#IND" : "#QNAN";
-        const bool isShort = letter == 'g' || letter == 'G';
-        const int length = static_cast<int>(std::strlen(name));
-        const int kept = isShort ? length : std::min(length, precision);
-        const int zeros = isShort ? 0 : precision - kept;
-        std::snprintf(text, sizeof text, "1%s%.*s%.*d%s", kept > 0 ? "." : "", kept, name, zeros, 0,
-                      letter == 'e'   ? "e+00"
-                      : letter == 'E' ? "E+00"
-                                      : "");
-    }
-    // Three digits of exponent at least.
-    std::size_t length = std::strlen(text);
-    if (length > 4 && (text[length - 4] | 0x20) == 'e')
-    {
-        text[length + 1] = 0;
-        text[length] = text[length - 1];
-        text[length - 1] = text[length - 2];
-        text[length - 2] = '0';
-        ++length;
-    }
-    PutNumber(out, conversion, SignOf(std::signbit(value), conversion), {text, length}, 0);
+    const std::ptrdiff_t padding = room - std::max(minimum, length);
+    out.Fill(' ', conversion.left ? 0 : padding);
+    out.Fill('-', negative ? 1 : 0);
+    out.Fill('0', minimum - length);
+    out.PutText(digits + first, sizeof digits - first);
+    out.Fill(' ', conversion.left ? padding : 0);
 }
 
 template <class Char, class Unit>
@@ -245,55 +239,36 @@ bool IsWideText(const Conversion& conversion, bool otherWidth)
     return (sizeof(Char) == sizeof(WCHAR)) != otherWidth;
 }
 
-// Writes one conversion whose letter format points to. False when a text cannot be represented.
+// Writes one conversion. False when a text cannot be represented.
 template <class Char>
-bool Convert(Output<Char>& out, Conversion& conversion, Char letter, Arguments& arguments)
+bool Convert(Output<Char>& out, const Conversion& conversion, Char letter, Arguments& arguments)
 {
     switch (letter)
     {
     case 'd':
     case 'i':
     case 'u':
-    case 'o':
     case 'x':
     case 'X':
     case 'p':
         PutInteger(out, conversion, static_cast<char>(letter), arguments);
         return true;
-    case 'e':
-    case 'E':
-    case 'f':
-    case 'g':
-    case 'G':
-        PutFloat(out, conversion, static_cast<char>(letter), arguments);
-        return true;
     case 'c':
     case 'C':
     {
         const int unit = va_arg(arguments.list, int);
-        if (IsWideText<Char>(conversion, letter == 'C'))
-        {
-            const auto wide = static_cast<WCHAR>(unit);
-            // A character that cannot be shown is left out; only for texts that is a failure.
-            if (sizeof(Char) == 1 && wide > 0xFF)
-            {
-                errno = EILSEQ;
-                return true;
-            }
-            return PutPadded(out, conversion, &wide, 1);
-        }
+        const auto wide = static_cast<WCHAR>(unit);
         const auto narrow = static_cast<char>(unit);
-        return PutPadded(out, conversion, &narrow, 1);
+        // A single character that cannot be shown is left out; only for texts that is a failure.
+        IsWideText<Char>(conversion, letter == 'C') ? PutPadded(out, conversion, &wide, 1)
+                                                    : PutPadded(out, conversion, &narrow, 1);
+        return true;
     }
     case 's':
     case 'S':
         return IsWideText<Char>(conversion, letter == 'S')
                    ? PutString(out, conversion, va_arg(arguments.list, const WCHAR*))
                    : PutString(out, conversion, va_arg(arguments.list, const char*));
-    case 'n':
-        // Would write through a pointer: a format must not be able to. The argument is passed over.
-        static_cast<void>(va_arg(arguments.list, void*));
-        return true;
     default:
         out.Put(letter); // "%%", and letters that mean nothing
         return true;
@@ -320,8 +295,7 @@ int Format(Char* buffer, std::size_t size, const Char* format, va_list list)
             continue;
         }
         ++format;
-        Conversion conversion =
-            sndxposix::ReadConversion(format, [&] { return va_arg(arguments.list, int); });
+        const Conversion conversion = ReadConversion(format, [&] { return va_arg(arguments.list, int); });
         if (*format == 0)
         {
             break; // an unfinished conversion at the end prints nothing
@@ -346,22 +320,4 @@ extern "C" int _vsnprintf(char* buffer, std::size_t size, const char* format, va
 extern "C" int _vsnwprintf(WCHAR* buffer, std::size_t size, const WCHAR* format, va_list arguments)
 {
     return Format(buffer, size, format, arguments);
-}
-
-extern "C" int _snprintf(char* buffer, std::size_t size, const char* format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    const int result = Format(buffer, size, format, arguments);
-    va_end(arguments);
-    return result;
-}
-
-extern "C" int _snwprintf(WCHAR* buffer, std::size_t size, const WCHAR* format, ...)
-{
-    va_list arguments;
-    va_start(arguments, format);
-    const int result = Format(buffer, size, format, arguments);
-    va_end(arguments);
-    return result;
 }

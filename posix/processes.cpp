@@ -17,36 +17,15 @@
 #include <unistd.h>
 
 #include "posix/commandline.h"
+#include "posix/descriptor.h"
 #include "posix/environment.h"
-#include "posix/idle.h"
 #include "posix/waiting.h"
-#include "sndx/files.h"
 #include "sndx/processes.h"
 
 namespace sndxposix
 {
 namespace
 {
-// Closes a descriptor that nobody owns yet.
-class Descriptor
-{
-  public:
-    explicit Descriptor(int value = -1) : value_(value) {}
-    ~Descriptor()
-    {
-        if (value_ >= 0)
-        {
-            close(value_);
-        }
-    }
-    Descriptor(Descriptor&& other) noexcept : value_(std::exchange(other.value_, -1)) {}
-    Descriptor& operator=(Descriptor&&) = delete;
-    int Get() const { return value_; }
-
-  private:
-    int value_;
-};
-
 bool IsReadable(int descriptor)
 {
     pollfd wanted{descriptor, POLLIN, 0};
@@ -167,11 +146,6 @@ bool ProcessObject::Terminate(DWORD code)
     return syscall(SYS_pidfd_send_signal, process_.Get(), SIGKILL, nullptr, 0) == 0;
 }
 
-bool IsCurrentProcess(HANDLE process)
-{
-    return process == INVALID_HANDLE_VALUE;
-}
-
 // ERROR_SUCCESS when the file can be started.
 DWORD CheckProgram(const std::string& path)
 {
@@ -191,42 +165,6 @@ DWORD CheckProgram(const std::string& path)
     const bool program = read(file.Get(), magic, sizeof magic) >= 2 &&
                          (std::memcmp(magic, "#!", 2) == 0 || std::memcmp(magic, "\177ELF", 4) == 0);
     return program && access(path.c_str(), X_OK) == 0 ? ERROR_SUCCESS : ERROR_BAD_EXE_FORMAT;
-}
-
-struct Program
-{
-    std::string path;
-    std::u16string_view rest; // of the command line
-    DWORD error = ERROR_SUCCESS;
-};
-
-// Quoted, the program is what the quotes hold. Without quotes a path with blanks is tried at each blank,
-// the shortest first.
-Program FindProgram(std::u16string_view commandLine)
-{
-    auto [word, rest] = SplitProgram(commandLine);
-    Program program{ToUnixPath(word.c_str()), rest};
-    if (commandLine.starts_with(u'"') && word.empty())
-    {
-        program.error = ERROR_INVALID_PARAMETER;
-        return program;
-    }
-    program.error = word.empty() ? ERROR_FILE_NOT_FOUND : CheckProgram(program.path);
-    const DWORD first = program.error;
-    while (!commandLine.starts_with(u'"') && program.error == ERROR_FILE_NOT_FOUND)
-    {
-        const std::size_t used = commandLine.size() - program.rest.size();
-        if (used == commandLine.size())
-        {
-            program.error = first;
-            break;
-        }
-        const std::size_t end = std::min(commandLine.find_first_of(u" \t", used + 1), commandLine.size());
-        program.path = ToUnixPath(std::u16string(commandLine.substr(0, end)).c_str());
-        program.rest = commandLine.substr(end);
-        program.error = CheckProgram(program.path);
-    }
-    return program;
 }
 
 std::vector<char*> Pointers(std::vector<std::string>& texts)
@@ -249,12 +187,7 @@ std::vector<std::string> ChildEnvironment(int idlePipe)
     {
     };
     fstat(idlePipe, &status);
-    std::vector<std::string> result;
-    const std::lock_guard lock(EnvironmentMutex());
-    for (char** variable = environ; *variable != nullptr; ++variable)
-    {
-        result.emplace_back(*variable);
-    }
+    std::vector<std::string> result = CopyEnvironment();
     result.push_back(std::string(idleVariable) + "=" + std::to_string(childIdleDescriptor) + ":" +
                      std::to_string(status.st_ino));
     return result;
@@ -262,10 +195,10 @@ std::vector<std::string> ChildEnvironment(int idlePipe)
 
 // posix_spawn, because the host has threads: between fork and exec hardly anything would be allowed. The
 // child starts with no signal blocked or ignored, whatever the host does with its own.
-DWORD Spawn(const Program& program, const WCHAR* folder, int idlePipe, pid_t& id)
+DWORD Spawn(const std::string& program, std::u16string_view rest, int idlePipe, pid_t& id)
 {
-    std::vector<std::string> arguments{program.path};
-    for (const auto& argument : SplitArguments(program.rest))
+    std::vector<std::string> arguments{program};
+    for (const auto& argument : SplitArguments(rest))
     {
         arguments.push_back(Utf8(argument));
     }
@@ -273,10 +206,6 @@ DWORD Spawn(const Program& program, const WCHAR* folder, int idlePipe, pid_t& id
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    if (folder != nullptr)
-    {
-        posix_spawn_file_actions_addchdir_np(&actions, ToUnixPath(folder).c_str());
-    }
     posix_spawn_file_actions_adddup2(&actions, idlePipe, childIdleDescriptor);
     posix_spawn_file_actions_addclosefrom_np(&actions, childIdleDescriptor + 1);
     posix_spawnattr_t attributes;
@@ -287,26 +216,24 @@ DWORD Spawn(const Program& program, const WCHAR* folder, int idlePipe, pid_t& id
     sigfillset(&signals);
     posix_spawnattr_setsigdefault(&attributes, &signals);
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    const int error = posix_spawn(&id, program.path.c_str(), &actions, &attributes,
-                                  Pointers(arguments).data(), Pointers(environment).data());
+    const int error = posix_spawn(&id, program.c_str(), &actions, &attributes, Pointers(arguments).data(),
+                                  Pointers(environment).data());
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     return error == 0 ? ERROR_SUCCESS : error == ENOEXEC ? ERROR_BAD_EXE_FORMAT : ErrorFromErrno(error);
 }
 
-DWORD CreateChild(const WCHAR* commandLine, const WCHAR* folder, PROCESS_INFORMATION& information)
+DWORD CreateChild(std::u16string_view commandLine, PROCESS_INFORMATION& information)
 {
-    const Program program = FindProgram(commandLine);
-    if (program.error != ERROR_SUCCESS)
+    const auto [word, rest] = SplitProgram(commandLine);
+    if (word.empty())
     {
-        return program.error;
+        return commandLine.empty() ? ERROR_FILE_NOT_FOUND : ERROR_INVALID_PARAMETER;
     }
-    struct stat status
+    const std::string program = ToUnixPath(word.c_str());
+    if (const DWORD error = CheckProgram(program))
     {
-    };
-    if (folder != nullptr && (stat(ToUnixPath(folder).c_str(), &status) != 0 || !S_ISDIR(status.st_mode)))
-    {
-        return ERROR_DIRECTORY;
+        return error;
     }
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
@@ -316,7 +243,7 @@ DWORD CreateChild(const WCHAR* commandLine, const WCHAR* folder, PROCESS_INFORMA
     Descriptor idle(ends[0]);
     const Descriptor childIdle(ends[1]);
     pid_t id = 0;
-    if (const DWORD error = Spawn(program, folder, childIdle.Get(), id))
+    if (const DWORD error = Spawn(program, rest, childIdle.Get(), id))
     {
         return error;
     }
@@ -337,64 +264,36 @@ extern "C" BOOL WINAPI CreateProcessW(LPCWSTR application, LPWSTR commandLine, L
                                       LPCWSTR currentDirectory, LPSTARTUPINFOW,
                                       LPPROCESS_INFORMATION information)
 {
-    if (FailNextCall("CreateProcessW"))
+    const auto body = [&]() -> BOOL
     {
-        return FALSE;
-    }
-    if (application != nullptr || environment != nullptr || commandLine == nullptr)
-    {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
-    }
-    if (const DWORD error = CreateChild(commandLine, currentDirectory, *information))
-    {
-        SetLastError(error);
-        return FALSE;
-    }
-    return TRUE;
+        if (application != nullptr || environment != nullptr || currentDirectory != nullptr)
+        {
+            return FailWith(ERROR_INVALID_PARAMETER);
+        }
+        const DWORD error = CreateChild(commandLine, *information);
+        return error == ERROR_SUCCESS || FailWith(error);
+    };
+    return Call("CreateProcessW", FALSE, body);
 }
 
 extern "C" BOOL WINAPI GetExitCodeProcess(HANDLE process, LPDWORD code)
 {
-    if (FailNextCall("GetExitCodeProcess"))
-    {
-        return FALSE;
-    }
-    if (IsCurrentProcess(process))
-    {
-        *code = STILL_ACTIVE;
-        return TRUE;
-    }
     const auto object = LookupHandleAs<ProcessObject>(process);
-    if (!object)
+    if (object)
     {
-        return FALSE;
+        *code = object->ExitCode().value_or(STILL_ACTIVE);
     }
-    *code = object->ExitCode().value_or(STILL_ACTIVE);
-    return TRUE;
+    return object != nullptr;
 }
 
 extern "C" BOOL WINAPI TerminateProcess(HANDLE process, UINT code)
 {
-    if (FailNextCall("TerminateProcess"))
-    {
-        return FALSE;
-    }
-    if (IsCurrentProcess(process))
+    if (process == GetCurrentProcess())
     {
         _exit(static_cast<int>(code)); // no destructors
     }
     const auto object = LookupHandleAs<ProcessObject>(process);
-    if (!object)
-    {
-        return FALSE;
-    }
-    if (!object->Terminate(code))
-    {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return FALSE;
-    }
-    return TRUE;
+    return object && (object->Terminate(code) || FailWith(ERROR_ACCESS_DENIED));
 }
 
 extern "C" void WINAPI ExitProcess(UINT code)
@@ -414,11 +313,7 @@ extern "C" DWORD WINAPI GetCurrentProcessId()
 
 extern "C" DWORD WINAPI WaitForInputIdle(HANDLE process, DWORD milliseconds)
 {
-    if (FailNextCall("WaitForInputIdle"))
-    {
-        return WAIT_FAILED;
-    }
-    const auto object = LookupHandleAs<ProcessObject>(process);
+    const auto object = LookupHandleFor<ProcessObject>("WaitForInputIdle", process);
     if (!object)
     {
         return WAIT_FAILED;

@@ -3,10 +3,9 @@
 #include "sndx/registry.h"
 
 #include <algorithm>
-#include <cstring>
+#include <iterator>
 #include <utility>
 
-#include "posix/guarded.h"
 #include "posix/internal.h"
 #include "posix/registry_store.h"
 
@@ -33,11 +32,6 @@ std::shared_ptr<OpenKey> KeyOf(HKEY handle)
     if (handle == HKEY_CURRENT_USER)
     {
         return std::make_shared<OpenKey>(RegistryPath{u"HKEY_CURRENT_USER"}, KEY_ALL_ACCESS);
-    }
-    if (handle == HKEY_CLASSES_ROOT)
-    {
-        return std::make_shared<OpenKey>(RegistryPath{u"HKEY_LOCAL_MACHINE", u"Software", u"Classes"},
-                                         KEY_ALL_ACCESS);
     }
     return LookupHandleAs<OpenKey>(handle);
 }
@@ -69,13 +63,13 @@ LSTATUS Resolve(HKEY handle, LPCWSTR text, REGSAM access, RegistryPath& path)
     const std::shared_ptr<OpenKey> key = KeyOf(handle);
     if (!key)
     {
-        return LSTATUS{ERROR_INVALID_HANDLE};
+        return ERROR_INVALID_HANDLE;
     }
     path = key->path;
     std::u16string_view rest = text == nullptr ? std::u16string_view() : text;
     if (rest.starts_with(u'\\'))
     {
-        return LSTATUS{ERROR_BAD_PATHNAME};
+        return ERROR_BAD_PATHNAME;
     }
     while (!rest.empty())
     {
@@ -84,7 +78,7 @@ LSTATUS Resolve(HKEY handle, LPCWSTR text, REGSAM access, RegistryPath& path)
         rest.remove_prefix(std::min(end + 1, rest.size()));
         if (element.size() > maximumKeyName || path.size() >= maximumKeyDepth || !IsRegistryName(element))
         {
-            return LSTATUS{ERROR_INVALID_PARAMETER};
+            return ERROR_INVALID_PARAMETER;
         }
         if (!element.empty())
         {
@@ -92,7 +86,7 @@ LSTATUS Resolve(HKEY handle, LPCWSTR text, REGSAM access, RegistryPath& path)
         }
     }
     ApplyView(path, key->path.size(), access);
-    return 0;
+    return ERROR_SUCCESS;
 }
 
 void InsertKey(RegistryPath path, REGSAM access, PHKEY result)
@@ -105,13 +99,9 @@ template <class Use>
 LSTATUS WithKey(HKEY handle, REGSAM right, bool alters, Use&& use)
 {
     const std::shared_ptr<OpenKey> key = KeyOf(handle);
-    if (!key)
+    if (!key || (key->access & right) != right)
     {
-        return LSTATUS{ERROR_INVALID_HANDLE};
-    }
-    if ((key->access & right) != right)
-    {
-        return LSTATUS{ERROR_ACCESS_DENIED};
+        return key ? ERROR_ACCESS_DENIED : ERROR_INVALID_HANDLE;
     }
     const auto body = [&](RegistryKey& root)
     {
@@ -123,7 +113,7 @@ LSTATUS WithKey(HKEY handle, REGSAM right, bool alters, Use&& use)
 
 // A registry call's frame: its injected failure, and no exception to the caller.
 template <class Body>
-LSTATUS Call(const char* function, Body&& body) noexcept
+LSTATUS RegistryCall(const char* function, Body&& body) noexcept
 {
     return Guarded(LSTATUS{ERROR_NOT_ENOUGH_MEMORY},
                    [&] { return FailNextCall(function) ? static_cast<LSTATUS>(GetLastError()) : body(); });
@@ -134,254 +124,179 @@ std::u16string_view NameOf(LPCWSTR name)
     return name == nullptr ? std::u16string_view() : name;
 }
 } // namespace
-
 } // namespace sndxposix
 
 using namespace sndxposix;
 
 extern "C" LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD, REGSAM access, PHKEY result)
 {
-    return Call("RegOpenKeyExW",
-                [&]
-                {
-                    RegistryPath place;
-                    LSTATUS error = result == nullptr ? LSTATUS{ERROR_INVALID_PARAMETER}
-                                                      : Resolve(key, path, access, place);
-                    if (error == 0)
-                    {
-                        error = LookIntoRegistry(
-                            [&](RegistryKey& root) {
-                                return FindRegistryKey(root, place) == nullptr ? LSTATUS{ERROR_FILE_NOT_FOUND}
-                                                                               : LSTATUS{0};
-                            });
-                    }
-                    if (error == 0)
-                    {
-                        InsertKey(std::move(place), access, result);
-                    }
-                    return error;
-                });
+    const auto body = [&]
+    {
+        RegistryPath place;
+        LSTATUS error = Resolve(key, path, access, place);
+        const auto look = [&](RegistryKey& root) -> LSTATUS
+        { return FindRegistryKey(root, place) == nullptr ? ERROR_FILE_NOT_FOUND : ERROR_SUCCESS; };
+        error = error != 0 ? error : LookIntoRegistry(look);
+        if (error == 0)
+        {
+            InsertKey(std::move(place), access, result);
+        }
+        return error;
+    };
+    return RegistryCall("RegOpenKeyExW", body);
 }
 
 extern "C" LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR path, DWORD, LPWSTR, DWORD, REGSAM access,
                                           LPSECURITY_ATTRIBUTES, PHKEY result, LPDWORD disposition)
 {
-    return Call("RegCreateKeyExW",
-                [&]
-                {
-                    RegistryPath place;
-                    LSTATUS error = result == nullptr ? LSTATUS{ERROR_INVALID_PARAMETER}
-                                                      : Resolve(key, path, access, place);
-                    if (error != 0)
-                    {
-                        return error;
-                    }
-                    DWORD outcome = REG_OPENED_EXISTING_KEY;
-                    error = LookIntoRegistry(
-                        [&](RegistryKey& root)
-                        {
-                            outcome = FindRegistryKey(root, place) == nullptr ? REG_CREATED_NEW_KEY
-                                                                              : REG_OPENED_EXISTING_KEY;
-                            return LSTATUS{0};
-                        });
-                    if (error == 0 && outcome == REG_CREATED_NEW_KEY)
-                    {
-                        error = AlterRegistry(
-                            [&](RegistryKey& root)
-                            {
-                                // Another process may have been first.
-                                outcome = FindRegistryKey(root, place) == nullptr ? REG_CREATED_NEW_KEY
-                                                                                  : REG_OPENED_EXISTING_KEY;
-                                MakeRegistryKey(root, place);
-                                return LSTATUS{0};
-                            });
-                    }
-                    if (error != 0)
-                    {
-                        return error;
-                    }
-                    InsertKey(std::move(place), access, result);
-                    if (disposition != nullptr)
-                    {
-                        *disposition = outcome;
-                    }
-                    return LSTATUS{0};
-                });
+    const auto body = [&]
+    {
+        RegistryPath place;
+        LSTATUS error = Resolve(key, path, access, place);
+        DWORD outcome = REG_OPENED_EXISTING_KEY;
+        const auto look = [&](RegistryKey& root) -> LSTATUS
+        {
+            outcome = FindRegistryKey(root, place) == nullptr ? REG_CREATED_NEW_KEY : REG_OPENED_EXISTING_KEY;
+            return ERROR_SUCCESS;
+        };
+        const auto make = [&](RegistryKey& root) -> LSTATUS
+        {
+            look(root); // another process may have been first
+            MakeRegistryKey(root, place);
+            return ERROR_SUCCESS;
+        };
+        error = error != 0 ? error : LookIntoRegistry(look);
+        if (error == 0 && outcome == REG_CREATED_NEW_KEY)
+        {
+            error = AlterRegistry(make);
+        }
+        if (error == 0)
+        {
+            InsertKey(std::move(place), access, result);
+        }
+        if (error == 0 && disposition != nullptr)
+        {
+            *disposition = outcome;
+        }
+        return error;
+    };
+    return RegistryCall("RegCreateKeyExW", body);
 }
 
 extern "C" LSTATUS WINAPI RegCloseKey(HKEY key)
 {
-    return Call("RegCloseKey",
-                [&]
-                {
-                    if (key == HKEY_LOCAL_MACHINE || key == HKEY_CURRENT_USER || key == HKEY_CLASSES_ROOT)
-                    {
-                        return LSTATUS{0};
-                    }
-                    return LookupHandleAs<OpenKey>(key) && RemoveHandle(key) ? LSTATUS{0}
-                                                                             : LSTATUS{ERROR_INVALID_HANDLE};
-                });
+    const auto body = [&]() -> LSTATUS
+    {
+        const bool isRoot = key == HKEY_LOCAL_MACHINE || key == HKEY_CURRENT_USER;
+        return isRoot || (LookupHandleAs<OpenKey>(key) && RemoveHandle(key)) ? ERROR_SUCCESS
+                                                                             : ERROR_INVALID_HANDLE;
+    };
+    return RegistryCall("RegCloseKey", body);
 }
 
 extern "C" LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const BYTE* data,
                                          DWORD size)
 {
-    return Call("RegSetValueExW",
-                [&]
-                {
-                    if (!IsRegistryName(NameOf(name)) || (data == nullptr && size != 0))
-                    {
-                        return LSTATUS{ERROR_INVALID_PARAMETER};
-                    }
-                    return WithKey(key, KEY_SET_VALUE, true,
-                                   [&](RegistryKey& found)
-                                   {
-                                       SetRegistryValue(found, NameOf(name), type,
-                                                        std::vector<BYTE>(data, data + size));
-                                       return LSTATUS{0};
-                                   });
-                });
+    const auto set = [&](RegistryKey& found) -> LSTATUS
+    {
+        SetRegistryValue(found, NameOf(name), type, std::vector<BYTE>(data, data + size));
+        return ERROR_SUCCESS;
+    };
+    const auto body = [&]
+    {
+        return IsRegistryName(NameOf(name)) ? WithKey(key, KEY_SET_VALUE, true, set)
+                                            : LSTATUS{ERROR_INVALID_PARAMETER};
+    };
+    return RegistryCall("RegSetValueExW", body);
 }
 
 extern "C" LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reserved, LPDWORD type,
                                            LPBYTE data, LPDWORD size)
 {
-    return Call("RegQueryValueExW",
-                [&]
-                {
-                    if (reserved != nullptr || (data != nullptr && size == nullptr))
-                    {
-                        return LSTATUS{ERROR_INVALID_PARAMETER};
-                    }
-                    return WithKey(key, KEY_QUERY_VALUE, false,
-                                   [&](RegistryKey& found)
-                                   {
-                                       const auto entry = found.values.find(RegistryOrder(NameOf(name)));
-                                       if (entry == found.values.end())
-                                       {
-                                           if (size != nullptr && data == nullptr)
-                                           {
-                                               *size = 0;
-                                           }
-                                           return LSTATUS{ERROR_FILE_NOT_FOUND};
-                                       }
-                                       const RegistryValue& value = entry->second;
-                                       if (type != nullptr)
-                                       {
-                                           *type = value.type;
-                                       }
-                                       const bool tooSmall = data != nullptr && *size < value.data.size();
-                                       if (data != nullptr && !tooSmall && !value.data.empty())
-                                       {
-                                           std::memcpy(data, value.data.data(), value.data.size());
-                                       }
-                                       if (size != nullptr)
-                                       {
-                                           *size = static_cast<DWORD>(value.data.size());
-                                       }
-                                       return tooSmall ? LSTATUS{ERROR_MORE_DATA} : LSTATUS{0};
-                                   });
-                });
+    const auto query = [&](RegistryKey& found) -> LSTATUS
+    {
+        const auto entry = found.values.find(RegistryOrder(NameOf(name)));
+        if (entry == found.values.end())
+        {
+            return ERROR_FILE_NOT_FOUND;
+        }
+        const RegistryValue& value = entry->second;
+        if (type != nullptr)
+        {
+            *type = value.type;
+        }
+        const bool tooSmall = data != nullptr && *size < value.data.size();
+        if (data != nullptr && !tooSmall)
+        {
+            std::copy(value.data.begin(), value.data.end(), data);
+        }
+        if (size != nullptr)
+        {
+            *size = static_cast<DWORD>(value.data.size());
+        }
+        return tooSmall ? ERROR_MORE_DATA : ERROR_SUCCESS;
+    };
+    const auto body = [&]
+    {
+        return reserved != nullptr || (data != nullptr && size == nullptr)
+                   ? LSTATUS{ERROR_INVALID_PARAMETER}
+                   : WithKey(key, KEY_QUERY_VALUE, false, query);
+    };
+    return RegistryCall("RegQueryValueExW", body);
 }
 
 extern "C" LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR name)
 {
-    return Call("RegDeleteValueW",
-                [&]
-                {
-                    return WithKey(key, KEY_SET_VALUE, true,
-                                   [&](RegistryKey& found)
-                                   {
-                                       return found.values.erase(RegistryOrder(NameOf(name))) != 0
-                                                  ? LSTATUS{0}
-                                                  : LSTATUS{ERROR_FILE_NOT_FOUND};
-                                   });
-                });
+    const auto erase = [&](RegistryKey& found) -> LSTATUS
+    { return found.values.erase(RegistryOrder(NameOf(name))) != 0 ? ERROR_SUCCESS : ERROR_FILE_NOT_FOUND; };
+    return RegistryCall("RegDeleteValueW", [&] { return WithKey(key, KEY_SET_VALUE, true, erase); });
 }
 
 extern "C" LSTATUS WINAPI RegEnumKeyW(HKEY key, DWORD index, LPWSTR name, DWORD length)
 {
-    return Call("RegEnumKeyW",
-                [&]
-                {
-                    return WithKey(key, KEY_ENUMERATE_SUB_KEYS, false,
-                                   [&](RegistryKey& found)
-                                   {
-                                       if (index >= found.keys.size())
-                                       {
-                                           return LSTATUS{ERROR_NO_MORE_ITEMS};
-                                       }
-                                       const std::u16string& child =
-                                           std::next(found.keys.begin(), index)->second->name;
-                                       if (child.size() >= length)
-                                       {
-                                           return LSTATUS{ERROR_MORE_DATA};
-                                       }
-                                       std::memcpy(name, child.c_str(), (child.size() + 1) * sizeof(WCHAR));
-                                       return LSTATUS{0};
-                                   });
-                });
-}
-
-extern "C" LSTATUS WINAPI RegDeleteKeyExW(HKEY key, LPCWSTR path, REGSAM view, DWORD)
-{
-    return Call("RegDeleteKeyExW",
-                [&]
-                {
-                    RegistryPath place;
-                    const LSTATUS error =
-                        path == nullptr ? LSTATUS{ERROR_INVALID_PARAMETER} : Resolve(key, path, view, place);
-                    if (error != 0)
-                    {
-                        return error;
-                    }
-                    return AlterRegistry(
-                        [&](RegistryKey& root)
-                        {
-                            const RegistryKey* found = FindRegistryKey(root, place);
-                            if (found == nullptr)
-                            {
-                                return LSTATUS{ERROR_FILE_NOT_FOUND};
-                            }
-                            if (!found->keys.empty() || place.size() == 1)
-                            {
-                                return LSTATUS{ERROR_ACCESS_DENIED};
-                            }
-                            RemoveRegistryKey(root, place);
-                            return LSTATUS{0};
-                        });
-                });
+    const auto enumerate = [&](RegistryKey& found) -> LSTATUS
+    {
+        if (index >= found.keys.size())
+        {
+            return ERROR_NO_MORE_ITEMS;
+        }
+        const std::u16string& child = std::next(found.keys.begin(), index)->second->name;
+        if (child.size() >= length)
+        {
+            return ERROR_MORE_DATA;
+        }
+        name[child.copy(name, child.size())] = 0;
+        return ERROR_SUCCESS;
+    };
+    return RegistryCall("RegEnumKeyW",
+                        [&] { return WithKey(key, KEY_ENUMERATE_SUB_KEYS, false, enumerate); });
 }
 
 extern "C" LSTATUS WINAPI RegDeleteTreeW(HKEY key, LPCWSTR path)
 {
-    return Call("RegDeleteTreeW",
-                [&]
-                {
-                    RegistryPath place;
-                    const LSTATUS error = Resolve(key, path, 0, place);
-                    if (error != 0)
-                    {
-                        return error;
-                    }
-                    return AlterRegistry(
-                        [&](RegistryKey& root)
-                        {
-                            RegistryKey* found = FindRegistryKey(root, place);
-                            if (found == nullptr)
-                            {
-                                return LSTATUS{ERROR_FILE_NOT_FOUND};
-                            }
-                            if (!NameOf(path).empty())
-                            {
-                                RemoveRegistryKey(root, place);
-                            }
-                            else
-                            {
-                                found->keys.clear();
-                                found->values.clear();
-                            }
-                            return LSTATUS{0};
-                        });
-                });
+    RegistryPath place;
+    const auto remove = [&](RegistryKey& root) -> LSTATUS
+    {
+        RegistryKey* found = FindRegistryKey(root, place);
+        if (found == nullptr)
+        {
+            return ERROR_FILE_NOT_FOUND;
+        }
+        if (!NameOf(path).empty())
+        {
+            RemoveRegistryKey(root, place);
+        }
+        else
+        {
+            found->keys.clear();
+            found->values.clear();
+        }
+        return ERROR_SUCCESS;
+    };
+    const auto body = [&]
+    {
+        const LSTATUS error = Resolve(key, path, 0, place);
+        return error != 0 ? error : AlterRegistry(remove);
+    };
+    return RegistryCall("RegDeleteTreeW", body);
 }

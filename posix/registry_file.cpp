@@ -138,16 +138,7 @@ std::optional<RegistryPath> ParseKeyPath(std::u16string_view text)
         return std::nullopt;
     }
     const std::u16string root = RegistryOrder(path.front());
-    if (root == u"HKEY_CLASSES_ROOT")
-    {
-        path.front() = u"HKEY_LOCAL_MACHINE";
-        path.insert(path.begin() + 1, {u"Software", u"Classes"});
-    }
-    else if (root != u"HKEY_LOCAL_MACHINE" && root != u"HKEY_CURRENT_USER")
-    {
-        return std::nullopt;
-    }
-    return path;
+    return root == u"HKEY_LOCAL_MACHINE" || root == u"HKEY_CURRENT_USER" ? std::optional(path) : std::nullopt;
 }
 
 class Reader
@@ -155,17 +146,19 @@ class Reader
   public:
     Reader(std::u16string_view text, RegistryKey& root) : rest_(text), root_(root) {}
 
-    RegistryFileReport Read()
+    void Read()
     {
-        while (std::optional<std::u16string_view> line = NextLine())
+        while (const std::optional<std::u16string_view> line = NextLine())
         {
-            const std::size_t number = lineNumber_;
-            if (!line->empty() && line->front() != u';' && !ApplyLine(*line))
+            if (line->starts_with(u'['))
             {
-                report_.firstBadLine = report_.badLines++ == 0 ? number : report_.firstBadLine;
+                ApplyKey(*line);
+            }
+            else if (line->starts_with(u'"') || line->starts_with(u'@'))
+            {
+                ApplyValue(*line);
             }
         }
-        return report_;
     }
 
   private:
@@ -178,7 +171,6 @@ class Reader
         const std::size_t end = std::min(rest_.find(u'\n'), rest_.size());
         std::u16string_view line = rest_.substr(0, end);
         rest_.remove_prefix(std::min(end + 1, rest_.size()));
-        ++lineNumber_;
         if (!line.empty() && line.back() == u'\r')
         {
             line.remove_suffix(1);
@@ -186,157 +178,117 @@ class Reader
         return Trimmed(line);
     }
 
-    bool ApplyLine(std::u16string_view line)
-    {
-        switch (line.front())
-        {
-        case u'[':
-            return ApplyKey(line);
-        case u'"':
-        case u'@':
-            return ApplyValue(line);
-        default:
-            report_.hasHeader = report_.hasHeader || line == registryFileHeader;
-            return line == registryFileHeader;
-        }
-    }
-
     // [path] opens a key, [-path] removes one. A name may hold brackets: the last one ends it.
-    bool ApplyKey(std::u16string_view line)
+    void ApplyKey(std::u16string_view line)
     {
         key_ = nullptr;
         if (line.back() != u']')
         {
-            return false;
+            return;
         }
         std::u16string_view text = line.substr(1, line.size() - 2);
-        const bool remove = !text.empty() && text.front() == u'-';
+        const bool remove = text.starts_with(u'-');
         text.remove_prefix(remove ? 1 : 0);
         const std::optional<RegistryPath> path = ParseKeyPath(text);
-        if (!path || (remove && path->size() == 1))
-        {
-            return false;
-        }
-        if (remove)
+        if (path && remove && path->size() > 1)
         {
             RemoveRegistryKey(root_, *path);
         }
-        else
+        else if (path && !remove)
         {
             key_ = &MakeRegistryKey(root_, *path);
         }
-        return true;
     }
 
-    bool ApplyValue(std::u16string_view line)
+    void ApplyValue(std::u16string_view line)
     {
-        std::u16string name;
+        std::optional<std::u16string> name = u"";
         if (line.front() == u'@')
         {
             line.remove_prefix(1);
         }
-        else if (std::optional<std::u16string> quoted = TakeQuoted(line))
-        {
-            name = std::move(*quoted);
-        }
         else
         {
-            return false;
+            name = TakeQuoted(line);
         }
         line = Trimmed(line);
-        if (line.empty() || line.front() != u'=')
+        if (name && line.starts_with(u'='))
         {
-            return false;
+            // Also below a key that was not understood: the lines of hex data belong to it.
+            ApplyData(*name, Trimmed(line.substr(1)));
         }
-        line.remove_prefix(1);
-        // Also below a key that was not understood: the lines of hex data belong to it.
-        return ApplyData(name, Trimmed(line)) && key_ != nullptr;
     }
 
-    bool ApplyData(const std::u16string& name, std::u16string_view text)
+    void ApplyData(const std::u16string& name, std::u16string_view text)
     {
-        if (text == u"-")
+        if (text == u"-" && key_ != nullptr)
         {
-            if (key_ != nullptr)
-            {
-                key_->values.erase(RegistryOrder(name));
-            }
-            return true;
+            key_->values.erase(RegistryOrder(name));
         }
-        if (!text.empty() && text.front() == u'"')
+        else if (text.starts_with(u'"'))
         {
             const std::optional<std::u16string> quoted = TakeQuoted(text);
             text = Trimmed(text);
-            return quoted && (text.empty() || text.front() == u';') && Set(name, REG_SZ, TextBytes(*quoted));
+            if (quoted && (text.empty() || text.front() == u';'))
+            {
+                Set(name, REG_SZ, TextBytes(*quoted));
+            }
         }
-        if (text.starts_with(u"dword:"))
+        else if (text.starts_with(u"dword:"))
         {
-            const std::optional<DWORD> number = HexNumber(Trimmed(text.substr(6)), 8);
-            return number && Set(name, REG_DWORD,
-                                 {static_cast<BYTE>(*number), static_cast<BYTE>(*number >> 8),
-                                  static_cast<BYTE>(*number >> 16), static_cast<BYTE>(*number >> 24)});
+            if (const std::optional<DWORD> number = HexNumber(Trimmed(text.substr(6)), 8))
+            {
+                Set(name, REG_DWORD,
+                    {static_cast<BYTE>(*number), static_cast<BYTE>(*number >> 8),
+                     static_cast<BYTE>(*number >> 16), static_cast<BYTE>(*number >> 24)});
+            }
         }
-        return text.starts_with(u"hex") && ApplyHex(name, text.substr(3));
+        else if (text.starts_with(u"hex"))
+        {
+            ApplyHex(name, text.substr(3));
+        }
     }
 
     // ":bytes" (binary data) or "(type):bytes"; a backslash at the end of a line goes on in the next.
-    bool ApplyHex(const std::u16string& name, std::u16string_view text)
+    void ApplyHex(const std::u16string& name, std::u16string_view text)
     {
         std::u16string joined(text);
         while (!joined.empty() && joined.back() == u'\\')
         {
             joined.pop_back();
-            const std::optional<std::u16string_view> line = NextLine();
-            if (!line)
-            {
-                break;
-            }
-            joined.append(*line);
+            joined.append(NextLine().value_or(u""));
         }
         const std::size_t colon = joined.find(u':');
         if (colon == std::u16string::npos)
         {
-            return false;
+            return;
         }
-        DWORD type = REG_BINARY;
         const std::u16string_view before = std::u16string_view(joined).substr(0, colon);
+        std::optional<DWORD> type = REG_BINARY;
         if (!before.empty())
         {
-            if (before.front() != u'(' || before.back() != u')' || before.size() < 3)
-            {
-                return false;
-            }
-            const std::optional<DWORD> number = HexNumber(before.substr(1, before.size() - 2), 8);
-            if (!number)
-            {
-                return false;
-            }
-            type = *number;
+            const bool inBrackets = before.size() > 2 && before.front() == u'(' && before.back() == u')';
+            type = inBrackets ? HexNumber(before.substr(1, before.size() - 2), 8) : std::nullopt;
         }
         std::optional<std::vector<BYTE>> bytes = HexBytes(std::u16string_view(joined).substr(colon + 1));
-        return bytes && Set(name, type, std::move(*bytes));
+        if (type && bytes)
+        {
+            Set(name, *type, std::move(*bytes));
+        }
     }
 
-    bool Set(const std::u16string& name, DWORD type, std::vector<BYTE> data)
+    void Set(const std::u16string& name, DWORD type, std::vector<BYTE> data)
     {
-        if (!IsRegistryName(name))
-        {
-            return false;
-        }
-        if (key_ != nullptr)
+        if (key_ != nullptr && IsRegistryName(name))
         {
             SetRegistryValue(*key_, name, type, std::move(data));
         }
-        return true;
     }
 
     std::u16string_view rest_;
     RegistryKey& root_;
     RegistryKey* key_ = nullptr; // that values belong to; null below a removed or senseless key
-    std::size_t lineNumber_ = 0;
-    RegistryFileReport report_;
 };
-
 } // namespace
 
 std::u16string DecodeRegistryFile(std::string_view bytes)
@@ -359,8 +311,8 @@ std::u16string DecodeRegistryFile(std::string_view bytes)
     return Utf16(bytes);
 }
 
-RegistryFileReport ApplyRegistryText(std::u16string_view text, RegistryKey& root)
+void ApplyRegistryText(std::u16string_view text, RegistryKey& root)
 {
-    return Reader(text, root).Read();
+    Reader(text, root).Read();
 }
 } // namespace sndxposix

@@ -57,18 +57,11 @@ void SetRegistryValue(RegistryKey& key, std::u16string_view name, DWORD type, st
 // First line of a file.
 constexpr std::u16string_view registryFileHeader = u"Windows Registry Editor Version 5.00";
 
-struct RegistryFileReport
-{
-    bool hasHeader = false;
-    std::size_t badLines = 0;
-    std::size_t firstBadLine = 0; // counted from 1
-};
-
 // UTF-16 (little-endian, with byte order mark) or UTF-8, also without a mark.
 std::u16string DecodeRegistryFile(std::string_view bytes);
-// Applies a file's text to the tree below root. Lines that make no sense are skipped and counted; keys of
-// other roots than HKEY_LOCAL_MACHINE, HKEY_CURRENT_USER and HKEY_CLASSES_ROOT count among them.
-RegistryFileReport ApplyRegistryText(std::u16string_view text, RegistryKey& root);
+// Applies a file's text to the tree below root. Lines that make no sense are skipped; keys of other roots
+// than HKEY_LOCAL_MACHINE and HKEY_CURRENT_USER are among them.
+void ApplyRegistryText(std::u16string_view text, RegistryKey& root);
 // The text (UTF-8) that makes root out of base when it is applied to it.
 std::string WriteRegistryText(const RegistryKey& root, const RegistryKey& base);
 } // namespace sndxposix

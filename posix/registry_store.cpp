@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <mutex>
 #include <utility>
 
@@ -16,7 +15,7 @@
 
 #include "sndx/registry.h"
 
-#include "posix/guarded.h"
+#include "posix/descriptor.h"
 #include "posix/internal.h"
 
 namespace sndxposix
@@ -25,30 +24,6 @@ namespace
 {
 // A file beyond this is not ours and not sensible.
 constexpr off_t maximumFileSize = off_t{64} << 20;
-
-class FileDescriptor
-{
-  public:
-    explicit FileDescriptor(int descriptor = -1) : descriptor_(descriptor) {}
-    FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-    FileDescriptor& operator=(FileDescriptor&& other) noexcept
-    {
-        std::swap(descriptor_, other.descriptor_);
-        return *this;
-    }
-    ~FileDescriptor()
-    {
-        if (descriptor_ >= 0)
-        {
-            close(descriptor_);
-        }
-    }
-    int Get() const { return descriptor_; }
-    bool IsOpen() const { return descriptor_ >= 0; }
-
-  private:
-    int descriptor_;
-};
 
 LSTATUS ErrnoStatus()
 {
@@ -104,7 +79,7 @@ class Store
     {
         const std::lock_guard lock(mutex_);
         // Holders only read and write the file, so the wait is short; a killed one's lock ends with it.
-        const FileDescriptor lockFile(
+        const Descriptor lockFile(
             open((RootFolder() + "/registry.lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0666));
         if (!lockFile.IsOpen())
         {
@@ -186,7 +161,7 @@ class Store
     {
         stamp_ = {};
         // Without O_NONBLOCK something that is no file could keep the call for ever.
-        FileDescriptor file(open(Path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+        Descriptor file(open(Path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
         struct stat status = {};
         if (!file.IsOpen() ? errno != ENOENT : fstat(file.Get(), &status) != 0)
         {
@@ -201,24 +176,13 @@ class Store
         }
         if (!S_ISREG(status.st_mode) || status.st_size > maximumFileSize)
         {
-            return LSTATUS{ERROR_REGISTRY_CORRUPT};
+            return ERROR_REGISTRY_CORRUPT;
         }
         std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
-        std::size_t done = 0;
-        while (done < bytes.size())
+        if (!ReadAt(file.Get(), bytes.data(), bytes.size(), 0))
         {
-            const ssize_t count = read(file.Get(), bytes.data() + done, bytes.size() - done);
-            if (count < 0 && errno != EINTR)
-            {
-                return ErrnoStatus();
-            }
-            if (count == 0)
-            {
-                break;
-            }
-            done += count > 0 ? static_cast<std::size_t>(count) : 0;
+            return ERROR_REGISTRY_CORRUPT; // somebody is cutting it just now
         }
-        bytes.resize(done);
         ApplyRegistryText(DecodeRegistryFile(bytes), root_);
         stamp_ = StampOf(status);
         stamp_.known = !IsYoung(stamp_);
@@ -233,16 +197,10 @@ class Store
         AddOwnFacts(base);
         const std::string text = WriteRegistryText(root_, base);
         const std::string path = Path() + ".new";
-        FileDescriptor file(open(path.c_str(), O_CREAT | O_TRUNC | O_RDWR | O_CLOEXEC, 0666));
+        Descriptor file(open(path.c_str(), O_CREAT | O_TRUNC | O_RDWR | O_CLOEXEC, 0666));
         struct stat status = {};
-        bool done = file.IsOpen();
-        for (std::size_t written = 0; done && written < text.size();)
-        {
-            const ssize_t count = write(file.Get(), text.data() + written, text.size() - written);
-            done = count > 0 || (count < 0 && errno == EINTR);
-            written += count > 0 ? static_cast<std::size_t>(count) : 0;
-        }
-        if (!done || fstat(file.Get(), &status) != 0 || rename(path.c_str(), Path().c_str()) != 0)
+        if (!file.IsOpen() || !WriteAt(file.Get(), text.data(), text.size(), 0) ||
+            fstat(file.Get(), &status) != 0 || rename(path.c_str(), Path().c_str()) != 0)
         {
             const LSTATUS error = ErrnoStatus();
             unlink(path.c_str());
@@ -256,7 +214,7 @@ class Store
     std::mutex mutex_;
     RegistryKey root_;
     Stamp stamp_;
-    FileDescriptor file_;
+    Descriptor file_;
 };
 
 // Never destroyed: modules read settings in their static destructors, at the very end of the process.
@@ -275,34 +233,5 @@ LONG LookIntoRegistry(const RegistryUse& look)
 LONG AlterRegistry(const RegistryUse& change)
 {
     return TheStore().Alter(change);
-}
-
-RegistryImport ImportRegistryFile(const char* path)
-{
-    RegistryImport result;
-    result.error = Guarded(LSTATUS{ERROR_NOT_ENOUGH_MEMORY},
-                           [&]
-                           {
-                               std::ifstream file(path, std::ios::binary);
-                               const std::string bytes(std::istreambuf_iterator<char>(file), {});
-                               if (!file.is_open() || file.bad())
-                               {
-                                   return LSTATUS{ERROR_FILE_NOT_FOUND};
-                               }
-                               const std::u16string text = DecodeRegistryFile(bytes);
-                               RegistryKey trial;
-                               RegistryFileReport report = ApplyRegistryText(text, trial);
-                               result.hasHeader = report.hasHeader;
-                               result.badLines = report.badLines;
-                               result.firstBadLine = report.firstBadLine;
-                               return !report.hasHeader ? 0
-                                                        : AlterRegistry(
-                                                              [&](RegistryKey& root)
-                                                              {
-                                                                  ApplyRegistryText(text, root);
-                                                                  return LSTATUS{0};
-                                                              });
-                           });
-    return result;
 }
 } // namespace sndxposix

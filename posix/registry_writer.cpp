@@ -2,6 +2,7 @@
 
 #include "posix/registry_file.h"
 
+#include <cstdio>
 #include <optional>
 
 #include "sndx/registry.h"
@@ -95,7 +96,6 @@ class Writer
 
     void WriteValue(const RegistryValue& value)
     {
-        static const char digits[] = "0123456789abcdef";
         const std::optional<std::u16string> text =
             value.type == REG_SZ ? QuotableText(value.data) : std::nullopt;
         out_ += Name(value.name) + "=";
@@ -114,20 +114,9 @@ class Writer
             out_ += "\n";
             return;
         }
-        out_ += "hex";
-        if (value.type != REG_BINARY)
-        {
-            out_ += "(";
-            for (int shift = 28; shift >= 0; shift -= 4)
-            {
-                if (value.type >> shift != 0 || shift == 0)
-                {
-                    out_ += digits[value.type >> shift & 15];
-                }
-            }
-            out_ += ")";
-        }
-        out_ += ":";
+        char type[16];
+        std::snprintf(type, sizeof type, value.type == REG_BINARY ? "hex:" : "hex(%x):", value.type);
+        out_ += type;
         constexpr std::size_t bytesOfALine = 25;
         for (std::size_t i = 0; i < value.data.size(); ++i)
         {

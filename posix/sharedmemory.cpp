@@ -17,28 +17,20 @@ namespace
 {
 // A section's file: locks, kind and size in the first page, the memory behind it.
 constexpr std::uint64_t headerSize = 4096;
-constexpr std::uint64_t allocationGranularity = 65536;
 
 class SectionObject : public KernelObject
 {
   public:
-    SectionObject(std::unique_ptr<NamedFile> named, int file, std::uint64_t size)
-        : named_(std::move(named)), file_(file), size_(size)
+    SectionObject(std::unique_ptr<NamedFile> named, Descriptor unnamed, std::uint64_t size)
+        : named_(std::move(named)), unnamed_(std::move(unnamed)), size_(size)
     {
     }
-    ~SectionObject() override
-    {
-        if (!named_)
-        {
-            close(file_);
-        }
-    }
-    int Descriptor() const { return file_; }
+    int File() const { return named_ ? named_->File() : unnamed_.Get(); }
     std::uint64_t Size() const { return size_; }
 
   private:
     const std::unique_ptr<NamedFile> named_; // null for a section without a name
-    const int file_;                         // that of named_, or the section's own
+    const Descriptor unnamed_;
     const std::uint64_t size_;
 };
 
@@ -57,17 +49,12 @@ Views& TheViews()
 
 std::shared_ptr<SectionObject> MakeUnnamed(std::uint64_t size)
 {
-    const int file = memfd_create("section", MFD_CLOEXEC);
-    if (file < 0 || ftruncate(file, static_cast<off_t>(headerSize + size)) != 0)
+    Descriptor file(memfd_create("section", MFD_CLOEXEC));
+    if (!file.IsOpen() || ftruncate(file.Get(), static_cast<off_t>(headerSize + size)) != 0)
     {
-        SetLastError(ErrorFromErrno(errno));
-        if (file >= 0)
-        {
-            close(file);
-        }
-        return nullptr;
+        return FailWith(ErrorFromErrno(errno), nullptr);
     }
-    return std::make_shared<SectionObject>(nullptr, file, size);
+    return std::make_shared<SectionObject>(nullptr, std::move(file), size);
 }
 
 // size counts for a new section only.
@@ -84,15 +71,13 @@ std::shared_ptr<SectionObject> EnterNamed(const WCHAR* name, NamedFile::Access a
     {
         return nullptr;
     }
-    const int file = named->Descriptor();
     // Whoever comes first gives the file its length; a second time changes nothing.
-    if (!ReadAt(file, &size, sizeof size, objectDataOffset) ||
-        ftruncate(file, static_cast<off_t>(headerSize + size)) != 0)
+    if (!ReadAt(named->File(), &size, sizeof size, objectDataOffset) ||
+        ftruncate(named->File(), static_cast<off_t>(headerSize + size)) != 0)
     {
-        SetLastError(ErrorFromErrno(errno));
-        return nullptr;
+        return FailWith(ErrorFromErrno(errno), nullptr);
     }
-    return std::make_shared<SectionObject>(std::move(named), file, size);
+    return std::make_shared<SectionObject>(std::move(named), Descriptor(), size);
 }
 } // namespace
 } // namespace sndxposix
@@ -102,40 +87,30 @@ using namespace sndxposix;
 extern "C" HANDLE WINAPI CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES, DWORD protection,
                                             DWORD sizeHigh, DWORD sizeLow, LPCWSTR name)
 {
-    if (FailNextCall("CreateFileMappingW"))
+    const auto body = [&]() -> HANDLE
     {
-        return nullptr;
-    }
-    const std::uint64_t size = (static_cast<std::uint64_t>(sizeHigh) << 32) | sizeLow;
-    if (file != INVALID_HANDLE_VALUE || protection != PAGE_READWRITE || size == 0)
-    {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
-    bool existed = false;
-    const auto section = name == nullptr || *name == 0
-                             ? MakeUnnamed(size)
-                             : EnterNamed(name, NamedFile::Access::Create, size, existed);
-    if (!section)
-    {
-        return nullptr;
-    }
-    const HANDLE handle = InsertHandle(section);
-    SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
-    return handle;
+        const std::uint64_t size = (static_cast<std::uint64_t>(sizeHigh) << 32) | sizeLow;
+        if (file != INVALID_HANDLE_VALUE || protection != PAGE_READWRITE || size == 0)
+        {
+            return FailWith(ERROR_INVALID_PARAMETER, nullptr);
+        }
+        bool existed = false;
+        const auto section = name == nullptr || *name == 0
+                                 ? MakeUnnamed(size)
+                                 : EnterNamed(name, NamedFile::Access::Create, size, existed);
+        if (!section)
+        {
+            return nullptr;
+        }
+        const HANDLE handle = InsertHandle(section);
+        SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+        return handle;
+    };
+    return Call("CreateFileMappingW", HANDLE{}, body);
 }
 
 extern "C" HANDLE WINAPI OpenFileMappingW(DWORD, BOOL, LPCWSTR name)
 {
-    if (FailNextCall("OpenFileMappingW"))
-    {
-        return nullptr;
-    }
-    if (name == nullptr)
-    {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return nullptr;
-    }
     bool existed = false;
     const auto section = EnterNamed(name, NamedFile::Access::Open, 0, existed);
     return section ? InsertHandle(section) : nullptr;
@@ -144,37 +119,25 @@ extern "C" HANDLE WINAPI OpenFileMappingW(DWORD, BOOL, LPCWSTR name)
 extern "C" LPVOID WINAPI MapViewOfFile(HANDLE section, DWORD access, DWORD offsetHigh, DWORD offsetLow,
                                        SIZE_T bytes)
 {
-    if (FailNextCall("MapViewOfFile"))
-    {
-        return nullptr;
-    }
-    const auto object = LookupHandleAs<SectionObject>(section);
+    const auto object = LookupHandleFor<SectionObject>("MapViewOfFile", section);
     if (!object)
     {
         return nullptr;
     }
-    const std::uint64_t offset = (static_cast<std::uint64_t>(offsetHigh) << 32) | offsetLow;
-    if (offset % allocationGranularity != 0)
-    {
-        SetLastError(ERROR_MAPPED_ALIGNMENT);
-        return nullptr;
-    }
     // Sections are whole pages.
     const auto page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
-    const std::uint64_t end = (object->Size() + page - 1) / page * page;
-    if (offset >= end || bytes > end - offset)
+    const std::uint64_t wholePages = (object->Size() + page - 1) / page * page;
+    if (offsetHigh != 0 || offsetLow != 0 || bytes > wholePages)
     {
-        SetLastError(ERROR_ACCESS_DENIED);
-        return nullptr;
+        return FailWith(offsetHigh != 0 || offsetLow != 0 ? ERROR_INVALID_PARAMETER : ERROR_ACCESS_DENIED,
+                        nullptr);
     }
-    const std::size_t size = bytes == 0 ? static_cast<std::size_t>(end - offset) : bytes;
+    const std::size_t size = bytes == 0 ? static_cast<std::size_t>(wholePages) : bytes;
     const int protection = (access & FILE_MAP_WRITE) != 0 ? PROT_READ | PROT_WRITE : PROT_READ;
-    void* view = mmap(nullptr, size, protection, MAP_SHARED, object->Descriptor(),
-                      static_cast<off_t>(headerSize + offset));
+    void* view = mmap(nullptr, size, protection, MAP_SHARED, object->File(), off_t{headerSize});
     if (view == MAP_FAILED)
     {
-        SetLastError(ErrorFromErrno(errno));
-        return nullptr;
+        return FailWith(ErrorFromErrno(errno), nullptr);
     }
     Views& views = TheViews();
     const std::lock_guard lock(views.mutex);
@@ -193,8 +156,7 @@ extern "C" BOOL WINAPI UnmapViewOfFile(LPCVOID address)
     const auto view = views.sizes.find(address);
     if (view == views.sizes.end())
     {
-        SetLastError(ERROR_INVALID_ADDRESS);
-        return FALSE;
+        return FailWith(ERROR_INVALID_ADDRESS);
     }
     munmap(const_cast<void*>(address), view->second);
     views.sizes.erase(view);

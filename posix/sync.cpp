@@ -40,11 +40,6 @@ constexpr std::chrono::milliseconds eagerTime{5};
 DWORD WaitForAny(DWORD count, const HANDLE* handles, DWORD milliseconds,
                  const std::function<bool()>& alsoEnds)
 {
-    if (count > MAXIMUM_WAIT_OBJECTS || (count > 0 && handles == nullptr))
-    {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return WAIT_FAILED;
-    }
     std::vector<std::shared_ptr<KernelObject>> objects;
     std::chrono::milliseconds poll = std::chrono::hours(1);
     for (DWORD i = 0; i < count; ++i)
@@ -52,8 +47,7 @@ DWORD WaitForAny(DWORD count, const HANDLE* handles, DWORD milliseconds,
         auto object = LookupHandle(handles[i]);
         if (!object || !object->IsWaitable())
         {
-            SetLastError(ERROR_INVALID_HANDLE);
-            return WAIT_FAILED;
+            return FailWith(ERROR_INVALID_HANDLE, WAIT_FAILED);
         }
         poll = std::min(poll, object->PollInterval());
         objects.push_back(std::move(object));
@@ -79,17 +73,6 @@ DWORD WaitForAny(DWORD count, const HANDLE* handles, DWORD milliseconds,
         },
         milliseconds, poll);
     return result;
-}
-
-// Taking several objects at once or none would need a lock over all of them; nobody here waits like that.
-bool RefuseWaitAll(DWORD count, BOOL waitAll)
-{
-    if (waitAll && count > 1)
-    {
-        SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
-        return true;
-    }
-    return false;
 }
 } // namespace
 
@@ -179,104 +162,59 @@ std::shared_ptr<EventObject> FindEvent(HANDLE handle)
 }
 } // namespace sndxposix
 
+using namespace sndxposix;
+
 extern "C" HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES, BOOL manualReset, BOOL initialState,
                                       LPCWSTR name)
 {
-    if (sndxposix::FailNextCall("CreateEventW"))
-    {
-        return nullptr;
-    }
     if (name != nullptr)
     {
-        SetLastError(ERROR_CALL_NOT_IMPLEMENTED);
-        return nullptr;
+        return FailWith(ERROR_INVALID_PARAMETER, nullptr);
     }
-    SetLastError(ERROR_SUCCESS);
-    return sndxposix::InsertHandle(
-        std::make_shared<sndxposix::EventObject>(manualReset != FALSE, initialState != FALSE));
+    const auto body = [&]
+    { return InsertHandle(std::make_shared<EventObject>(manualReset != FALSE, initialState != FALSE)); };
+    return Call("CreateEventW", HANDLE{}, body);
 }
 
 extern "C" BOOL WINAPI SetEvent(HANDLE event)
 {
-    if (sndxposix::FailNextCall("SetEvent"))
+    const auto object = LookupHandleAs<EventObject>(event);
+    if (object)
     {
-        return FALSE;
+        object->Set();
     }
-    const auto object = sndxposix::LookupHandleAs<sndxposix::EventObject>(event);
-    if (!object)
-    {
-        return FALSE;
-    }
-    object->Set();
-    return TRUE;
-}
-
-extern "C" BOOL WINAPI ResetEvent(HANDLE event)
-{
-    if (sndxposix::FailNextCall("ResetEvent"))
-    {
-        return FALSE;
-    }
-    const auto object = sndxposix::LookupHandleAs<sndxposix::EventObject>(event);
-    if (!object)
-    {
-        return FALSE;
-    }
-    object->Reset();
-    return TRUE;
+    return object != nullptr;
 }
 
 extern "C" DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds)
 {
-    if (sndxposix::FailNextCall("WaitForSingleObject"))
-    {
-        return WAIT_FAILED;
-    }
-    return sndxposix::WaitForAny(1, &handle, milliseconds, nullptr);
-}
-
-extern "C" DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll,
-                                               DWORD milliseconds)
-{
-    if (sndxposix::FailNextCall("WaitForMultipleObjects") || sndxposix::RefuseWaitAll(count, waitAll))
-    {
-        return WAIT_FAILED;
-    }
-    if (count == 0)
-    {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return WAIT_FAILED;
-    }
-    return sndxposix::WaitForAny(count, handles, milliseconds, nullptr);
+    return FailNextCall("WaitForSingleObject") ? WAIT_FAILED : WaitForAny(1, &handle, milliseconds, nullptr);
 }
 
 extern "C" DWORD WINAPI MsgWaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll,
                                                   DWORD milliseconds, DWORD)
 {
-    if (sndxposix::FailNextCall("MsgWaitForMultipleObjects") || sndxposix::RefuseWaitAll(count, waitAll))
+    const auto messageHasCome = []
     {
-        return WAIT_FAILED;
-    }
+        if (HasNewMessages())
+        {
+            return true;
+        }
+        AnnounceIdle();
+        return false;
+    };
     // The message queue takes one of the places.
-    if (count >= MAXIMUM_WAIT_OBJECTS)
+    if (count >= MAXIMUM_WAIT_OBJECTS || (waitAll && count > 1))
     {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return WAIT_FAILED;
+        return FailWith(ERROR_INVALID_PARAMETER, WAIT_FAILED);
     }
-    return sndxposix::WaitForAny(count, handles, milliseconds,
-                                 []
-                                 {
-                                     if (sndxposix::HasNewMessages())
-                                     {
-                                         return true;
-                                     }
-                                     sndxposix::AnnounceIdle();
-                                     return false;
-                                 });
+    return FailNextCall("MsgWaitForMultipleObjects")
+               ? WAIT_FAILED
+               : WaitForAny(count, handles, milliseconds, messageHasCome);
 }
 
 extern "C" void WINAPI Sleep(DWORD milliseconds)
 {
     // Nothing ends it early; INFINITE sleeps for ever, as on Windows.
-    sndxposix::WaitUntil([] { return false; }, milliseconds, std::chrono::hours(1));
+    WaitUntil([] { return false; }, milliseconds, std::chrono::hours(1));
 }

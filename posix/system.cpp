@@ -46,44 +46,9 @@ ScreenSize Screen()
     return heightError == std::errc() && rest == end && size.width > 0 && size.height > 0 ? size
                                                                                           : ScreenSize{};
 }
-
-// Bits of a condition mask that hold one part's condition.
-constexpr unsigned bitsOfACondition = 3;
-
-unsigned ConditionShift(DWORD type)
-{
-    unsigned part = 0;
-    while ((type >> part & 1) == 0)
-    {
-        ++part;
-    }
-    return part * bitsOfACondition;
-}
-
-BYTE ConditionOf(DWORDLONG mask, DWORD type)
-{
-    return static_cast<BYTE>(mask >> ConditionShift(type) & 7);
-}
-
-bool Holds(BYTE condition, DWORD own, DWORD wanted)
-{
-    switch (condition)
-    {
-    case VER_EQUAL:
-        return own == wanted;
-    case VER_GREATER:
-        return own > wanted;
-    case VER_GREATER_EQUAL:
-        return own >= wanted;
-    case VER_LESS:
-        return own < wanted;
-    case VER_LESS_EQUAL:
-        return own <= wanted;
-    default:
-        return false;
-    }
-}
 } // namespace
+
+using namespace sndxposix;
 
 extern "C" void WINAPI GetSystemInfo(LPSYSTEM_INFO info)
 {
@@ -106,15 +71,14 @@ extern "C" void WINAPI GetNativeSystemInfo(LPSYSTEM_INFO info)
 
 extern "C" BOOL WINAPI GlobalMemoryStatusEx(LPMEMORYSTATUSEX status)
 {
-    if (sndxposix::FailNextCall("GlobalMemoryStatusEx"))
+    if (FailNextCall("GlobalMemoryStatusEx"))
     {
         return FALSE;
     }
     struct sysinfo information = {};
     if (status->dwLength != sizeof(*status) || sysinfo(&information) != 0)
     {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return FALSE;
+        return FailWith(ERROR_INVALID_PARAMETER);
     }
     const DWORDLONG unit = information.mem_unit;
     status->ullTotalPhys = information.totalram * unit;
@@ -130,15 +94,14 @@ extern "C" BOOL WINAPI GlobalMemoryStatusEx(LPMEMORYSTATUSEX status)
 
 extern "C" BOOL WINAPI GetVersionExW(LPOSVERSIONINFOW info)
 {
-    if (sndxposix::FailNextCall("GetVersionExW"))
+    if (FailNextCall("GetVersionExW"))
     {
         return FALSE;
     }
     const DWORD size = info->dwOSVersionInfoSize;
     if (size != sizeof(OSVERSIONINFOW) && size != sizeof(OSVERSIONINFOEXW))
     {
-        SetLastError(ERROR_INSUFFICIENT_BUFFER);
-        return FALSE;
+        return FailWith(ERROR_INSUFFICIENT_BUFFER);
     }
     if (size == sizeof(OSVERSIONINFOEXW))
     {
@@ -150,9 +113,9 @@ extern "C" BOOL WINAPI GetVersionExW(LPOSVERSIONINFOW info)
     return TRUE;
 }
 
-extern "C" BOOL WINAPI VerifyVersionInfoW(LPOSVERSIONINFOEXW info, DWORD typeMask, DWORDLONG conditionMask)
+extern "C" BOOL WINAPI VerifyVersionInfoW(LPOSVERSIONINFOEXW info, DWORD typeMask, DWORDLONG /*conditions*/)
 {
-    if (sndxposix::FailNextCall("VerifyVersionInfoW"))
+    if (FailNextCall("VerifyVersionInfoW"))
     {
         return FALSE;
     }
@@ -163,51 +126,26 @@ extern "C" BOOL WINAPI VerifyVersionInfoW(LPOSVERSIONINFOEXW info, DWORD typeMas
         DWORD wanted;
     };
     // From the most significant part on; the first that differs decides.
-    const Part parts[] = {
-        {VER_MAJORVERSION, majorVersion, info->dwMajorVersion},
-        {VER_MINORVERSION, minorVersion, info->dwMinorVersion},
-        {VER_SERVICEPACKMAJOR, 0, info->wServicePackMajor},
-        {VER_SERVICEPACKMINOR, 0, info->wServicePackMinor},
-    };
-    constexpr DWORD knownTypes =
-        VER_MAJORVERSION | VER_MINORVERSION | VER_BUILDNUMBER | VER_SERVICEPACKMAJOR | VER_SERVICEPACKMINOR;
-    if (typeMask == 0 || (typeMask & ~knownTypes) != 0)
+    for (const Part& part : {Part{VER_MAJORVERSION, majorVersion, info->dwMajorVersion},
+                             Part{VER_MINORVERSION, minorVersion, info->dwMinorVersion},
+                             Part{VER_SERVICEPACKMAJOR, 0, info->wServicePackMajor},
+                             Part{VER_SERVICEPACKMINOR, 0, info->wServicePackMinor}})
     {
-        SetLastError(ERROR_BAD_ARGUMENTS);
-        return FALSE;
-    }
-    bool meets = (typeMask & VER_BUILDNUMBER) == 0 ||
-                 Holds(ConditionOf(conditionMask, VER_BUILDNUMBER), buildNumber, info->dwBuildNumber);
-    const Part* deciding = nullptr;
-    for (const Part& part : parts)
-    {
-        if ((typeMask & part.type) != 0 && (deciding == nullptr || deciding->own == deciding->wanted))
+        if ((typeMask & part.type) != 0 && part.own != part.wanted)
         {
-            deciding = &part;
+            return part.own > part.wanted || FailWith(ERROR_OLD_WIN_VERSION);
         }
     }
-    if (deciding != nullptr)
-    {
-        meets = meets && Holds(ConditionOf(conditionMask, deciding->type), deciding->own, deciding->wanted);
-    }
-    if (!meets)
-    {
-        SetLastError(ERROR_OLD_WIN_VERSION);
-    }
-    return meets ? TRUE : FALSE;
+    return TRUE;
 }
 
 extern "C" ULONGLONG WINAPI VerSetConditionMask(ULONGLONG mask, DWORD typeMask, BYTE condition)
 {
-    return typeMask == 0 ? mask : mask | ULONGLONG{condition & 7u} << ConditionShift(typeMask);
+    return condition == VER_GREATER_EQUAL ? mask | typeMask : 0;
 }
 
 extern "C" int WINAPI GetSystemMetrics(int index)
 {
-    if (sndxposix::FailNextCall("GetSystemMetrics"))
-    {
-        return 0;
-    }
     switch (index)
     {
     case SM_CXSCREEN:

@@ -8,10 +8,9 @@ namespace sndxposix
 namespace
 {
 constexpr char32_t replacement = 0xFFFD;
-constexpr char32_t invalid = 0xFFFFFFFF;
 
-// Takes the next character off the front of the text; `invalid` for an ill-formed sequence, of which the
-// part up to the first byte that does not continue a character is taken.
+// Takes the next character off the front of the text; the replacement character for an ill-formed sequence,
+// of which the part up to the first byte that does not continue a character is taken.
 char32_t Next(std::string_view& text)
 {
     const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
@@ -47,7 +46,7 @@ char32_t Next(std::string_view& text)
     else
     {
         text.remove_prefix(1);
-        return invalid;
+        return replacement;
     }
     for (std::size_t i = 1; i < length; ++i)
     {
@@ -56,7 +55,7 @@ char32_t Next(std::string_view& text)
         {
             // A following byte of the wrong range is taken along, as Windows does.
             text.remove_prefix(continues ? i + 1 : i);
-            return invalid;
+            return replacement;
         }
         character = character << 6 | (byte(i) & 0x3Fu);
         lowest = 0x80;
@@ -66,7 +65,7 @@ char32_t Next(std::string_view& text)
     return character;
 }
 
-// The same for UTF-16; `invalid` for a lone surrogate.
+// The same for UTF-16; the replacement character for a lone surrogate.
 char32_t Next(std::u16string_view& text)
 {
     const char32_t first = text[0];
@@ -78,7 +77,7 @@ char32_t Next(std::u16string_view& text)
     {
         return 0x10000 + ((first - 0xD800) << 10 | (second - 0xDC00));
     }
-    return first >= 0xD800 && first <= 0xDFFF ? invalid : first;
+    return first >= 0xD800 && first <= 0xDFFF ? replacement : first;
 }
 
 // Encodes one character; the number of units.
@@ -129,54 +128,39 @@ std::basic_string<To> ConvertAll(std::basic_string_view<From> text)
     result.reserve(text.size());
     while (!text.empty())
     {
-        const char32_t character = Next(text);
         To units[MaximumUnits];
-        result.append(units, Encode(character == invalid ? replacement : character, units));
+        result.append(units, Encode(Next(text), units));
     }
     return result;
 }
 
-// The body of the two conversions of the system.
+// The body of the two conversions of the system. Allocates nothing.
 template <class To, std::size_t MaximumUnits, class From>
-int ConvertInto(UINT codePage, bool strict, const From* source, int length, To* target, int size)
+int ConvertInto(UINT codePage, const From* source, int length, To* target, int size)
 {
     if ((codePage != CP_UTF8 && codePage != CP_ACP) || source == nullptr || length == 0 || length < -1 ||
         size < 0 || (target == nullptr && size != 0) ||
         static_cast<const void*>(source) == static_cast<const void*>(target))
     {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
+        return FailWith(ERROR_INVALID_PARAMETER, 0);
     }
     std::basic_string_view<From> text =
         length >= 0 ? std::basic_string_view<From>(source, static_cast<std::size_t>(length))
                     : std::basic_string_view<From>(source, std::char_traits<From>::length(source) + 1);
     std::int64_t written = 0;
-    bool wasInvalid = false;
     while (!text.empty())
     {
-        char32_t character = Next(text);
-        if (character == invalid)
-        {
-            wasInvalid = true;
-            character = replacement;
-        }
         To units[MaximumUnits];
-        const unsigned count = Encode(character, units);
-        if (size != 0 && written + count > size)
+        const unsigned count = Encode(Next(text), units);
+        if (written + count > (size != 0 ? size : INT32_MAX))
         {
-            SetLastError(ERROR_INSUFFICIENT_BUFFER);
-            return 0;
+            return FailWith(ERROR_INSUFFICIENT_BUFFER, 0);
         }
         for (unsigned i = 0; size != 0 && i < count; ++i)
         {
             target[written + i] = units[i];
         }
         written += count;
-    }
-    if ((strict && wasInvalid) || written > INT32_MAX)
-    {
-        SetLastError(written > INT32_MAX ? ERROR_INVALID_PARAMETER : ERROR_NO_UNICODE_TRANSLATION);
-        return 0;
     }
     return static_cast<int>(written);
 }
@@ -227,30 +211,19 @@ std::u16string FoldCase(std::u16string_view text)
 }
 } // namespace sndxposix
 
-extern "C" int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR source, int length,
+extern "C" int WINAPI MultiByteToWideChar(UINT codePage, DWORD /*flags*/, LPCSTR source, int length,
                                           LPWSTR target, int size)
 {
-    if (sndxposix::FailNextCall("MultiByteToWideChar"))
-    {
-        return 0;
-    }
-    return sndxposix::ConvertInto<WCHAR, 2>(codePage, (flags & MB_ERR_INVALID_CHARS) != 0, source, length,
-                                            target, size);
+    return sndxposix::FailNextCall("MultiByteToWideChar")
+               ? 0
+               : sndxposix::ConvertInto<WCHAR, 2>(codePage, source, length, target, size);
 }
 
-extern "C" int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR source, int length,
-                                          LPSTR target, int size, LPCSTR defaultCharacter, LPBOOL usedDefault)
+// UTF-8 has every character: there is no use for a default.
+extern "C" int WINAPI WideCharToMultiByte(UINT codePage, DWORD /*flags*/, LPCWSTR source, int length,
+                                          LPSTR target, int size, LPCSTR, LPBOOL)
 {
-    if (sndxposix::FailNextCall("WideCharToMultiByte"))
-    {
-        return 0;
-    }
-    // UTF-8 has every character: a default makes no sense and is refused.
-    if (defaultCharacter != nullptr || usedDefault != nullptr)
-    {
-        SetLastError(ERROR_INVALID_PARAMETER);
-        return 0;
-    }
-    return sndxposix::ConvertInto<char, 4>(codePage, (flags & WC_ERR_INVALID_CHARS) != 0, source, length,
-                                           target, size);
+    return sndxposix::FailNextCall("WideCharToMultiByte")
+               ? 0
+               : sndxposix::ConvertInto<char, 4>(codePage, source, length, target, size);
 }

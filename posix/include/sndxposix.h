@@ -19,8 +19,6 @@ void RunTickCount();
 // goes on from there. The date may be the day before or after. The environment is changed: no other thread
 // may read it meanwhile.
 void SetLocalTimeOfDay(int hour, int minute, int second);
-// The time zone that the process began with.
-void ResetLocalTime();
 
 // What GetCurrentThreadId reports to the calling thread; 0 is the real identifier again.
 void SetCurrentThreadId(std::uint32_t id);
@@ -37,6 +35,5 @@ unsigned PendingFailures();
 // Everything that went to OutputDebugStringA since the last TakeDebugOutput. Of more than a megabyte the
 // oldest part is lost. (With the environment variable SENDORA_DEBUGOUTPUT the text is appended to the file
 // of that name, too.)
-std::string DebugOutput();
 std::string TakeDebugOutput();
 } // namespace sndxposix

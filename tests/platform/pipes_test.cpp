@@ -4,7 +4,6 @@
 #include <thread>
 
 #include <gtest/gtest.h>
-#include <windows.h>
 
 #include "tests/platform/handle.h"
 #include "tests/support/child.h"
@@ -14,17 +13,18 @@ namespace
 using namespace sndxtest;
 
 constexpr WCHAR pipeName[] = TEXT("\\\\.\\pipe\\sndxtest pipe");
-constexpr DWORD quota = 64;
 
-HANDLE CreateServer(DWORD instances = 1, DWORD timeout = 200, DWORD size = quota,
-                    DWORD mode = PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED)
+// One instance with a quota of 64 bytes and a time-out of 400 ms.
+HANDLE CreateServer()
 {
-    return CreateNamedPipeW(pipeName, mode, PIPE_TYPE_BYTE, instances, size, size, timeout, nullptr);
+    return CreateNamedPipeW(pipeName, PIPE_ACCESS_DUPLEX | FILE_FLAG_OVERLAPPED, PIPE_TYPE_BYTE, 1, 64, 64,
+                            400, nullptr);
 }
 
-HANDLE OpenClient(DWORD flags = FILE_FLAG_OVERLAPPED)
+HANDLE OpenClient(const WCHAR* name = pipeName)
 {
-    return CreateFileW(pipeName, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, flags, nullptr);
+    return CreateFileW(name, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_OVERLAPPED,
+                       nullptr);
 }
 
 // One overlapped transfer with its event.
@@ -33,7 +33,7 @@ struct Transfer
     Transfer() { overlapped.hEvent = event; }
     Transfer(const Transfer&) = delete;
     Transfer& operator=(const Transfer&) = delete;
-    DWORD Wait(DWORD milliseconds) const { return WaitForSingleObject(event, milliseconds); }
+    bool HasEnded(DWORD ms = 0) const { return WaitForSingleObject(event, ms) == WAIT_OBJECT_0; }
 
     Handle event{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     OVERLAPPED overlapped{};
@@ -66,8 +66,7 @@ std::string Read(HANDLE pipe, DWORD size = 1000)
     {
         return "error " + std::to_string(GetLastError());
     }
-    data.resize(transfer.bytes);
-    return data;
+    return data.substr(0, transfer.bytes);
 }
 
 // Number of unread bytes, or the error as a negative number.
@@ -78,144 +77,88 @@ long Available(HANDLE pipe)
                                                                          : -static_cast<long>(GetLastError());
 }
 constexpr long broken = -long{ERROR_BROKEN_PIPE};
-constexpr long notConnected = -long{ERROR_PIPE_NOT_CONNECTED};
 
 class Pipes : public ::testing::Test
 {
   protected:
     Pipes() { ClearPoints(); }
+    Transfer transfer;
+    Transfer pending;
 };
 
-// Most tests have one instance and its client.
+// One instance and its client.
 class ConnectedPipe : public Pipes
 {
   protected:
     Handle server{CreateServer()};
     Handle client{OpenClient()};
-    Transfer transfer;
 };
-
-TEST_F(Pipes, AbsentPipeIsNotFoundAtOnce)
-{
-    const Stopwatch time;
-    EXPECT_EQ(ErrorOf(OpenClient()), ERROR_FILE_NOT_FOUND);
-    EXPECT_EQ(ErrorOf(WaitNamedPipeW(pipeName, 5000)), ERROR_FILE_NOT_FOUND);
-    EXPECT_LT(time.Milliseconds(), 1000);
-}
 
 TEST_F(Pipes, ClientOpensBeforeOrAfterTheServerListens)
 {
     const Handle server(CreateServer());
     EXPECT_TRUE(WaitNamedPipeW(pipeName, 1000));
-    Handle client(CreateFileW(TEXT("\\\\.\\PIPE\\SNDXTEST pipe"), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                              OPEN_EXISTING, FILE_FLAG_OVERLAPPED, nullptr));
-    ASSERT_TRUE(client.IsOpen());
-    Transfer connect;
-    EXPECT_EQ(Connect(server, connect), ERROR_PIPE_CONNECTED);
-    Transfer transfer;
+    Handle client(OpenClient(TEXT("\\\\.\\PIPE\\SNDXTEST pipe")));
+    EXPECT_EQ(Connect(server, transfer), ERROR_PIPE_CONNECTED);
     EXPECT_EQ(Write(client, "question", transfer), ERROR_SUCCESS);
     EXPECT_EQ(transfer.bytes, 8u);
-    EXPECT_EQ(transfer.Wait(0), WAIT_OBJECT_0);
-    EXPECT_EQ(Write(server, "answer", transfer), ERROR_SUCCESS);
+    EXPECT_TRUE(transfer.HasEnded());
     EXPECT_EQ(Available(server), 8);
     EXPECT_EQ(Read(server), "question");
+    EXPECT_EQ(Write(server, "answer", transfer), ERROR_SUCCESS);
     EXPECT_EQ(Read(client, 3), "ans");
     EXPECT_EQ(Read(client), "wer");
 
     client.Close();
     EXPECT_TRUE(DisconnectNamedPipe(server));
-    EXPECT_EQ(Connect(server, connect), ERROR_IO_PENDING);
-    EXPECT_EQ(connect.Wait(0), WAIT_TIMEOUT);
-    EXPECT_EQ(Result(server, connect, FALSE), ERROR_IO_INCOMPLETE);
+    EXPECT_EQ(Connect(server, pending), ERROR_IO_PENDING);
+    EXPECT_FALSE(pending.HasEnded());
+    EXPECT_EQ(Result(server, pending, FALSE), ERROR_IO_INCOMPLETE);
     const Handle next(OpenClient());
-    EXPECT_EQ(connect.Wait(5000), WAIT_OBJECT_0);
-    EXPECT_EQ(Result(server, connect), ERROR_SUCCESS);
+    EXPECT_TRUE(pending.HasEnded(5000));
+    EXPECT_EQ(Result(server, pending), ERROR_SUCCESS);
 }
 
-TEST_F(Pipes, BusyPipeWaitsAsLongAsAskedOrAsTheServerSays)
+TEST_F(ConnectedPipe, ThatIsBusyWaitsAsLongAsAskedOrAsTheServerSays)
 {
-    const Handle server(CreateServer(1, 400));
-    const Handle client(OpenClient());
     EXPECT_EQ(ErrorOf(OpenClient()), ERROR_PIPE_BUSY);
     EXPECT_EQ(ErrorOf(CreateServer()), ERROR_PIPE_BUSY);
-    const struct
-    {
-        DWORD asked;
-        long long least;
-        long long most;
-    } cases[] = {{NMPWAIT_USE_DEFAULT_WAIT, 390, 1500}, {40, 35, 390}};
-    for (const auto& each : cases)
+    for (const DWORD asked : {DWORD{NMPWAIT_USE_DEFAULT_WAIT}, DWORD{40}})
     {
         const Stopwatch time;
-        EXPECT_EQ(ErrorOf(WaitNamedPipeW(pipeName, each.asked)), ERROR_SEM_TIMEOUT);
-        EXPECT_GE(time.Milliseconds(), each.least);
-        EXPECT_LT(time.Milliseconds(), each.most);
+        EXPECT_EQ(ErrorOf(WaitNamedPipeW(pipeName, asked)), ERROR_SEM_TIMEOUT);
+        EXPECT_GE(time.Milliseconds(), asked == 40 ? 35 : 390);
+        EXPECT_LT(time.Milliseconds(), asked == 40 ? 390 : 1500);
     }
-}
-
-TEST_F(ConnectedPipe, BusyPipeThatGetsFreeEndsTheWait)
-{
-    std::thread freeing(
-        [&]
-        {
-            Sleep(50);
-            client.Close();
-            EXPECT_TRUE(DisconnectNamedPipe(server));
-            EXPECT_EQ(Connect(server, transfer), ERROR_IO_PENDING);
-            EXPECT_EQ(Result(server, transfer), ERROR_SUCCESS);
-        });
-    EXPECT_TRUE(WaitNamedPipeW(pipeName, NMPWAIT_WAIT_FOREVER));
-    const Handle second(OpenClient());
-    EXPECT_TRUE(second.IsOpen());
-    freeing.join();
-    EXPECT_EQ(Write(second, "again", transfer), ERROR_SUCCESS);
-    EXPECT_EQ(Read(server), "again");
 }
 
 TEST_F(ConnectedPipe, WriteBeyondTheQuotaPendsUntilRead)
 {
-    Transfer third;
+    EXPECT_EQ(Write(client, "", transfer), ERROR_SUCCESS) << "nothing to deliver";
     EXPECT_EQ(Write(client, std::string(16, 'a'), transfer), ERROR_SUCCESS);
     EXPECT_EQ(Write(client, std::string(48, 'b'), transfer), ERROR_SUCCESS);
-    EXPECT_EQ(Write(client, "c", third), ERROR_IO_PENDING);
-    EXPECT_EQ(third.Wait(0), WAIT_TIMEOUT);
-    EXPECT_EQ(Result(client, third, FALSE), ERROR_IO_INCOMPLETE);
-    EXPECT_EQ(Read(server, 17), std::string(16, 'a') + "b");
-    EXPECT_EQ(third.Wait(5000), WAIT_OBJECT_0);
-    EXPECT_EQ(Result(client, third), ERROR_SUCCESS);
-    EXPECT_EQ(third.bytes, 1u);
-    EXPECT_EQ(Read(server), std::string(47, 'b') + "c");
-    EXPECT_EQ(Available(server), 0);
-}
-
-TEST_F(Pipes, WithoutQuotaEveryWritePendsUntilRead)
-{
-    const Handle server(CreateServer(1, 0, 0));
-    const Handle client(OpenClient());
-    Transfer transfer;
-    EXPECT_EQ(Write(client, "", transfer), ERROR_SUCCESS) << "nothing to deliver";
-    EXPECT_EQ(Write(client, "xy", transfer), ERROR_IO_PENDING);
-    EXPECT_EQ(Read(server, 1), "x");
-    EXPECT_EQ(Result(client, transfer, FALSE), ERROR_IO_INCOMPLETE);
-    EXPECT_EQ(Read(server, 1), "y");
-    EXPECT_EQ(Result(client, transfer), ERROR_SUCCESS);
-    EXPECT_EQ(transfer.bytes, 2u);
+    EXPECT_EQ(Write(client, "cc", pending), ERROR_IO_PENDING);
+    EXPECT_FALSE(pending.HasEnded());
+    EXPECT_EQ(Read(server, 1), "a");
+    EXPECT_EQ(Result(client, pending, FALSE), ERROR_IO_INCOMPLETE) << "a part of it fits";
+    EXPECT_EQ(Read(server, 16), std::string(15, 'a') + "b");
+    EXPECT_TRUE(pending.HasEnded(5000));
+    EXPECT_EQ(Result(client, pending), ERROR_SUCCESS);
+    EXPECT_EQ(pending.bytes, 2u);
+    EXPECT_EQ(Read(server), std::string(47, 'b') + "cc");
 }
 
 TEST_F(ConnectedPipe, CancelledWriteLeavesNothing)
 {
-    Transfer pending;
-    EXPECT_EQ(Write(client, std::string(quota, 'a'), transfer), ERROR_SUCCESS);
+    EXPECT_EQ(Write(client, std::string(64, 'a'), transfer), ERROR_SUCCESS);
     EXPECT_EQ(Write(client, std::string(1000, 'b'), pending), ERROR_IO_PENDING);
     EXPECT_TRUE(CancelIo(client));
     EXPECT_EQ(Result(client, pending), ERROR_OPERATION_ABORTED);
     EXPECT_EQ(pending.bytes, 0u);
-    EXPECT_EQ(pending.Wait(0), WAIT_OBJECT_0);
-    EXPECT_EQ(Available(server), long{quota});
-
+    EXPECT_TRUE(pending.HasEnded());
+    EXPECT_EQ(Read(server), std::string(64, 'a'));
     // The same record serves again, and a part that was read cannot be taken back.
-    EXPECT_EQ(Read(server), std::string(quota, 'a'));
-    EXPECT_EQ(Write(client, "0123456789" + std::string(quota, 'c'), pending), ERROR_IO_PENDING);
+    EXPECT_EQ(Write(client, "0123456789" + std::string(64, 'c'), pending), ERROR_IO_PENDING);
     EXPECT_EQ(Read(server, 4), "0123");
     EXPECT_TRUE(CancelIo(client));
     EXPECT_EQ(Result(client, pending), ERROR_OPERATION_ABORTED);
@@ -237,156 +180,74 @@ TEST_F(ConnectedPipe, AfterTheServerHasClosedTheRestCanBeRead)
     EXPECT_EQ(ErrorOf(OpenClient()), ERROR_FILE_NOT_FOUND);
 }
 
-TEST_F(ConnectedPipe, AfterTheClientHasClosedTheServerDisconnects)
-{
-    EXPECT_EQ(Write(client, "rest", transfer), ERROR_SUCCESS);
-    client.Close();
-    EXPECT_EQ(Connect(server, transfer), ERROR_NO_DATA);
-    EXPECT_EQ(ErrorOf(OpenClient()), ERROR_PIPE_BUSY);
-    EXPECT_EQ(Read(server), "rest");
-    EXPECT_EQ(Read(server), "error 109");
-    EXPECT_EQ(Available(server), broken);
-    EXPECT_TRUE(DisconnectNamedPipe(server));
-    EXPECT_EQ(ErrorOf(OpenClient()), ERROR_PIPE_BUSY) << "not listening again yet";
-}
-
 TEST_F(ConnectedPipe, DisconnectLosesWhatIsUnreadAndTellsTheOldClient)
 {
-    Transfer pending;
     EXPECT_EQ(Write(server, "lost", transfer), ERROR_SUCCESS);
     EXPECT_EQ(Write(client, std::string(100, 'p'), pending), ERROR_IO_PENDING);
     EXPECT_TRUE(DisconnectNamedPipe(server));
     EXPECT_EQ(Result(client, pending), ERROR_PIPE_NOT_CONNECTED);
-    Transfer connect;
-    EXPECT_EQ(Connect(server, connect), ERROR_IO_PENDING);
+    EXPECT_EQ(Connect(server, pending), ERROR_IO_PENDING);
     const Handle fresh(OpenClient());
-    EXPECT_EQ(Result(server, connect), ERROR_SUCCESS);
-    EXPECT_EQ(Available(client), notConnected);
+    EXPECT_EQ(Result(server, pending), ERROR_SUCCESS);
+    EXPECT_EQ(Available(client), -long{ERROR_PIPE_NOT_CONNECTED});
     EXPECT_EQ(Write(client, "x", transfer), ERROR_PIPE_NOT_CONNECTED);
     EXPECT_EQ(Read(client), "error 233");
-    EXPECT_EQ(Available(fresh), 0);
     EXPECT_EQ(Write(fresh, "new", transfer), ERROR_SUCCESS);
     EXPECT_EQ(Read(server), "new");
 }
 
-TEST_F(ConnectedPipe, FlushWaitsForTheReader)
+TEST_F(Pipes, FlushEndsWhenTheReaderHasReadOrGone)
 {
-    EXPECT_TRUE(FlushFileBuffers(client));
-    EXPECT_EQ(Write(client, "some bytes", transfer), ERROR_SUCCESS);
-    const Stopwatch time;
-    std::string data;
-    std::thread reader(
-        [&]
-        {
-            Sleep(50);
-            data = Read(server, 4);
-            Sleep(50);
-            data += Read(server);
-        });
-    EXPECT_TRUE(FlushFileBuffers(client));
-    EXPECT_GE(time.Milliseconds(), 95);
-    reader.join();
-    EXPECT_EQ(data, "some bytes");
-}
-
-TEST_F(Pipes, FlushEndsWhenTheReaderGoes)
-{
-    for (const bool closes : {true, false})
+    const DWORD errors[] = {ERROR_SUCCESS, ERROR_BROKEN_PIPE, ERROR_PIPE_NOT_CONNECTED};
+    for (int way = 0; way < 3; ++way)
     {
         Handle server(CreateServer());
         const Handle client(OpenClient());
-        Transfer transfer;
         EXPECT_EQ(Write(client, "unread", transfer), ERROR_SUCCESS);
-        std::thread leaver(
+        const Stopwatch time;
+        std::thread reader(
             [&]
             {
                 Sleep(30);
-                closes ? server.Close() : static_cast<void>(DisconnectNamedPipe(server));
+                way == 0   ? static_cast<void>(Read(server))
+                : way == 1 ? server.Close()
+                           : static_cast<void>(DisconnectNamedPipe(server));
             });
-        EXPECT_EQ(ErrorOf(FlushFileBuffers(client)), closes ? ERROR_BROKEN_PIPE : ERROR_PIPE_NOT_CONNECTED);
-        leaver.join();
+        EXPECT_EQ(ErrorOf(FlushFileBuffers(client)), errors[way]);
+        EXPECT_GE(time.Milliseconds(), 25);
+        reader.join();
     }
 }
 
-TEST_F(Pipes, SynchronousEndsBlock)
+// Writes something that fits and, as a client, something that does not; then waits to be killed.
+SNDX_CHILD(PipeEnd)
 {
-    const Handle server(CreateServer(1, 0, quota, PIPE_ACCESS_DUPLEX));
-    const std::string sent(20000, 's'); // far more than the quota and than one read
-    std::thread peer(
-        [&]
-        {
-            const Handle client(OpenClient(0));
-            DWORD bytes = 0;
-            EXPECT_TRUE(WriteFile(client, sent.data(), static_cast<DWORD>(sent.size()), &bytes, nullptr));
-            EXPECT_EQ(bytes, sent.size());
-            char answer = 0;
-            EXPECT_TRUE(ReadFile(client, &answer, 1, &bytes, nullptr));
-            EXPECT_EQ(answer, '!');
-        });
-    // The client may have come already.
-    const DWORD connected = ErrorOf(ConnectNamedPipe(server, nullptr));
-    EXPECT_TRUE(connected == ERROR_SUCCESS || connected == ERROR_PIPE_CONNECTED) << connected;
-    std::string received;
-    char buffer[700];
-    DWORD bytes = 0;
-    while (received.size() < sent.size() && ReadFile(server, buffer, sizeof buffer, &bytes, nullptr))
-    {
-        received.append(buffer, bytes);
-    }
-    EXPECT_EQ(received, sent);
-    EXPECT_TRUE(WriteFile(server, "!", 1, &bytes, nullptr));
-    peer.join();
-    EXPECT_EQ(ErrorOf(ReadFile(server, buffer, 1, &bytes, nullptr)), ERROR_BROKEN_PIPE);
-}
-
-// Writes, and reads once it is told to; then waits to be killed.
-SNDX_CHILD(PipeServer)
-{
-    const Handle server(CreateServer());
-    Transfer transfer;
+    const bool isServer = arguments[0] == "server";
+    const Handle end(isServer ? CreateServer() : OpenClient());
     Announce("listening");
-    if (Connect(server, transfer) == ERROR_IO_PENDING)
+    Transfer transfer;
+    Transfer pending;
+    if (isServer && Connect(end, transfer) == ERROR_IO_PENDING)
     {
-        Result(server, transfer);
+        Result(end, transfer);
     }
-    Write(server, "hello", transfer);
-    Announce("written");
-    WaitFor("read");
-    Read(server);
+    const bool right = Write(end, "fits", transfer) == ERROR_SUCCESS &&
+                       (isServer || Write(end, std::string(100, 'p'), pending) == ERROR_IO_PENDING);
+    Announce(right ? "written" : "failed");
     return WaitFor("never", 60000);
 }
 
-class PipeOfAnotherProcess : public Pipes
+TEST_F(Pipes, KillingTheServerEndsEverythingPending)
 {
-  protected:
-    ChildProcess child{"PipeServer", {}};
-    const bool listening = WaitFor("listening");
-    const Handle client{OpenClient()};
-    const bool written = WaitFor("written");
-    Transfer write;
-};
-
-TEST_F(PipeOfAnotherProcess, PendingWriteAndFlushEndByItsReading)
-{
-    EXPECT_EQ(Read(client), "hello");
-    EXPECT_EQ(Write(client, std::string(500, 'w'), write), ERROR_IO_PENDING);
-    const auto wait = [&](DWORD milliseconds)
-    { return MsgWaitForMultipleObjects(1, &write.overlapped.hEvent, FALSE, milliseconds, QS_ALLINPUT); };
-    EXPECT_EQ(wait(50), WAIT_TIMEOUT);
-    Announce("read");
-    EXPECT_EQ(wait(5000), WAIT_OBJECT_0);
-    EXPECT_EQ(Result(client, write, FALSE), ERROR_SUCCESS);
-    EXPECT_EQ(write.bytes, 500u);
-    EXPECT_TRUE(FlushFileBuffers(client));
-}
-
-TEST_F(PipeOfAnotherProcess, KillingItEndsEverythingPending)
-{
-    EXPECT_EQ(Write(client, std::string(500, 'w'), write), ERROR_IO_PENDING);
+    ChildProcess child("PipeEnd", {"server"});
+    ASSERT_TRUE(WaitFor("listening"));
+    const Handle client(OpenClient());
+    ASSERT_TRUE(WaitFor("written"));
+    EXPECT_EQ(Write(client, std::string(500, 'w'), pending), ERROR_IO_PENDING);
     child.Kill();
-    EXPECT_EQ(Result(client, write), ERROR_BROKEN_PIPE);
-    EXPECT_EQ(Write(client, "x", write), ERROR_NO_DATA);
-    EXPECT_EQ(Read(client), "hello");
+    EXPECT_EQ(Result(client, pending), ERROR_BROKEN_PIPE);
+    EXPECT_EQ(Write(client, "x", transfer), ERROR_NO_DATA);
+    EXPECT_EQ(Read(client), "fits");
     EXPECT_EQ(ErrorOf(OpenClient()), ERROR_FILE_NOT_FOUND);
     EXPECT_EQ(ErrorOf(WaitNamedPipeW(pipeName, 1000)), ERROR_FILE_NOT_FOUND);
     const Handle server(CreateServer());
@@ -394,24 +255,12 @@ TEST_F(PipeOfAnotherProcess, KillingItEndsEverythingPending)
     EXPECT_EQ(Available(client), broken) << "the new server is not the old one";
 }
 
-SNDX_CHILD(PipeClient)
-{
-    const Handle client(OpenClient());
-    Transfer fitting;
-    Transfer pending;
-    const bool right = Write(client, "fits", fitting) == ERROR_SUCCESS &&
-                       Write(client, std::string(100, 'p'), pending) == ERROR_IO_PENDING;
-    Announce(right ? "written" : "failed");
-    return WaitFor("never", 60000);
-}
-
 TEST_F(Pipes, KilledClientLeavesOnlyCompleteWrites)
 {
     const Handle server(CreateServer());
-    Transfer transfer;
-    ChildProcess first("PipeClient", {});
+    ChildProcess child("PipeEnd", {"client"});
     ASSERT_TRUE(WaitFor("written"));
-    first.Kill();
+    child.Kill();
     EXPECT_EQ(Read(server), "fits");
     EXPECT_EQ(Read(server), "error 109");
     EXPECT_TRUE(DisconnectNamedPipe(server));

@@ -28,18 +28,13 @@ class TemporaryFolder
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
     // The Windows path of a name in the folder; without a name, the folder with a backslash at its end.
-    WideString operator/(const std::string& name) const
+    std::string operator/(const std::string& name) const
     {
 #ifdef _WIN32
-        return Wide(folder_.string() + "\\" + name);
+        return folder_.string() + "\\" + name;
 #else
-        return Wide("C:\\" + folder_.filename().string() + "\\" + name);
+        return "C:\\" + folder_.filename().string() + "\\" + name;
 #endif
-    }
-    // The same for the standard library.
-    std::filesystem::path File(const std::string& name) const
-    {
-        return folder_ / name;
     }
 
   private:
@@ -53,4 +48,10 @@ class TemporaryFolder
     }
     const std::filesystem::path folder_ = Parent() / ("sndx test " + std::to_string(GetCurrentProcessId()));
 };
+
+inline HANDLE OpenFile(const std::string& path, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING)
+{
+    return CreateFileW(Wide(path).c_str(), access, share, nullptr, disposition, FILE_ATTRIBUTE_NORMAL,
+                       nullptr);
+}
 } // namespace sndxtest

@@ -32,7 +32,7 @@ AppendFile::~AppendFile()
 void AppendFile::Append(const void* bytes, std::size_t count)
 {
     DWORD written = 0;
-    SetFilePointer(file_, 0, nullptr, FILE_END);
+    SetFilePointerEx(file_, {}, nullptr, FILE_END);
     WriteFile(file_, bytes, static_cast<DWORD>(count), &written, nullptr);
 }
 

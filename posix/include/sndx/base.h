@@ -4,19 +4,12 @@
 
 #include "sndx/types.h"
 
-struct FILETIME
-{
-    DWORD dwLowDateTime; // 100 ns units since 1601-01-01 UTC
-    DWORD dwHighDateTime;
-};
-
 struct SECURITY_ATTRIBUTES
 {
     DWORD nLength;
     LPVOID lpSecurityDescriptor;
     BOOL bInheritHandle;
 };
-using PSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
 using LPSECURITY_ATTRIBUTES = SECURITY_ATTRIBUTES*;
 
 // One asynchronous transfer. Internal is the NT status of its end (STATUS_PENDING before), InternalHigh

@@ -3,16 +3,12 @@
 
 #include "sndx/types.h"
 
-inline BOOL IsEqualGUID(REFGUID first, REFGUID second)
+inline bool operator==(REFGUID first, REFGUID second)
 {
     return __builtin_memcmp(&first, &second, sizeof(GUID)) == 0;
 }
-inline bool operator==(REFGUID first, REFGUID second)
-{
-    return IsEqualGUID(first, second) != FALSE;
-}
-#define IsEqualIID(first, second) IsEqualGUID(first, second)
-#define IsEqualCLSID(first, second) IsEqualGUID(first, second)
+#define IsEqualIID(first, second) ((first) == (second))
+#define IsEqualCLSID(first, second) ((first) == (second))
 
 struct IUnknown
 {
@@ -20,7 +16,6 @@ struct IUnknown
     virtual ULONG STDMETHODCALLTYPE AddRef() = 0;
     virtual ULONG STDMETHODCALLTYPE Release() = 0;
 };
-using LPUNKNOWN = IUnknown*;
 
 struct IClassFactory : IUnknown
 {
@@ -33,7 +28,6 @@ using CLIPFORMAT = WORD;
 #define CF_HDROP 15
 
 #define DVASPECT_CONTENT 1u
-#define DATADIR_GET 1u
 
 #define TYMED_NULL 0u
 #define TYMED_HGLOBAL 1u
@@ -51,7 +45,6 @@ struct FORMATETC
     LONG lindex;
     DWORD tymed;
 };
-using LPFORMATETC = FORMATETC*;
 static_assert(sizeof(FORMATETC) == 32);
 
 // Of the kinds of medium only global memory is known here.
@@ -65,7 +58,6 @@ struct STGMEDIUM
     };
     IUnknown* pUnkForRelease;
 };
-using LPSTGMEDIUM = STGMEDIUM*;
 static_assert(sizeof(STGMEDIUM) == 24);
 
 struct IDataObject : IUnknown
@@ -81,10 +73,7 @@ struct IDataObject : IUnknown
     virtual HRESULT STDMETHODCALLTYPE DUnadvise(DWORD connection) = 0;
     virtual HRESULT STDMETHODCALLTYPE EnumDAdvise(IEnumSTATDATA** result) = 0;
 };
-using LPDATAOBJECT = IDataObject*;
 
-#define DV_E_LINDEX (static_cast<HRESULT>(0x80040068u))
-#define DV_E_DVASPECT (static_cast<HRESULT>(0x8004006Bu))
 #define OLE_E_ADVISENOTSUPPORTED (static_cast<HRESULT>(0x80040003u))
 
 #define COINIT_APARTMENTTHREADED 2u
@@ -99,8 +88,6 @@ extern "C"
     void WINAPI ReleaseStgMedium(STGMEDIUM* medium);
 
     // There are no apartments here: any thread may call any object.
-    HRESULT WINAPI OleInitialize(LPVOID reserved);
-    void WINAPI OleUninitialize();
     HRESULT WINAPI CoInitializeEx(LPVOID reserved, DWORD model);
     void WINAPI CoUninitialize();
 }

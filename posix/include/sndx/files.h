@@ -6,13 +6,10 @@
 
 #define ERROR_GEN_FAILURE 31u
 #define ERROR_DISK_FULL 112u
-#define ERROR_NEGATIVE_SEEK 131u
-#define ERROR_DIRECTORY 267u
 
 // Access.
 #define GENERIC_READ 0x80000000u
 #define GENERIC_WRITE 0x40000000u
-#define DELETE 0x00010000u
 
 // What an open file allows to other opens of the same file.
 #define FILE_SHARE_READ 0x00000001u
@@ -25,11 +22,7 @@
 #define CREATE_ALWAYS 2u
 #define OPEN_EXISTING 3u
 #define OPEN_ALWAYS 4u
-#define TRUNCATE_EXISTING 5u
 
-#define FILE_ATTRIBUTE_READONLY 0x00000001u
-#define FILE_ATTRIBUTE_HIDDEN 0x00000002u
-#define FILE_ATTRIBUTE_SYSTEM 0x00000004u
 #define FILE_ATTRIBUTE_DIRECTORY 0x00000010u
 #define FILE_ATTRIBUTE_ARCHIVE 0x00000020u
 #define FILE_ATTRIBUTE_NORMAL 0x00000080u
@@ -39,48 +32,27 @@
 #define FILE_BEGIN 0u
 #define FILE_CURRENT 1u
 #define FILE_END 2u
-#define INVALID_SET_FILE_POINTER 0xFFFFFFFFu
-
-struct WIN32_FIND_DATAW
-{
-    DWORD dwFileAttributes;
-    FILETIME ftCreationTime; // POSIX keeps none: the time of the last change of the file's data or state
-    FILETIME ftLastAccessTime;
-    FILETIME ftLastWriteTime;
-    DWORD nFileSizeHigh;
-    DWORD nFileSizeLow;
-    DWORD dwReserved0;
-    DWORD dwReserved1;
-    WCHAR cFileName[MAX_PATH];
-    WCHAR cAlternateFileName[14]; // always empty: there are no short names
-};
 
 extern "C"
 {
-    // Opens a file, or the client end of a pipe (\\.\pipe\NAME). Folders cannot be opened.
+    // Opens a file, or the client end of a pipe (\\.\pipe\NAME). Folders cannot be opened. Only transfers of
+    // pipes can be overlapped.
     HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security,
                               DWORD disposition, DWORD flags, HANDLE templateFile);
     BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD bytes, LPOVERLAPPED overlapped);
     BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWORD bytes, LPOVERLAPPED overlapped);
     BOOL WINAPI FlushFileBuffers(HANDLE file);
     BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method);
-    DWORD WINAPI SetFilePointer(HANDLE file, LONG distance, PLONG distanceHigh, DWORD method);
-    BOOL WINAPI GetFileSizeEx(HANDLE file, LARGE_INTEGER* size);
 
     BOOL WINAPI DeleteFileW(LPCWSTR path);
     // Does not replace an existing target.
     BOOL WINAPI MoveFileW(LPCWSTR from, LPCWSTR to);
     BOOL WINAPI CopyFileW(LPCWSTR from, LPCWSTR to, BOOL failIfExists);
     DWORD WINAPI GetFileAttributesW(LPCWSTR path);
+    // Keeps FILE_ATTRIBUTE_ARCHIVE and nothing else.
     BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes);
     BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES security);
     BOOL WINAPI RemoveDirectoryW(LPCWSTR path);
-
-    // Enumerates the entries of a folder whose names match the pattern in the last element (* and ?), "." and
-    // ".." among them. The handle is released with FindClose.
-    HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, WIN32_FIND_DATAW* data);
-    BOOL WINAPI FindNextFileW(HANDLE find, WIN32_FIND_DATAW* data);
-    BOOL WINAPI FindClose(HANDLE find);
 
     // The folder for temporary files with its separator; it exists after the call. The length without the
     // terminator, or the size needed when size units are too few.

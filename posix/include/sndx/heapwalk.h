@@ -1,6 +1,6 @@
 #pragma once
-// The runtime library's heap, for whoever counts what is in use. The C library here does not show its blocks one
-// by one; the walk yields the bytes in use as a few large entries.
+// The runtime library's heap, for whoever counts what is in use. The C library here does not show its blocks
+// one by one; the walk yields the bytes in use as a few large entries.
 
 #include "sndx/types.h"
 
@@ -18,9 +18,9 @@ struct PROCESS_HEAP_ENTRY
 
 extern "C"
 {
-std::intptr_t __cdecl _get_heap_handle();
-BOOL WINAPI HeapLock(HANDLE heap);
-BOOL WINAPI HeapUnlock(HANDLE heap);
-// FALSE with ERROR_NO_MORE_ITEMS at the end.
-BOOL WINAPI HeapWalk(HANDLE heap, PROCESS_HEAP_ENTRY* entry);
+    std::intptr_t __cdecl _get_heap_handle();
+    BOOL WINAPI HeapLock(HANDLE heap);
+    BOOL WINAPI HeapUnlock(HANDLE heap);
+    // FALSE with ERROR_NO_MORE_ITEMS at the end.
+    BOOL WINAPI HeapWalk(HANDLE heap, PROCESS_HEAP_ENTRY* entry);
 }

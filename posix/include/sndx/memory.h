@@ -9,21 +9,15 @@
 #define PAGE_NOACCESS 0x01u
 #define PAGE_READONLY 0x02u
 #define PAGE_READWRITE 0x04u
-#define PAGE_WRITECOPY 0x08u // never reported here: private pages show what a write may do
 #define PAGE_EXECUTE 0x10u
 #define PAGE_EXECUTE_READ 0x20u
 #define PAGE_EXECUTE_READWRITE 0x40u
-#define PAGE_EXECUTE_WRITECOPY 0x80u
 #define PAGE_GUARD 0x100u
 
 #define MEM_COMMIT 0x00001000u
 #define MEM_RESERVE 0x00002000u
-#define MEM_DECOMMIT 0x00004000u
 #define MEM_RELEASE 0x00008000u
 #define MEM_FREE 0x00010000u
-#define MEM_PRIVATE 0x00020000u
-#define MEM_MAPPED 0x00040000u
-#define MEM_IMAGE 0x01000000u
 
 #define HEAP_ZERO_MEMORY 0x00000008u
 
@@ -31,10 +25,6 @@
 #define GMEM_MOVEABLE 0x0002u
 #define GMEM_ZEROINIT 0x0040u
 #define GHND 0x0042u
-#define GPTR 0x0040u
-#define LMEM_FIXED 0x0000u
-#define LMEM_ZEROINIT 0x0040u
-#define LPTR 0x0040u
 
 struct MEMORY_BASIC_INFORMATION
 {
@@ -44,7 +34,7 @@ struct MEMORY_BASIC_INFORMATION
     SIZE_T RegionSize;       // bytes from BaseAddress on with the same properties
     DWORD State;             // MEM_COMMIT or MEM_FREE; reserved memory is committed and inaccessible here
     DWORD Protect;
-    DWORD Type;
+    DWORD Type; // always 0
 };
 
 extern "C"
@@ -53,6 +43,7 @@ extern "C"
     // process or size is too small. Allocates nothing.
     SIZE_T WINAPI VirtualQuery(LPCVOID address, MEMORY_BASIC_INFORMATION* information, SIZE_T size);
     BOOL WINAPI VirtualProtect(LPVOID address, SIZE_T size, DWORD protection, PDWORD oldProtection);
+    // Address is null; MEM_RESERVE, with or without MEM_COMMIT. Released as a whole.
     LPVOID WINAPI VirtualAlloc(LPVOID address, SIZE_T size, DWORD type, DWORD protection);
     BOOL WINAPI VirtualFree(LPVOID address, SIZE_T size, DWORD type);
 
@@ -69,10 +60,8 @@ extern "C"
     HGLOBAL WINAPI GlobalAlloc(UINT flags, SIZE_T size);
     LPVOID WINAPI GlobalLock(HGLOBAL block);
     BOOL WINAPI GlobalUnlock(HGLOBAL block);
-    SIZE_T WINAPI GlobalSize(HGLOBAL block);
     // Null when the block is released, otherwise its handle.
     HGLOBAL WINAPI GlobalFree(HGLOBAL block);
-    HLOCAL WINAPI LocalAlloc(UINT flags, SIZE_T size);
     HLOCAL WINAPI LocalFree(HLOCAL block);
 
     // Stops in the debugger; without one the process ends (SIGTRAP).

@@ -1,22 +1,18 @@
 #pragma once
-// Menus as data: nothing here is ever drawn.
+// Menus as data: nothing here is ever drawn. Items are named by their position, never by their identifier.
 
 #include "sndx/types.h"
 
-#define MF_BYCOMMAND 0x0000u
 #define MF_BYPOSITION 0x0400u
 #define MF_STRING 0x0000u
 #define MF_ENABLED 0x0000u
-#define MF_GRAYED 0x0001u
 #define MF_POPUP 0x0010u
-#define MF_SEPARATOR 0x0800u
 
 #define ERROR_INVALID_MENU_HANDLE 1401u
 #define ERROR_MENU_ITEM_NOT_FOUND 1456u
 
 extern "C"
 {
-    HMENU WINAPI CreateMenu();
     HMENU WINAPI CreatePopupMenu();
     // Sub-menus go with their menu.
     BOOL WINAPI DestroyMenu(HMENU menu);

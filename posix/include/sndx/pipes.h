@@ -11,16 +11,10 @@
 #define PIPE_ACCESS_INBOUND 0x00000001u
 #define PIPE_ACCESS_OUTBOUND 0x00000002u
 #define PIPE_ACCESS_DUPLEX 0x00000003u
-#define FILE_FLAG_FIRST_PIPE_INSTANCE 0x00080000u
 #define PIPE_TYPE_BYTE 0x00000000u
 #define PIPE_READMODE_BYTE 0x00000000u
 #define PIPE_WAIT 0x00000000u
-#define PIPE_UNLIMITED_INSTANCES 255u
 #define NMPWAIT_USE_DEFAULT_WAIT 0x00000000u
-#define NMPWAIT_NOWAIT 0x00000001u
-#define NMPWAIT_WAIT_FOREVER 0xFFFFFFFFu
-
-#define STATUS_PENDING 0x00000103u
 
 extern "C"
 {
@@ -35,7 +29,7 @@ extern "C"
     BOOL WINAPI DisconnectNamedPipe(HANDLE pipe);
     // Waits until an instance can be opened; it may be gone again when the caller opens.
     BOOL WINAPI WaitNamedPipeW(LPCWSTR name, DWORD milliseconds);
-    // Every output may be null. left is always 0: there are no messages.
+    // Tells the number of unread bytes, which may be null; the other outputs are null.
     BOOL WINAPI PeekNamedPipe(HANDLE pipe, LPVOID buffer, DWORD size, LPDWORD read, LPDWORD available,
                               LPDWORD left);
 
@@ -43,9 +37,4 @@ extern "C"
     // is withdrawn.
     BOOL WINAPI CancelIo(HANDLE file);
     BOOL WINAPI GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD bytes, BOOL wait);
-
-    // Nothing runs in the background here: a transfer ends when somebody looks. This looks.
-    BOOL SndxHasOverlappedIoCompleted(const OVERLAPPED* overlapped);
 }
-
-#define HasOverlappedIoCompleted(overlapped) (SndxHasOverlappedIoCompleted(overlapped))

@@ -4,7 +4,6 @@
 #include "sndx/base.h"
 
 #define STILL_ACTIVE 259u
-#define ERROR_BAD_ARGUMENTS 160u
 #define ERROR_INVALID_THREAD_ID 1444u
 
 struct STARTUPINFOW
@@ -57,21 +56,19 @@ struct MSG
 };
 using LPMSG = MSG*;
 
-#define WM_NULL 0x0000u
 #define WM_QUIT 0x0012u
-#define WM_USER 0x0400u
 #define WM_APP 0x8000u
 #define PM_NOREMOVE 0x0000u
 #define PM_REMOVE 0x0001u
 
 extern "C"
 {
-    // Starts the program that the first word of the command line names; application is null. Only the three
-    // standard streams pass on, whatever inherit says. flags, environment (null) and the start-up record are
-    // not looked at. A file without an executable format and without "#!" gives ERROR_BAD_EXE_FORMAT. Any
-    // state of the child is collected when somebody waits for it or asks for its exit code; if its last
-    // handle is closed while it runs, a thread of this layer waits for its end, so that it does not stay
-    // behind as a zombie.
+    // Starts the program that the first word of the command line names; application, environment and
+    // currentDirectory are null. Only the three standard streams pass on, whatever inherit says. flags and
+    // the start-up record are not looked at. A file without an executable format and without "#!" gives
+    // ERROR_BAD_EXE_FORMAT. Any state of the child is collected when somebody waits for it or asks for its
+    // exit code; if its last handle is closed while it runs, a thread of this layer waits for its end, so
+    // that it does not stay behind as a zombie.
     BOOL WINAPI CreateProcessW(LPCWSTR application, LPWSTR commandLine, LPSECURITY_ATTRIBUTES processSecurity,
                                LPSECURITY_ATTRIBUTES threadSecurity, BOOL inherit, DWORD flags,
                                LPVOID environment, LPCWSTR currentDirectory, LPSTARTUPINFOW startup,
@@ -89,10 +86,8 @@ extern "C"
     // WaitForInputIdle that the program is up.
     BOOL WINAPI GetMessageW(LPMSG message, HWND window, UINT first, UINT last);
     BOOL WINAPI PeekMessageW(LPMSG message, HWND window, UINT first, UINT last, UINT remove);
-    BOOL WINAPI WaitMessage();
-    // A thread has a queue from its first call of one of the three above or of MsgWaitForMultipleObjects on.
+    // A thread has a queue from its first call of one of the two above or of MsgWaitForMultipleObjects on.
     BOOL WINAPI PostThreadMessageW(DWORD thread, UINT message, WPARAM wParam, LPARAM lParam);
-    void WINAPI PostQuitMessage(int code);
 
     LPWSTR WINAPI GetCommandLineW();
     // One block for all arguments, to be released with LocalFree.
@@ -100,7 +95,4 @@ extern "C"
 
     // Null as value removes the variable.
     BOOL WINAPI SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value);
-    // The length without the terminator, the size needed with it when size units are too few, 0 for a missing
-    // variable (ERROR_ENVVAR_NOT_FOUND). Names match as spelled.
-    DWORD WINAPI GetEnvironmentVariableW(LPCWSTR name, LPWSTR buffer, DWORD size);
 }

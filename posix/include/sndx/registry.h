@@ -9,15 +9,12 @@
 using REGSAM = ACCESS_MASK;
 using LSTATUS = LONG;
 
-#define HKEY_CLASSES_ROOT (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(0xFFFFFFFF80000000u)))
 #define HKEY_CURRENT_USER (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(0xFFFFFFFF80000001u)))
 #define HKEY_LOCAL_MACHINE (reinterpret_cast<HKEY>(static_cast<ULONG_PTR>(0xFFFFFFFF80000002u)))
 
 #define KEY_QUERY_VALUE 0x0001u
 #define KEY_SET_VALUE 0x0002u
-#define KEY_CREATE_SUB_KEY 0x0004u
 #define KEY_ENUMERATE_SUB_KEYS 0x0008u
-#define KEY_NOTIFY 0x0010u
 // View of HKEY_LOCAL_MACHINE\Software; without a flag it is the native (64-bit) one.
 #define KEY_WOW64_64KEY 0x0100u
 #define KEY_WOW64_32KEY 0x0200u
@@ -25,7 +22,6 @@ using LSTATUS = LONG;
 #define KEY_WRITE 0x20006u
 #define KEY_ALL_ACCESS 0xF003Fu
 
-#define REG_NONE 0u
 #define REG_SZ 1u
 #define REG_EXPAND_SZ 2u
 #define REG_BINARY 3u
@@ -59,22 +55,6 @@ extern "C"
 
     // Sub-keys in the order of their upper-cased names. length in units, terminator included.
     LSTATUS WINAPI RegEnumKeyW(HKEY key, DWORD index, LPWSTR name, DWORD length);
-    // Deletes a key that has no sub-keys; error 5 when it has some.
-    LSTATUS WINAPI RegDeleteKeyExW(HKEY key, LPCWSTR path, REGSAM view, DWORD reserved);
     // Deletes a key with everything below; without a path everything below the open key, which stays.
     LSTATUS WINAPI RegDeleteTreeW(HKEY key, LPCWSTR path);
 }
-
-namespace sndxposix
-{
-// What became of a registry editor's file that was merged into the store.
-struct RegistryImport
-{
-    LSTATUS error = 0;            // the file could not be read or the store not written
-    bool hasHeader = false;       // without "Windows Registry Editor Version 5.00" nothing is merged
-    std::size_t badLines = 0;     // lines that were skipped because they could not be understood
-    std::size_t firstBadLine = 0; // counted from 1
-};
-// Merges the file at a POSIX path, all or nothing with regard to other processes.
-RegistryImport ImportRegistryFile(const char* path);
-} // namespace sndxposix

@@ -7,17 +7,13 @@
 #define GENERIC_ALL 0x10000000u
 #define SECURITY_DESCRIPTOR_REVISION 1
 #define SID_REVISION 1
-#define SID_MAX_SUB_AUTHORITIES 15
 #define ACL_REVISION 2
-#define ACL_REVISION_DS 4
 #define ACCESS_ALLOWED_ACE_TYPE 0
 #define SE_DACL_PRESENT 0x0004
 #define SE_DACL_DEFAULTED 0x0008
 #define SECURITY_AUTHENTICATED_USER_RID 11
 
 #define ERROR_UNKNOWN_REVISION 1305u
-#define ERROR_REVISION_MISMATCH 1306u
-#define ERROR_INVALID_ACL 1336u
 #define ERROR_INVALID_SID 1337u
 #define ERROR_ALLOTTED_SPACE_EXCEEDED 1344u
 
@@ -102,7 +98,7 @@ extern "C"
     BOOL WINAPI GetSecurityDescriptorDacl(PSECURITY_DESCRIPTOR descriptor, LPBOOL daclPresent, PACL* dacl,
                                           LPBOOL daclDefaulted);
 
-    // Between 0 and 8 sub-authorities. The SID is the caller's, to be freed with FreeSid.
+    // Between 1 and 8 sub-authorities. The SID is the caller's, to be freed with FreeSid.
     BOOL WINAPI AllocateAndInitializeSid(PSID_IDENTIFIER_AUTHORITY authority, BYTE subAuthorityCount,
                                          DWORD subAuthority0, DWORD subAuthority1, DWORD subAuthority2,
                                          DWORD subAuthority3, DWORD subAuthority4, DWORD subAuthority5,
@@ -111,9 +107,8 @@ extern "C"
     PVOID WINAPI FreeSid(PSID sid);
     // Bytes; the SID is not validated.
     DWORD WINAPI GetLengthSid(PSID sid);
-    BOOL WINAPI EqualSid(PSID first, PSID second);
 
-    // length in bytes, header included, at most 65535. Revisions 2 to 4.
+    // length in bytes, header included, at most 65535.
     BOOL WINAPI InitializeAcl(PACL acl, DWORD length, DWORD revision);
     // Appends a copy of the SID; error 1344 when the list's size does not hold it.
     BOOL WINAPI AddAccessAllowedAce(PACL acl, DWORD revision, DWORD accessMask, PSID sid);

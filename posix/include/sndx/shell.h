@@ -25,7 +25,6 @@ static_assert(sizeof(DROPFILES) == 20);
 
 // Item identifier lists are opaque here: no folder object makes or reads them.
 struct ITEMIDLIST;
-using LPITEMIDLIST = ITEMIDLIST*;
 using LPCITEMIDLIST = const ITEMIDLIST*;
 using PCIDLIST_ABSOLUTE = LPCITEMIDLIST;
 
@@ -47,7 +46,6 @@ struct IShellExtInit : IUnknown
 #define GCS_HELPTEXTW 0x5u
 #define GCS_VALIDATEW 0x6u
 
-#define CMIC_MASK_UNICODE 0x4000u
 #define SW_SHOWNORMAL 1
 
 // The verb is a text, or an offset from the first command identifier (MAKEINTRESOURCEA).
@@ -63,28 +61,7 @@ struct CMINVOKECOMMANDINFO
     DWORD dwHotKey;
     HANDLE hIcon;
 };
-using LPCMINVOKECOMMANDINFO = CMINVOKECOMMANDINFO*;
 static_assert(sizeof(CMINVOKECOMMANDINFO) == 56);
-
-struct CMINVOKECOMMANDINFOEX
-{
-    DWORD cbSize;
-    DWORD fMask;
-    HWND hwnd;
-    LPCSTR lpVerb;
-    LPCSTR lpParameters;
-    LPCSTR lpDirectory;
-    int nShow;
-    DWORD dwHotKey;
-    HANDLE hIcon;
-    LPCSTR lpTitle;
-    LPCWSTR lpVerbW;
-    LPCWSTR lpParametersW;
-    LPCWSTR lpDirectoryW;
-    LPCWSTR lpTitleW;
-    POINT ptInvoke;
-};
-static_assert(sizeof(CMINVOKECOMMANDINFOEX) == 104);
 
 struct IContextMenu : IUnknown
 {
@@ -108,8 +85,6 @@ struct IShellIconOverlayIdentifier : IUnknown
 };
 
 #define CSIDL_APPDATA 0x001a
-#define CSIDL_LOCAL_APPDATA 0x001c
-#define CSIDL_FLAG_CREATE 0x8000
 #define SHGFP_TYPE_CURRENT 0u
 
 extern "C"
@@ -122,6 +97,6 @@ extern "C"
     // of units copied (a longer name is cut). Lengths leave out the terminator, the capacity includes it.
     UINT WINAPI DragQueryFileW(HDROP drop, UINT index, LPWSTR file, UINT capacity);
 
-    // CSIDL_APPDATA and CSIDL_LOCAL_APPDATA, made when missing. path holds MAX_PATH units.
+    // CSIDL_APPDATA, made when missing. path holds MAX_PATH units.
     HRESULT WINAPI SHGetFolderPathW(HWND owner, int folder, HANDLE token, DWORD flags, LPWSTR path);
 }

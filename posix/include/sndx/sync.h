@@ -7,24 +7,17 @@
 
 #include "sndx/base.h"
 
-#define ERROR_CALL_NOT_IMPLEMENTED 120u
 #define ERROR_FILENAME_EXCED_RANGE 206u
 #define ERROR_INVALID_ADDRESS 487u
-#define ERROR_MAPPED_ALIGNMENT 1132u
 
 #define WAIT_OBJECT_0 0u
 #define WAIT_ABANDONED 0x80u
-#define WAIT_ABANDONED_0 0x80u
 #define WAIT_TIMEOUT 258u
 #define WAIT_FAILED 0xFFFFFFFFu
 #define MAXIMUM_WAIT_OBJECTS 64u
 #define QS_ALLINPUT 0x04FFu
 
 #define SYNCHRONIZE 0x00100000u
-#define MUTEX_MODIFY_STATE 0x0001u
-#define MUTEX_ALL_ACCESS 0x001F0001u
-#define EVENT_MODIFY_STATE 0x0002u
-#define EVENT_ALL_ACCESS 0x001F0003u
 
 #define PAGE_READWRITE 0x04u
 #define FILE_MAP_WRITE 0x0002u
@@ -45,15 +38,13 @@ extern "C"
     // Always TRUE. The spin count and the flags have no meaning here.
     BOOL WINAPI InitializeCriticalSectionEx(LPCRITICAL_SECTION section, DWORD spinCount, DWORD flags);
     void WINAPI EnterCriticalSection(LPCRITICAL_SECTION section);
-    BOOL WINAPI TryEnterCriticalSection(LPCRITICAL_SECTION section);
     void WINAPI LeaveCriticalSection(LPCRITICAL_SECTION section);
     void WINAPI DeleteCriticalSection(LPCRITICAL_SECTION section);
 
-    // Events have no names here: a name is refused with ERROR_CALL_NOT_IMPLEMENTED.
+    // Events have no names here.
     HANDLE WINAPI CreateEventW(LPSECURITY_ATTRIBUTES security, BOOL manualReset, BOOL initialState,
                                LPCWSTR name);
     BOOL WINAPI SetEvent(HANDLE event);
-    BOOL WINAPI ResetEvent(HANDLE event);
 
     // With a name: creates the mutex, or opens the existing one (last error ERROR_ALREADY_EXISTS, no
     // ownership given). The security attributes are not looked at. A mutex is owned by a thread, which may
@@ -63,10 +54,9 @@ extern "C"
     HANDLE WINAPI OpenMutexW(DWORD access, BOOL inherit, LPCWSTR name);
     BOOL WINAPI ReleaseMutex(HANDLE mutex);
 
-    // Time-outs in milliseconds, INFINITE for none. Several objects: any of them, at most
-    // MAXIMUM_WAIT_OBJECTS; waiting for all of several is refused with ERROR_CALL_NOT_IMPLEMENTED.
+    // Time-outs in milliseconds, INFINITE for none. Several objects: any of them, fewer than
+    // MAXIMUM_WAIT_OBJECTS; nobody here waits for all of several.
     DWORD WINAPI WaitForSingleObject(HANDLE handle, DWORD milliseconds);
-    DWORD WINAPI WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD milliseconds);
     // Ends also, with WAIT_OBJECT_0 + count, when a message has come to the thread since it last looked.
     // Input other than posted messages does not exist here, so every mask means the same.
     DWORD WINAPI MsgWaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll,
@@ -78,8 +68,8 @@ extern "C"
     HANDLE WINAPI CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES security, DWORD protection,
                                      DWORD sizeHigh, DWORD sizeLow, LPCWSTR name);
     HANDLE WINAPI OpenFileMappingW(DWORD access, BOOL inherit, LPCWSTR name);
-    // offset is a multiple of 64 KiB; 0 bytes means up to the section's end. The view stays usable after the
-    // section's handle is closed.
+    // offset is 0; 0 bytes means the whole section. The view stays usable after the section's handle is
+    // closed.
     LPVOID WINAPI MapViewOfFile(HANDLE section, DWORD access, DWORD offsetHigh, DWORD offsetLow,
                                 SIZE_T bytes);
     BOOL WINAPI UnmapViewOfFile(LPCVOID address);

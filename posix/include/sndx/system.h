@@ -71,17 +71,10 @@ static_assert(sizeof(OSVERSIONINFOEXW) == 284);
 
 #define VER_MINORVERSION 0x01u
 #define VER_MAJORVERSION 0x02u
-#define VER_BUILDNUMBER 0x04u
 #define VER_SERVICEPACKMINOR 0x10u
 #define VER_SERVICEPACKMAJOR 0x20u
 
-#define VER_EQUAL 1
-#define VER_GREATER 2
 #define VER_GREATER_EQUAL 3
-#define VER_LESS 4
-#define VER_LESS_EQUAL 5
-
-#define ERROR_BAD_ARGUMENTS 160u
 
 #define SM_CXSCREEN 0
 #define SM_CYSCREEN 1
@@ -96,12 +89,11 @@ extern "C"
 
     // Takes either structure, told apart by its size field.
     BOOL WINAPI GetVersionExW(LPOSVERSIONINFOW info);
-    // Compares major, minor and service pack as one number, the build by itself. Error 1150 when the system
-    // does not meet the condition.
+    // Whether the system is not older, with major, minor and service pack taken as one number; error 1150
+    // otherwise. VER_GREATER_EQUAL is the only condition.
     BOOL WINAPI VerifyVersionInfoW(LPOSVERSIONINFOEXW info, DWORD typeMask, DWORDLONG conditionMask);
     ULONGLONG WINAPI VerSetConditionMask(ULONGLONG mask, DWORD typeMask, BYTE condition);
 
     // The screen's width and height in pixels: $SENDORA_SCREEN ("WxH"), or 1024x768. 0 for other figures.
     int WINAPI GetSystemMetrics(int index);
 }
-#define VER_SET_CONDITION(mask, type, condition) ((mask) = VerSetConditionMask((mask), (type), (condition)))

@@ -6,12 +6,8 @@
 #include "sndx/base.h"
 #include "sndx/memory.h"
 
-#define ERROR_INVALID_FLAGS 1004u
-
 #define CP_ACP 0u // UTF-8 here
 #define CP_UTF8 65001u
-#define MB_ERR_INVALID_CHARS 0x00000008u
-#define WC_ERR_INVALID_CHARS 0x00000080u
 
 #define FORMAT_MESSAGE_ALLOCATE_BUFFER 0x00000100u
 #define FORMAT_MESSAGE_IGNORE_INSERTS 0x00000200u
@@ -24,9 +20,8 @@ extern "C"
 {
     // length is in units of the source, -1 for a text with terminator, which is then converted, too. size is
     // in units of the target; 0 asks for the number needed. The result is the number of units written or
-    // needed, 0 on failure: ERROR_INSUFFICIENT_BUFFER (the target holds what fitted),
-    // ERROR_INVALID_PARAMETER, and ERROR_NO_UNICODE_TRANSLATION with the ERR_INVALID flags. Without these,
-    // what is invalid becomes U+FFFD.
+    // needed, 0 on failure: ERROR_INSUFFICIENT_BUFFER (the target holds what fitted) or
+    // ERROR_INVALID_PARAMETER. What is invalid becomes U+FFFD. The flags are not looked at.
     int WINAPI MultiByteToWideChar(UINT codePage, DWORD flags, LPCSTR source, int length, LPWSTR target,
                                    int size);
     int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR source, int length, LPSTR target,
@@ -43,6 +38,4 @@ extern "C"
     // result is -1. Otherwise the result is the length. Null with size 0 asks for the length.
     int _vsnprintf(char* buffer, std::size_t size, const char* format, va_list arguments);
     int _vsnwprintf(WCHAR* buffer, std::size_t size, const WCHAR* format, va_list arguments);
-    int _snprintf(char* buffer, std::size_t size, const char* format, ...);
-    int _snwprintf(WCHAR* buffer, std::size_t size, const WCHAR* format, ...);
 }

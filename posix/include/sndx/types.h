@@ -6,13 +6,9 @@
 #include <cstdint>
 
 #define WINAPI
-#define APIENTRY
 #define CALLBACK
 #define STDMETHODCALLTYPE
-#define __stdcall
 #define __cdecl
-#define CONST const
-#define VOID void
 
 #define TEXT_LITERAL_(text) u##text
 #define TEXT(text) TEXT_LITERAL_(text)
@@ -20,13 +16,8 @@
 using CHAR = char;
 using WCHAR = char16_t;
 using BYTE = std::uint8_t;
-using UCHAR = std::uint8_t;
 using BOOL = int;
-using BOOLEAN = std::uint8_t;
-using SHORT = std::int16_t;
-using USHORT = std::uint16_t;
 using WORD = std::uint16_t;
-using INT = std::int32_t;
 using UINT = std::uint32_t;
 using LONG = std::int32_t;
 using ULONG = std::uint32_t;
@@ -35,7 +26,6 @@ using LONGLONG = std::int64_t;
 using ULONGLONG = std::uint64_t;
 using DWORDLONG = std::uint64_t;
 using DWORD64 = std::uint64_t;
-using INT_PTR = std::intptr_t;
 using UINT_PTR = std::uintptr_t;
 using LONG_PTR = std::intptr_t;
 using ULONG_PTR = std::uintptr_t;
@@ -44,8 +34,6 @@ using SIZE_T = std::size_t;
 using HRESULT = std::int32_t;
 using WPARAM = UINT_PTR;
 using LPARAM = LONG_PTR;
-using LRESULT = LONG_PTR;
-using LCID = DWORD;
 
 using PVOID = void*;
 using LPVOID = void*;
@@ -57,20 +45,19 @@ using LPWSTR = WCHAR*;
 using PCWSTR = const WCHAR*;
 using LPCWSTR = const WCHAR*;
 using LPDWORD = DWORD*;
-using PDWORD = DWORD*;
 using LPBYTE = BYTE*;
+using PDWORD = DWORD*;
 using LPBOOL = BOOL*;
-using PLONG = LONG*;
 
 // Handles are opaque. The kinds that C++ must not mix up have types of their own.
 using HANDLE = void*;
 using HLOCAL = void*;
 using HGLOBAL = void*;
-#define SNDX_DECLARE_HANDLE(name)                                                                                \
-    struct name##__                                                                                              \
-    {                                                                                                            \
-        int unused;                                                                                              \
-    };                                                                                                           \
+#define SNDX_DECLARE_HANDLE(name)                                                                            \
+    struct name##__                                                                                          \
+    {                                                                                                        \
+        int unused;                                                                                          \
+    };                                                                                                       \
     using name = name##__*
 SNDX_DECLARE_HANDLE(HINSTANCE);
 SNDX_DECLARE_HANDLE(HWND);
@@ -82,7 +69,8 @@ using HMODULE = HINSTANCE;
 using PHKEY = HKEY*;
 using FARPROC = std::intptr_t (*)();
 
-union LARGE_INTEGER {
+union LARGE_INTEGER
+{
     struct
     {
         DWORD LowPart;
@@ -118,7 +106,6 @@ using REFCLSID = const GUID&;
 #define E_NOINTERFACE (static_cast<HRESULT>(0x80004002u))
 #define E_POINTER (static_cast<HRESULT>(0x80004003u))
 #define E_FAIL (static_cast<HRESULT>(0x80004005u))
-#define E_UNEXPECTED (static_cast<HRESULT>(0x8000FFFFu))
 #define E_OUTOFMEMORY (static_cast<HRESULT>(0x8007000Eu))
 #define E_INVALIDARG (static_cast<HRESULT>(0x80070057u))
 #define CLASS_E_NOAGGREGATION (static_cast<HRESULT>(0x80040110u))
@@ -136,9 +123,7 @@ using REFCLSID = const GUID&;
 #define ERROR_INVALID_HANDLE 6
 #define ERROR_NOT_ENOUGH_MEMORY 8
 #define ERROR_OUTOFMEMORY 14
-#define ERROR_NO_MORE_FILES 18
 #define ERROR_SHARING_VIOLATION 32
-#define ERROR_HANDLE_EOF 38
 #define ERROR_FILE_EXISTS 80
 #define ERROR_INVALID_PARAMETER 87
 #define ERROR_BROKEN_PIPE 109
@@ -150,7 +135,6 @@ using REFCLSID = const GUID&;
 #define ERROR_DIR_NOT_EMPTY 145
 #define ERROR_ALREADY_EXISTS 183
 #define ERROR_BAD_EXE_FORMAT 193
-#define ERROR_ENVVAR_NOT_FOUND 203
 #define ERROR_PIPE_BUSY 231
 #define ERROR_NO_DATA 232
 #define ERROR_PIPE_NOT_CONNECTED 233
@@ -168,12 +152,10 @@ using REFCLSID = const GUID&;
 #define ERROR_OLD_WIN_VERSION 1150
 
 #define LOWORD(value) (static_cast<WORD>(static_cast<DWORD_PTR>(value) & 0xffff))
-#define HIWORD(value) (static_cast<WORD>((static_cast<DWORD_PTR>(value) >> 16) & 0xffff))
 #define MAKEINTRESOURCEA(id) (reinterpret_cast<LPSTR>(static_cast<ULONG_PTR>(static_cast<WORD>(id))))
-#define UNREFERENCED_PARAMETER(parameter) (static_cast<void>(parameter))
 
 extern "C"
 {
-DWORD WINAPI GetLastError();
-void WINAPI SetLastError(DWORD code);
+    DWORD WINAPI GetLastError();
+    void WINAPI SetLastError(DWORD code);
 }

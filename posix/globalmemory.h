@@ -1,0 +1,10 @@
+#pragma once
+#include <span>
+
+#include "sndx/types.h"
+
+namespace sndxposix
+{
+// The live block with this handle, or the one whose data begins at this address; empty for none.
+std::span<const BYTE> FindGlobalBlock(const void* handleOrAddress);
+} // namespace sndxposix
