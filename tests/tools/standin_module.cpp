@@ -2,15 +2,12 @@
 // tell command and number of paths. It misbehaves on request: after StateChanged it always agrees to be
 // unloaded; a path that contains "broken" makes calls fail.
 
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include <windows.h>
 #include <shlobj.h>
 #include <shellapi.h>
-
-#include "tools/comref.h"
 
 namespace
 {
@@ -28,12 +25,30 @@ bool Contains(const WideString& path, const WCHAR* word)
     return path.find(word) != WideString::npos;
 }
 
-// Reference counting for one object with the interfaces given.
-template <class... Interfaces>
-class Counted : public Interfaces...
+// An object of either class: it offers the interface of its own only.
+class Handler final : public IShellIconOverlayIdentifier, public IContextMenu, public IShellExtInit
 {
   public:
-    virtual ~Counted() = default;
+    explicit Handler(bool isOverlay) : isOverlay_(isOverlay) { ++handlers; }
+    virtual ~Handler() { --handlers; }
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
+    {
+        *out = nullptr;
+        if (isOverlay_ && IsEqualIID(iid, IID_IShellIconOverlayIdentifier))
+        {
+            *out = static_cast<IShellIconOverlayIdentifier*>(this);
+        }
+        else if (!isOverlay_ && IsEqualIID(iid, IID_IContextMenu))
+        {
+            *out = static_cast<IContextMenu*>(this);
+        }
+        else if (!isOverlay_ && IsEqualIID(iid, IID_IShellExtInit))
+        {
+            *out = static_cast<IShellExtInit*>(this);
+        }
+        references_ += *out == nullptr ? 0 : 1;
+        return *out == nullptr ? E_NOINTERFACE : S_OK;
+    }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
     ULONG STDMETHODCALLTYPE Release() override
     {
@@ -45,29 +60,6 @@ class Counted : public Interfaces...
         return left;
     }
 
-  protected:
-    template <class Interface>
-    HRESULT Offer(Interface* object, void** out)
-    {
-        *out = object;
-        AddRef();
-        return S_OK;
-    }
-
-  private:
-    ULONG references_ = 1;
-};
-
-class Overlay final : public Counted<IShellIconOverlayIdentifier>
-{
-  public:
-    Overlay() { ++handlers; }
-    ~Overlay() override { --handlers; }
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
-    {
-        *out = nullptr;
-        return IsEqualIID(iid, IID_IShellIconOverlayIdentifier) ? Offer(this, out) : E_NOINTERFACE;
-    }
     HRESULT STDMETHODCALLTYPE IsMemberOf(PCWSTR path, DWORD) override
     {
         return Contains(path, TEXT("broken")) ? E_FAIL : Contains(path, TEXT("inside")) ? S_OK : S_FALSE;
@@ -84,36 +76,16 @@ class Overlay final : public Counted<IShellIconOverlayIdentifier>
         *priority = 9;
         return S_OK;
     }
-};
 
-class Menu final : public Counted<IContextMenu, IShellExtInit>
-{
-  public:
-    Menu() { ++handlers; }
-    ~Menu() override { --handlers; }
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
-    {
-        *out = nullptr;
-        if (IsEqualIID(iid, IID_IShellExtInit))
-        {
-            return Offer<IShellExtInit>(this, out);
-        }
-        return IsEqualIID(iid, IID_IContextMenu) ? Offer<IContextMenu>(this, out) : E_NOINTERFACE;
-    }
     HRESULT STDMETHODCALLTYPE Initialize(LPCITEMIDLIST, IDataObject* data, HKEY) override
     {
         FORMATETC format = {CF_HDROP, nullptr, DVASPECT_CONTENT, -1, TYMED_HGLOBAL};
         STGMEDIUM medium = {};
-        if (FAILED(data->GetData(&format, &medium)))
-        {
-            return E_INVALIDARG;
-        }
+        data->GetData(&format, &medium); // the host's always has one
         const auto drop = static_cast<HDROP>(GlobalLock(medium.hGlobal));
-        const UINT count = DragQueryFileW(drop, 0xFFFFFFFF, nullptr, 0);
-        for (UINT i = 0; i < count; ++i)
+        WCHAR path[260];
+        for (UINT i = 0; DragQueryFileW(drop, i, path, 260) != 0; ++i)
         {
-            WideString path(DragQueryFileW(drop, i, nullptr, 0) + 1, WCHAR{});
-            path.resize(DragQueryFileW(drop, i, path.data(), static_cast<UINT>(path.size())));
             paths_.push_back(path);
         }
         GlobalUnlock(medium.hGlobal);
@@ -158,30 +130,38 @@ class Menu final : public Counted<IContextMenu, IShellExtInit>
     }
 
   private:
+    const bool isOverlay_;
+    ULONG references_ = 1;
     std::vector<WideString> paths_;
 };
 
-template <class Handler>
-class Factory final : public Counted<IClassFactory>
+// Lives as long as the module.
+class Factory final : public IClassFactory
 {
   public:
+    explicit Factory(bool isOverlay) : isOverlay_(isOverlay) {}
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
     {
-        *out = nullptr;
-        return IsEqualIID(iid, IID_IClassFactory) ? this->Offer(this, out) : E_NOINTERFACE;
+        *out = IsEqualIID(iid, IID_IClassFactory) ? this : nullptr;
+        return *out == nullptr ? E_NOINTERFACE : S_OK;
     }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID iid, void** out) override
     {
-        return sndxtools::ComRef<Handler>::Adopt(new Handler)->QueryInterface(iid, out);
+        IContextMenu* const handler = new Handler(isOverlay_);
+        const HRESULT result = handler->QueryInterface(iid, out);
+        handler->Release();
+        return result;
     }
     HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
+
+  private:
+    const bool isOverlay_;
 };
 
-template <class Handler>
-HRESULT GetFactory(REFIID iid, void** out)
-{
-    return sndxtools::ComRef<Factory<Handler>>::Adopt(new Factory<Handler>)->QueryInterface(iid, out);
-}
+Factory overlayFactory(true);
+Factory contextMenuFactory(false);
 } // namespace
 
 #ifdef _WIN32
@@ -192,9 +172,8 @@ HRESULT GetFactory(REFIID iid, void** out)
 
 EXPORTED HRESULT STDMETHODCALLTYPE DllGetClassObject(REFCLSID classId, REFIID iid, void** out)
 {
-    *out = nullptr;
-    return IsEqualCLSID(classId, overlayClass)       ? GetFactory<Overlay>(iid, out)
-           : IsEqualCLSID(classId, contextMenuClass) ? GetFactory<Menu>(iid, out)
+    return IsEqualCLSID(classId, overlayClass)       ? overlayFactory.QueryInterface(iid, out)
+           : IsEqualCLSID(classId, contextMenuClass) ? contextMenuFactory.QueryInterface(iid, out)
                                                      : CLASS_E_CLASSNOTAVAILABLE;
 }
 
