@@ -25,8 +25,7 @@ std::map<std::string, ChildFunction>& Roles()
 std::string OwnPath()
 {
     WCHAR path[1024];
-    const DWORD length = GetModuleFileNameW(nullptr, path, 1024);
-    return Utf8(WideString(path, length));
+    return Utf8(WideString(path, GetModuleFileNameW(nullptr, path, 1024)));
 }
 
 // As the runtime library's start-up reads it back.
@@ -68,39 +67,25 @@ class PointsFolder
         if (const char* named = std::getenv(pointsVariable))
         {
             path_ = named;
+            return;
         }
-        else
-        {
-            path_ = Base() / ("points-" + std::to_string(GetCurrentProcessId()));
-            owned_ = true;
-            SetEnvironmentVariableW(Wide(pointsVariable).c_str(), Wide(path_.string()).c_str());
-        }
-        std::filesystem::create_directories(path_);
+        const char* const root = std::getenv("SENDORA_ROOT"); // native only
+        path_ = (root == nullptr ? std::filesystem::temp_directory_path() : std::filesystem::path(root)) /
+                ("points-" + std::to_string(GetCurrentProcessId()));
+        owned_ = std::filesystem::create_directories(path_);
+        SetEnvironmentVariableW(Wide(pointsVariable).c_str(), Wide(path_.string()).c_str());
     }
     ~PointsFolder()
     {
+        std::error_code ignored;
         if (owned_)
         {
-            std::error_code ignored;
             std::filesystem::remove_all(path_, ignored);
         }
     }
-    PointsFolder(const PointsFolder&) = delete;
-    PointsFolder& operator=(const PointsFolder&) = delete;
     const std::filesystem::path& Path() const { return path_; }
 
   private:
-    static std::filesystem::path Base()
-    {
-#ifdef _WIN32
-        WCHAR path[MAX_PATH + 1];
-        GetTempPathW(MAX_PATH + 1, path);
-        return Utf8(path);
-#else
-        const char* root = std::getenv("SENDORA_ROOT");
-        return root == nullptr ? std::filesystem::temp_directory_path() : std::filesystem::path(root);
-#endif
-    }
     std::filesystem::path path_;
     bool owned_ = false;
 };
@@ -133,11 +118,7 @@ int RunChildIfAsked(int argc, char** argv)
     }
     LocalFree(words);
     const auto role = Roles().find(argv[2]);
-    if (role == Roles().end())
-    {
-        return 125; // told apart from every result of a role
-    }
-    return role->second(arguments);
+    return role == Roles().end() ? 125 : role->second(arguments); // 125 is no result of a role
 }
 
 ChildProcess::ChildProcess(const std::string& role, const std::vector<std::string>& arguments)
@@ -162,22 +143,17 @@ ChildProcess ChildProcess::Program(const std::string& path, const std::vector<st
     return child;
 }
 
-ChildProcess::ChildProcess(ChildProcess&& other) noexcept
-    : process_(std::exchange(other.process_, nullptr)), id_(std::exchange(other.id_, 0))
+ChildProcess::ChildProcess(ChildProcess&& other) noexcept : process_(std::exchange(other.process_, nullptr))
 {
 }
 
 ChildProcess::~ChildProcess()
 {
-    if (process_ == nullptr)
-    {
-        return;
-    }
-    if (IsRunning())
+    if (process_ != nullptr)
     {
         Kill();
+        CloseHandle(process_);
     }
-    CloseHandle(process_);
 }
 
 void ChildProcess::Start(const std::string& commandLine)
@@ -193,7 +169,6 @@ void ChildProcess::Start(const std::string& commandLine)
     }
     CloseHandle(information.hThread);
     process_ = information.hProcess;
-    id_ = information.dwProcessId;
 }
 
 bool ChildProcess::IsRunning() const
@@ -203,13 +178,9 @@ bool ChildProcess::IsRunning() const
 
 int ChildProcess::Wait(DWORD milliseconds)
 {
-    if (WaitForSingleObject(process_, milliseconds) != WAIT_OBJECT_0)
-    {
-        return -1;
-    }
     DWORD code = 0;
-    GetExitCodeProcess(process_, &code);
-    return static_cast<int>(code);
+    const bool ended = WaitForSingleObject(process_, milliseconds) == WAIT_OBJECT_0;
+    return ended && GetExitCodeProcess(process_, &code) ? static_cast<int>(code) : -1;
 }
 
 void ChildProcess::Kill()
@@ -226,18 +197,12 @@ void Announce(const std::string& point)
 bool WaitFor(const std::string& point, DWORD milliseconds)
 {
     constexpr DWORD step = 5;
-    for (DWORD waited = 0;; waited += step)
+    for (DWORD waited = 0; waited < milliseconds && !std::filesystem::exists(Points() / point);
+         waited += step)
     {
-        if (std::filesystem::exists(Points() / point))
-        {
-            return true;
-        }
-        if (waited >= milliseconds)
-        {
-            return false;
-        }
         Sleep(step);
     }
+    return std::filesystem::exists(Points() / point);
 }
 
 void ClearPoints()

@@ -28,9 +28,6 @@ class ChildProcess
     static ChildProcess Program(const std::string& path, const std::vector<std::string>& arguments);
     ~ChildProcess();
     ChildProcess(ChildProcess&& other) noexcept;
-    ChildProcess& operator=(ChildProcess&&) = delete;
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
 
     bool IsRunning() const;
     // Waits for the end, at most milliseconds; the exit code, or -1 on time-out.
@@ -38,13 +35,11 @@ class ChildProcess
     // Ends the process at once, as a crash or the task manager does (SIGKILL natively).
     void Kill();
     HANDLE Handle() const { return process_; }
-    DWORD Id() const { return id_; }
 
   private:
     ChildProcess() = default;
     void Start(const std::string& commandLine);
     HANDLE process_ = nullptr;
-    DWORD id_ = 0;
 };
 
 // Meeting points between the processes of one test: small files in the test's own folder.
@@ -52,8 +47,8 @@ void Announce(const std::string& point);
 bool WaitFor(const std::string& point, DWORD milliseconds = 20000);
 void ClearPoints();
 
-#define SNDX_CHILD(name)                                                                                         \
-    static int SndxChild_##name(const std::vector<std::string>& arguments);                                      \
-    static const bool sndxChildRegistered_##name = sndxtest::RegisterChild(#name, &SndxChild_##name);            \
+#define SNDX_CHILD(name)                                                                                     \
+    static int SndxChild_##name(const std::vector<std::string>& arguments);                                  \
+    static const bool sndxChildRegistered_##name = sndxtest::RegisterChild(#name, &SndxChild_##name);        \
     static int SndxChild_##name([[maybe_unused]] const std::vector<std::string>& arguments)
 } // namespace sndxtest

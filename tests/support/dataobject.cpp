@@ -1,5 +1,6 @@
 #include "tests/support/dataobject.h"
 
+#include <atomic>
 #include <cstring>
 #include <utility>
 
@@ -12,21 +13,18 @@ namespace
 std::atomic<int> liveObjects{0};
 std::atomic<int> liveMediums{0};
 
-// Owner of one medium: its last release is what ReleaseStgMedium does to a medium with an owner.
-class MediumOwner final : public IUnknown
+// An object of the interface, counted in a number of live ones.
+template <class Interface>
+class Counted : public Interface
 {
   public:
-    explicit MediumOwner(HGLOBAL block) : block_(block) { ++liveMediums; }
-
+    Counted(REFIID ownId, std::atomic<int>& live) : ownId_(ownId), live_(live) { ++live_; }
+    virtual ~Counted() { --live_; }
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID interfaceId, void** result) override
     {
-        *result = interfaceId == IID_IUnknown ? this : nullptr;
-        if (*result == nullptr)
-        {
-            return E_NOINTERFACE;
-        }
-        AddRef();
-        return S_OK;
+        *result = interfaceId == IID_IUnknown || interfaceId == ownId_ ? this : nullptr;
+        references_ += *result == nullptr ? 0 : 1;
+        return *result == nullptr ? E_NOINTERFACE : S_OK;
     }
     ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
     ULONG STDMETHODCALLTYPE Release() override
@@ -40,30 +38,32 @@ class MediumOwner final : public IUnknown
     }
 
   private:
-    ~MediumOwner()
-    {
-        GlobalFree(block_);
-        --liveMediums;
-    }
-
     std::atomic<ULONG> references_{1};
+    const IID ownId_;
+    std::atomic<int>& live_;
+};
+
+// Owner of one medium: its last release is what ReleaseStgMedium does to a medium with an owner.
+class MediumOwner final : public Counted<IUnknown>
+{
+  public:
+    explicit MediumOwner(HGLOBAL block) : Counted(IID_IUnknown, liveMediums), block_(block) {}
+    ~MediumOwner() override { GlobalFree(block_); }
+
+  private:
     HGLOBAL block_;
 };
 
 std::string Narrow(const WideString& text)
 {
-    if (text.empty())
-    {
-        return {};
-    }
     const int units = static_cast<int>(text.size());
     const int length = WideCharToMultiByte(CP_ACP, 0, text.data(), units, nullptr, 0, nullptr, nullptr);
     std::string result(static_cast<std::size_t>(length), '\0');
     WideCharToMultiByte(CP_ACP, 0, text.data(), units, result.data(), length, nullptr, nullptr);
     return result;
 }
-} // namespace
 
+// A moveable global block with the paths as CF_HDROP data.
 HGLOBAL MakeDrop(const std::vector<std::string>& paths, bool narrow)
 {
     WideString list;
@@ -88,16 +88,48 @@ HGLOBAL MakeDrop(const std::vector<std::string>& paths, bool narrow)
     return block;
 }
 
-DropDataObject::DropDataObject(std::vector<std::string> paths, DropOptions options)
-    : paths_(std::move(paths)), options_(options)
+class Object final : public Counted<DropDataObject>
 {
-    ++liveObjects;
-}
+  public:
+    Object(std::vector<std::string> paths, DropOptions options)
+        : Counted(IID_IDataObject, liveObjects), paths_(std::move(paths)), options_(options)
+    {
+    }
+    HRESULT STDMETHODCALLTYPE GetData(FORMATETC* format, STGMEDIUM* medium) override
+    {
+        *medium = STGMEDIUM{};
+        const HRESULT known = QueryGetData(format);
+        if (known != S_OK || options_.failGetData)
+        {
+            return known != S_OK ? known : E_OUTOFMEMORY;
+        }
+        medium->tymed = TYMED_HGLOBAL;
+        medium->hGlobal = options_.nullBlock ? nullptr : MakeDrop(paths_, options_.narrow);
+        medium->pUnkForRelease = options_.withOwner ? new MediumOwner(medium->hGlobal) : nullptr;
+        return S_OK;
+    }
+    HRESULT STDMETHODCALLTYPE QueryGetData(FORMATETC* format) override
+    {
+        if (options_.noDropFormat || format->cfFormat != CF_HDROP || format->ptd != nullptr ||
+            format->dwAspect != DVASPECT_CONTENT || format->lindex != -1)
+        {
+            return DV_E_FORMATETC;
+        }
+        return (format->tymed & TYMED_HGLOBAL) != 0 ? S_OK : DV_E_TYMED;
+    }
+    HRESULT STDMETHODCALLTYPE GetDataHere(FORMATETC*, STGMEDIUM*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE GetCanonicalFormatEtc(FORMATETC*, FORMATETC*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE SetData(FORMATETC*, STGMEDIUM*, BOOL) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE EnumFormatEtc(DWORD, IEnumFORMATETC**) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE DAdvise(FORMATETC*, DWORD, IAdviseSink*, DWORD*) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE DUnadvise(DWORD) override { return E_NOTIMPL; }
+    HRESULT STDMETHODCALLTYPE EnumDAdvise(IEnumSTATDATA**) override { return E_NOTIMPL; }
 
-DropDataObject::~DropDataObject()
-{
-    --liveObjects;
-}
+  private:
+    const std::vector<std::string> paths_;
+    const DropOptions options_;
+};
+} // namespace
 
 int DropDataObject::LiveObjects()
 {
@@ -109,107 +141,8 @@ int DropDataObject::LiveMediums()
     return liveMediums;
 }
 
-HRESULT DropDataObject::QueryInterface(REFIID interfaceId, void** result)
-{
-    *result = interfaceId == IID_IUnknown || interfaceId == IID_IDataObject ? this : nullptr;
-    if (*result == nullptr)
-    {
-        return E_NOINTERFACE;
-    }
-    AddRef();
-    return S_OK;
-}
-
-ULONG DropDataObject::AddRef()
-{
-    return ++references_;
-}
-
-ULONG DropDataObject::Release()
-{
-    const ULONG left = --references_;
-    if (left == 0)
-    {
-        delete this;
-    }
-    return left;
-}
-
-HRESULT DropDataObject::GetData(FORMATETC* format, STGMEDIUM* medium)
-{
-    ++getDataCalls_;
-    *medium = STGMEDIUM{};
-    const HRESULT known = QueryGetData(format);
-    if (known != S_OK)
-    {
-        return known;
-    }
-    if (options_.failGetData)
-    {
-        return E_OUTOFMEMORY;
-    }
-    medium->tymed = TYMED_HGLOBAL;
-    if (!options_.nullBlock)
-    {
-        medium->hGlobal = MakeDrop(paths_, options_.narrow);
-    }
-    if (options_.withOwner)
-    {
-        medium->pUnkForRelease = new MediumOwner(medium->hGlobal);
-    }
-    return S_OK;
-}
-
-HRESULT DropDataObject::QueryGetData(FORMATETC* format)
-{
-    if (options_.noDropFormat || format->cfFormat != CF_HDROP)
-    {
-        return DV_E_FORMATETC;
-    }
-    if (format->ptd != nullptr || format->dwAspect != DVASPECT_CONTENT || format->lindex != -1)
-    {
-        return DV_E_FORMATETC;
-    }
-    return (format->tymed & TYMED_HGLOBAL) != 0 ? S_OK : DV_E_TYMED;
-}
-
-HRESULT DropDataObject::GetDataHere(FORMATETC*, STGMEDIUM*)
-{
-    return E_NOTIMPL;
-}
-
-HRESULT DropDataObject::GetCanonicalFormatEtc(FORMATETC*, FORMATETC*)
-{
-    return E_NOTIMPL;
-}
-
-HRESULT DropDataObject::SetData(FORMATETC*, STGMEDIUM*, BOOL)
-{
-    return E_NOTIMPL;
-}
-
-HRESULT DropDataObject::EnumFormatEtc(DWORD, IEnumFORMATETC**)
-{
-    return E_NOTIMPL;
-}
-
-HRESULT DropDataObject::DAdvise(FORMATETC*, DWORD, IAdviseSink*, DWORD*)
-{
-    return OLE_E_ADVISENOTSUPPORTED;
-}
-
-HRESULT DropDataObject::DUnadvise(DWORD)
-{
-    return OLE_E_ADVISENOTSUPPORTED;
-}
-
-HRESULT DropDataObject::EnumDAdvise(IEnumSTATDATA**)
-{
-    return OLE_E_ADVISENOTSUPPORTED;
-}
-
 DropDataObjectRef MakeDropDataObject(std::vector<std::string> paths, DropOptions options)
 {
-    return DropDataObjectRef(new DropDataObject(std::move(paths), options));
+    return DropDataObjectRef(new Object(std::move(paths), options));
 }
 } // namespace sndxtest

@@ -21,12 +21,7 @@ void Check(LONG error, const char* what)
 void RemoveCompanyKey(HKEY root, REGSAM view)
 {
     HKEY software = nullptr;
-    const LONG opened = RegOpenKeyExW(root, TEXT("Software"), 0, KEY_ALL_ACCESS | view, &software);
-    if (opened == LONG{ERROR_FILE_NOT_FOUND})
-    {
-        return;
-    }
-    Check(opened, "opening Software");
+    Check(RegOpenKeyExW(root, TEXT("Software"), 0, KEY_ALL_ACCESS | view, &software), "opening Software");
     const LONG deleted = RegDeleteTreeW(software, Wide(companyKey).c_str());
     RegCloseKey(software);
     if (deleted != LONG{ERROR_FILE_NOT_FOUND})
@@ -38,11 +33,7 @@ void RemoveCompanyKey(HKEY root, REGSAM view)
 void SetBytes(HKEY root, REGSAM view, std::string_view section, std::string_view name, DWORD type,
               const BYTE* bytes, std::size_t size)
 {
-    std::string path = "Software\\" + std::string(companyKey) + "\\Sendora";
-    if (!section.empty())
-    {
-        path.append("\\").append(section);
-    }
+    const std::string path = "Software\\" + std::string(companyKey) + "\\Sendora\\" + std::string(section);
     HKEY key = nullptr;
     Check(RegCreateKeyExW(root, Wide(path).c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE | view,
                           nullptr, &key, nullptr),

@@ -54,8 +54,9 @@ std::string TraceFilePath(const std::string& title)
 std::string ReadWholeFile(const std::string& path)
 {
     std::string content;
-    const HANDLE file = CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE file =
+        CreateFileW(Wide(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                    nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (file == INVALID_HANDLE_VALUE)
     {
         return content;
@@ -72,7 +73,8 @@ std::string ReadWholeFile(const std::string& path)
 
 void WriteWholeFile(const std::string& path, const std::string& bytes)
 {
-    const HANDLE file = CreateFileW(Wide(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE file = CreateFileW(Wide(path).c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                    FILE_ATTRIBUTE_NORMAL, nullptr);
     ASSERT_NE(file, INVALID_HANDLE_VALUE) << path << ": error " << GetLastError();
     DWORD written = 0;
     EXPECT_TRUE(WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr));
@@ -103,7 +105,8 @@ std::vector<TraceLine> ParseTrace(const std::string& content)
             return lines;
         }
         const std::string line = content.substr(at, end - at);
-        lines.push_back({line.substr(0, 12), line.substr(14, 4), line.substr(12, 2) == "**", line.substr(20)});
+        lines.push_back(
+            {line.substr(0, 12), line.substr(14, 4), line.substr(12, 2) == "**", line.substr(20)});
         EXPECT_EQ(line.substr(12, 2), line.substr(18, 2)) << line;
         at = end + 2;
     }

@@ -21,7 +21,8 @@ struct TraceLine
 // <application data>\tracedll_Sendora<title>.txt. Without a title: this process's. As UTF-8 Windows path.
 std::string TraceFilePath(const std::string& title = {});
 
-// The whole file as bytes; empty when it does not exist. Opens it sharing everything, so that no writer waits.
+// The whole file as bytes; empty when it does not exist. Opens it sharing everything, so that no writer
+// waits.
 std::string ReadWholeFile(const std::string& path);
 void WriteWholeFile(const std::string& path, const std::string& bytes);
 
