@@ -25,7 +25,7 @@ PipeEnd::~PipeEnd()
         const std::lock_guard lock(PipeMutex());
         const Gate gate(control_->File());
         PipeSlot slot = control_->ReadSlot(slot_);
-        CancelIf(slot, statusCancelled, [](const Transfer&) { return true; });
+        CancelAll(slot, statusCancelled);
         if (side_ == Side::Server && slot.phase == PipePhase::Listening)
         {
             slot.phase = PipePhase::Disconnected;
@@ -169,7 +169,7 @@ BOOL PipeEnd::Disconnect()
         {
             return FALSE;
         }
-        CancelIf(slot, statusPipeDisconnected, [](const Transfer&) { return true; });
+        CancelAll(slot, statusPipeDisconnected);
         slot.phase = PipePhase::Disconnected;
         control_->WriteSlot(slot_, slot);
         LeaveSlot();

@@ -9,13 +9,11 @@
 //
 // All bytes of a write are put into the file at once, whatever the quota; the write is complete when the
 // unread bytes up to its end fit the quota. So nobody has to move bytes in the background, a reader sees
-// pending writes, and a cancelled write is withdrawn by cutting its unread bytes out of the file.
+// pending writes, and a cancelled write is withdrawn by cutting its unread bytes off.
 
-#include <functional>
 #include <list>
 #include <mutex>
 #include <string>
-#include <thread>
 
 #include "posix/namedobjects.h"
 #include "posix/waiting.h"
@@ -115,7 +113,7 @@ class PipeEnd : public StreamObject, public std::enable_shared_from_this<PipeEnd
     BOOL Peek(DWORD& available) const;
     BOOL Connect(OVERLAPPED* overlapped);
     BOOL Disconnect();
-    // Cancels the transfers that the calling thread has started.
+    // Cancels the pending transfers.
     void Cancel();
 
     // Completes what can be completed. True while transfers are pending. Under PipeMutex.
@@ -140,7 +138,6 @@ class PipeEnd : public StreamObject, public std::enable_shared_from_this<PipeEnd
         Kind kind;
         OVERLAPPED* overlapped;
         std::shared_ptr<EventObject> event;
-        std::thread::id thread;
         void* buffer;        // Read
         DWORD size;          // bytes asked for
         std::uint64_t start; // Write: positions of the bytes
@@ -165,8 +162,8 @@ class PipeEnd : public StreamObject, public std::enable_shared_from_this<PipeEnd
     void Note(PipeSlot& slot) const;
     // Moves unread bytes into the buffer.
     DWORD TakeBytes(PipeSlot& slot, void* buffer, DWORD size);
-    void CancelIf(PipeSlot& slot, ULONG_PTR status, const std::function<bool(const Transfer&)>& condition);
-    void Withdraw(PipeSlot& slot, const Transfer& write);
+    // Ends all transfers with the status and withdraws the unread bytes of pending writes.
+    void CancelAll(PipeSlot& slot, ULONG_PTR status);
 
     const Side side_;
     const std::unique_ptr<PipeControl> control_;

@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <vector>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "posix/overlapped.h"
@@ -12,12 +10,6 @@
 
 namespace sndxposix
 {
-namespace
-{
-// A direction that is never read empty gives the room of read bytes back in steps of this many bytes.
-constexpr std::uint64_t roomStep = std::uint64_t{1} << 20;
-} // namespace
-
 DWORD PipeEnd::TakeBytes(PipeSlot& slot, void* buffer, DWORD size)
 {
     PipeFlow& flow = slot.flow[Incoming()];
@@ -27,17 +19,11 @@ DWORD PipeEnd::TakeBytes(PipeSlot& slot, void* buffer, DWORD size)
     {
         return count;
     }
-    const std::uint64_t before = flow.read;
     flow.read += count;
     if (flow.read == flow.written)
     {
         flow.base = flow.read;
         [[maybe_unused]] const int ignored = ftruncate(file, 0); // the bytes are only in nobody's way
-    }
-    else if ((flow.read - flow.base) / roomStep != (before - flow.base) / roomStep)
-    {
-        fallocate(file, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0,
-                  static_cast<off_t>(flow.read - flow.base));
     }
     return count;
 }
@@ -154,8 +140,7 @@ BOOL PipeEnd::Start(Kind kind, void* buffer, const void* source, DWORD size, DWO
         {
             return FailWith(error);
         }
-        Transfer transfer{kind, &result, FindEvent(result.hEvent), std::this_thread::get_id(), buffer, size,
-                          0,    0};
+        Transfer transfer{kind, &result, FindEvent(result.hEvent), buffer, size, 0, 0};
         PipeFlow& flow = slot.flow[Outgoing()];
         if (kind == Kind::Write)
         {
@@ -260,58 +245,23 @@ void PipeEnd::Cancel()
     PipeSlot slot = control_->ReadSlot(slot_);
     // What has ended by itself meanwhile keeps its result.
     ProgressInside(slot);
-    const auto self = std::this_thread::get_id();
-    CancelIf(slot, statusCancelled, [self](const Transfer& transfer) { return transfer.thread == self; });
+    CancelAll(slot, statusCancelled);
     control_->WriteSlot(slot_, slot);
 }
 
-void PipeEnd::CancelIf(PipeSlot& slot, ULONG_PTR status,
-                       const std::function<bool(const Transfer&)>& condition)
-{
-    // From the last one back: so bytes behind a withdrawn write are moved only where they have to stay.
-    for (auto transfer = transfers_.end(); transfer != transfers_.begin();)
-    {
-        --transfer;
-        if (!condition(*transfer))
-        {
-            continue;
-        }
-        if (transfer->kind == Kind::Write)
-        {
-            Withdraw(slot, *transfer);
-        }
-        Finish(*transfer, status, 0);
-        transfer = transfers_.erase(transfer);
-    }
-    Note(slot);
-}
-
-void PipeEnd::Withdraw(PipeSlot& slot, const Transfer& write)
+void PipeEnd::CancelAll(PipeSlot& slot, ULONG_PTR status)
 {
     PipeFlow& flow = slot.flow[Outgoing()];
-    const std::uint64_t from = std::max(write.start, flow.read);
-    if (write.end <= from)
+    for (const Transfer& transfer : transfers_)
     {
-        return;
-    }
-    // Later writes of other threads move up.
-    std::vector<char> later(static_cast<std::size_t>(flow.written - write.end));
-    const int file = files_[Outgoing()].Get();
-    if (!ReadAt(file, later.data(), later.size(), static_cast<off_t>(write.end - flow.base)) ||
-        !WriteAt(file, later.data(), later.size(), static_cast<off_t>(from - flow.base)))
-    {
-        return; // the bytes stay: overwriting existing bytes fails only with the disk itself
-    }
-    const std::uint64_t length = write.end - from;
-    const std::uint64_t end = write.end;
-    flow.written -= length;
-    for (Transfer& transfer : transfers_)
-    {
-        if (transfer.kind == Kind::Write && transfer.start >= end)
+        // The first pending write cuts off the later ones, too; what has been read cannot be withdrawn.
+        if (transfer.kind == Kind::Write)
         {
-            transfer.start -= length;
-            transfer.end -= length;
+            flow.written = std::max(flow.read, std::min(flow.written, transfer.start));
         }
+        Finish(transfer, status, 0);
     }
+    transfers_.clear();
+    Note(slot);
 }
 } // namespace sndxposix

@@ -21,8 +21,6 @@ struct RegistryValue
     std::u16string name; // as first spelled; empty for the key's default value
     DWORD type = 0;
     std::vector<BYTE> data;
-
-    bool operator==(const RegistryValue&) const = default;
 };
 
 // Children are found and ordered by their names' RegistryOrder.
@@ -62,6 +60,6 @@ std::u16string DecodeRegistryFile(std::string_view bytes);
 // Applies a file's text to the tree below root. Lines that make no sense are skipped; keys of other roots
 // than HKEY_LOCAL_MACHINE and HKEY_CURRENT_USER are among them.
 void ApplyRegistryText(std::u16string_view text, RegistryKey& root);
-// The text (UTF-8) that makes root out of base when it is applied to it.
-std::string WriteRegistryText(const RegistryKey& root, const RegistryKey& base);
+// The text (UTF-8) of the tree below root.
+std::string WriteRegistryText(const RegistryKey& root);
 } // namespace sndxposix

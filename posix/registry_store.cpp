@@ -53,7 +53,7 @@ void SetText(RegistryKey& root, const RegistryPath& path, std::u16string_view na
     SetRegistryValue(MakeRegistryKey(root, path), name, REG_SZ, std::move(data));
 }
 
-// What an empty store holds. The file tells only what differs from this, also what was deleted of it.
+// What the file need not hold. Of this, what was deleted comes back when the file is read afresh.
 void AddOwnFacts(RegistryKey& root)
 {
     MakeRegistryKey(root, {u"HKEY_LOCAL_MACHINE", u"SOFTWARE", u"Classes"});
@@ -193,9 +193,7 @@ class Store
     // Readers see the old file or the new one, never a part.
     LSTATUS Save()
     {
-        RegistryKey base;
-        AddOwnFacts(base);
-        const std::string text = WriteRegistryText(root_, base);
+        const std::string text = WriteRegistryText(root_);
         const std::string path = Path() + ".new";
         Descriptor file(open(path.c_str(), O_CREAT | O_TRUNC | O_RDWR | O_CLOEXEC, 0666));
         struct stat status = {};

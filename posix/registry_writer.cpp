@@ -36,61 +36,25 @@ std::optional<std::u16string> QuotableText(const std::vector<BYTE>& data)
 class Writer
 {
   public:
-    std::string Write(const RegistryKey& root, const RegistryKey& base)
+    std::string Write(const RegistryKey& root)
     {
         out_ = Utf8(registryFileHeader) + "\n";
-        WriteChildren("", root, &base);
+        WriteChildren("", root);
         return std::move(out_);
     }
 
   private:
-    void WriteKey(const std::string& path, const RegistryKey& key, const RegistryKey* base)
+    void WriteChildren(const std::string& prefix, const RegistryKey& parent)
     {
-        const std::size_t start = out_.size();
-        out_ += "\n[" + path + "]\n";
-        const std::size_t empty = out_.size();
-        for (const auto& [order, value] : key.values)
+        for (const auto& [keyOrder, key] : parent.keys)
         {
-            const auto* same = base == nullptr ? nullptr : Find(base->values, order);
-            if (same == nullptr || !(*same == value))
+            const std::string path = prefix + Utf8(key->name);
+            out_ += "\n[" + path + "]\n";
+            for (const auto& [valueOrder, value] : key->values)
             {
                 WriteValue(value);
             }
-        }
-        if (base != nullptr)
-        {
-            for (const auto& [order, value] : base->values)
-            {
-                if (Find(key.values, order) == nullptr)
-                {
-                    out_ += Name(value.name) + "=-\n";
-                }
-            }
-            if (out_.size() == empty)
-            {
-                out_.resize(start);
-            }
-        }
-        WriteChildren(path + "\\", key, base);
-    }
-
-    void WriteChildren(const std::string& prefix, const RegistryKey& key, const RegistryKey* base)
-    {
-        for (const auto& [order, child] : key.keys)
-        {
-            const auto* baseChild = base == nullptr ? nullptr : Find(base->keys, order);
-            WriteKey(prefix + Utf8(child->name), *child, baseChild == nullptr ? nullptr : baseChild->get());
-        }
-        if (base == nullptr)
-        {
-            return;
-        }
-        for (const auto& [order, child] : base->keys)
-        {
-            if (Find(key.keys, order) == nullptr)
-            {
-                out_ += "\n[-" + prefix + Utf8(child->name) + "]\n";
-            }
+            WriteChildren(path + "\\", *key);
         }
     }
 
@@ -149,19 +113,12 @@ class Writer
         return result + "\"";
     }
 
-    template <class Map>
-    static const typename Map::mapped_type* Find(const Map& map, const std::u16string& order)
-    {
-        const auto found = map.find(order);
-        return found == map.end() ? nullptr : &found->second;
-    }
-
     std::string out_;
 };
 } // namespace
 
-std::string WriteRegistryText(const RegistryKey& root, const RegistryKey& base)
+std::string WriteRegistryText(const RegistryKey& root)
 {
-    return Writer().Write(root, base);
+    return Writer().Write(root);
 }
 } // namespace sndxposix

@@ -33,7 +33,7 @@ extern "C"
     BOOL WINAPI PeekNamedPipe(HANDLE pipe, LPVOID buffer, DWORD size, LPDWORD read, LPDWORD available,
                               LPDWORD left);
 
-    // Cancels what the calling thread has pending on the handle; what a cancelled write has not yet delivered
+    // Cancels what is pending on the handle, by whatever thread; what a cancelled write has not yet delivered
     // is withdrawn.
     BOOL WINAPI CancelIo(HANDLE file);
     BOOL WINAPI GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD bytes, BOOL wait);
