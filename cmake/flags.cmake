@@ -32,7 +32,8 @@ else()
 endif()
 
 # Rules for product code: no exceptions, no run-time types, no guarded local statics (they would pull in
-# the compiler's runtime), no sized deallocation (the tracking operators know two release forms only).
+# the compiler's runtime), no sized deallocation (the tracking operators know two release forms only). They
+# are PRIVATE to a room: the tools and tests that link one are compiled without them.
 add_library(sndx_product_flags INTERFACE)
 target_compile_options(sndx_product_flags INTERFACE
   -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-sized-deallocation

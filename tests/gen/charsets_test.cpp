@@ -9,16 +9,12 @@
 #include "gen/charsets.h"
 #include "gen/types.h"
 #include "tests/support/reports.h"
-#include "tests/support/text.h"
 
 namespace
 {
 using namespace sndxtest;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-const WideString loneHigh = {WCHAR{'a'}, static_cast<WCHAR>(0xD83D), WCHAR{'b'}};
-const WideString loneLow = {static_cast<WCHAR>(0xDE00), WCHAR{'b'}};
 
 // What a buffer of this size holds then; the unit behind it must stay '#', and nothing is reported.
 template <class TTo, class TFrom>
@@ -31,22 +27,14 @@ std::basic_string<TTo> Converted(void (*copy)(TTo*, const TFrom*, std::size_t), 
     return buffer.c_str();
 }
 
-std::string ToUtf8(const WideString& text, std::size_t size = 100)
+std::string ToUtf8(const WideString& text, std::size_t size)
 {
     return Converted(&LCopyUTF8FromUnicode, text.c_str(), size);
 }
 
-WideString ToWide(const std::string& text, std::size_t size = 100)
+WideString ToWide(const std::string& text, std::size_t size)
 {
     return Converted(&LCopyUnicodeFromUTF8, text.c_str(), size);
-}
-
-TEST(Charsets, InvalidInputBecomesTheReplacementCharacter)
-{
-    const std::string b = "b"; // apart, since an escape would go on with it
-    EXPECT_EQ(ToUtf8(loneHigh), "a\uFFFD" + b);
-    EXPECT_EQ(ToUtf8(loneLow), "\uFFFD" + b);
-    EXPECT_EQ(ToWide("a\xFF" + b), Wide("a\uFFFD" + b));
 }
 
 TEST(Charsets, TextsThatDoNotFitAreCutAtACharacter)
@@ -65,9 +53,14 @@ TEST(Charsets, TextsThatDoNotFitAreCutAtACharacter)
     const std::string path(300, 'x');
     EXPECT_EQ(ToUtf8(Wide(path), LSTR), path.substr(0, 259));
     EXPECT_EQ(ToWide(path, LSTR), Wide(path.substr(0, 259)));
-    // What is cut off may be invalid.
-    EXPECT_EQ(ToUtf8(loneHigh, 4), "a");
-    EXPECT_EQ(ToUtf8(loneHigh, 5), "a\uFFFD");
+    // Invalid input becomes the replacement character, also what is cut off.
+    const WideString surrogates = {WCHAR{'a'}, static_cast<WCHAR>(0xD83D), WCHAR{'b'},
+                                   static_cast<WCHAR>(0xDE00)};
+    const std::string replaced = "a\uFFFD" + std::string("b\uFFFD");
+    EXPECT_EQ(ToUtf8(surrogates, 100), replaced);
+    EXPECT_EQ(ToUtf8(surrogates, 5), replaced.substr(0, 4));
+    EXPECT_EQ(ToUtf8(surrogates, 4), "a");
+    EXPECT_EQ(ToWide("a\xFF" + std::string("b\xFF"), 100), Wide(replaced));
 }
 
 // Both conversions of a source into buffers of "#", and what these begin with then.
@@ -80,7 +73,7 @@ std::string Misuse(const WCHAR* wideText, const char* text, std::size_t size)
     return {narrow, static_cast<char>(wide)};
 }
 
-TEST(Charsets, SizeZeroOrNegativeIsReportedAndWritesNothing)
+TEST(Charsets, ASizeThatIsNotPositiveAndANullSourceAreReported)
 {
     for (const std::size_t size :
          {std::size_t{0}, std::numeric_limits<std::size_t>::max(), std::size_t{1} << 31})
@@ -89,18 +82,14 @@ TEST(Charsets, SizeZeroOrNegativeIsReportedAndWritesNothing)
                     ElementsAre("**LCopyUTF8FromUnicode called with BufferSize <= 0",
                                 "**LCopyUnicodeFromUTF8 called with BufferSizeChars <= 0"));
     }
-}
-
-TEST(Charsets, ANullSourceIsReportedAndTakenAsEmpty)
-{
     EXPECT_THAT(Traced([] { EXPECT_EQ(Misuse(nullptr, nullptr, 1), std::string(2, 0)); }),
                 ElementsAre(nullRead, nullRead));
 }
 
 TEST(Charsets, ConversionInPlaceIsReportedAndCarriesOn)
 {
-    const TraceCapture trace;
     alignas(WCHAR) char buffer[64] = {};
+    const TraceCapture trace;
     LCopyUTF8FromUnicode(buffer, reinterpret_cast<const WCHAR*>(buffer), 32);
     LCopyUnicodeFromUTF8(reinterpret_cast<WCHAR*>(buffer), buffer, 32);
     EXPECT_THAT(

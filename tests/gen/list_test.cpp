@@ -79,8 +79,8 @@ class ListTest : public ::testing::Test
     }
     Lines Reports() const { return WithoutLineNumbers(trace.Texts()); }
 
-    TraceCapture trace;
     LList<Number> list;
+    TraceCapture trace;
 };
 
 TEST_F(ListTest, WalksFromTheNewestToTheOldest)
@@ -93,10 +93,9 @@ TEST_F(ListTest, WalksFromTheNewestToTheOldest)
         EXPECT_EQ(it.Next(), value > 1) << "says whether an item follows";
     }
     EXPECT_FALSE(it.IsValid());
-    EXPECT_FALSE(list.IsEmpty());
     const LList<Number> empty;
-    EXPECT_THAT(Walk(empty), IsEmpty());
-    EXPECT_TRUE(empty.IsEmpty());
+    EXPECT_FALSE(LListIterator<Number>(empty).IsValid());
+    EXPECT_TRUE(empty.IsEmpty() && !list.IsEmpty());
     EXPECT_THAT(Reports(), IsEmpty());
 }
 
@@ -114,24 +113,23 @@ TEST_F(ListTest, DetachHandsOutAFreeItemFromEveryPosition)
         EXPECT_EQ(Walk(list), rest);
         list.AddTop(item);
     }
-    EXPECT_THAT(Walk(list), ElementsAre(1, 2, 3));
     EXPECT_THAT(Reports(), IsEmpty());
 }
 
 TEST_F(ListTest, DeletesOneOrAllNewestFirst)
 {
+    {
+        LList<Number> second;
+        second.AddTop(new Number(10));
+        second.AddTop(new Number(11));
+    }
     LListIterator<Number> it = At(2);
     list.Delete(it);
     ASSERT_TRUE(it.IsValid());
     EXPECT_EQ(it->value, 1);
     list.DeleteAll();
     EXPECT_TRUE(list.IsEmpty());
-    {
-        LList<Number> second;
-        second.AddTop(new Number(10));
-        second.AddTop(new Number(11));
-    }
-    EXPECT_THAT(g_deleted, ElementsAre(2, 3, 1, 11, 10));
+    EXPECT_THAT(g_deleted, ElementsAre(11, 10, 2, 3, 1));
 }
 
 TEST_F(ListTest, APositionUsedUntestedIsReported)
@@ -141,16 +139,9 @@ TEST_F(ListTest, APositionUsedUntestedIsReported)
     EXPECT_EQ(it->value, 3);
     EXPECT_TRUE(it.Next());
     EXPECT_TRUE(it.IsValid());
-    EXPECT_TRUE(it.Next());
-    EXPECT_EQ(it->value, 1) << "a step makes the position untested again";
-    // As does a removal, after which a step skips an item.
-    LListIterator<Number> removing = At(3);
-    list.Delete(removing);
-    EXPECT_TRUE(removing.Next());
-    EXPECT_THAT(Reports(),
-                ElementsAre(untestedGetPtr, untestedArrow, untestedNext, untestedArrow, untestedNext));
-    ASSERT_TRUE(removing.IsValid());
-    EXPECT_EQ(removing->value, 1);
+    list.Delete(it); // after which a step skips an item
+    EXPECT_FALSE(it.Next());
+    EXPECT_THAT(Reports(), ElementsAre(untestedGetPtr, untestedArrow, untestedNext, untestedNext));
 }
 
 TEST_F(ListTest, UsePastTheEndIsReportedAndGivesNull)
@@ -164,13 +155,6 @@ TEST_F(ListTest, UsePastTheEndIsReportedAndGivesNull)
     EXPECT_THAT(Reports(), ElementsAre(nullGetPtr, nullArrow, invalidNext, nullGetPtr, invalidDetach,
                                        nullGetPtr, invalidDetach));
     EXPECT_THAT(Walk(list), ElementsAre(3, 2, 1));
-
-    trace.Restart();
-    const LList<Number> empty;
-    LListIterator<Number> untested(empty);
-    EXPECT_EQ(list.Detach(untested), nullptr);
-    EXPECT_FALSE(untested.Next());
-    EXPECT_THAT(Reports(), ElementsAre(untestedGetPtr, nullGetPtr, invalidDetach, untestedNext, invalidNext));
 }
 
 TEST_F(ListTest, AnItemOfAnotherListIsNotDetached)

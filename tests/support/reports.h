@@ -37,6 +37,15 @@ Lines Traced(Function function)
     return WithoutLineNumbers(trace.Texts());
 }
 
+// The lines of this process. A child shares the trace file, since its program is the same; the only line that
+// most children write is the one of the registry of COM objects at their end.
+inline Lines OwnTexts(const TraceCapture& trace)
+{
+    Lines texts = trace.Texts();
+    std::erase(texts, "LComDiagnostic::~LComDiagnostic");
+    return texts;
+}
+
 // The error lines of an assertion report and of a failed check.
 inline std::string Assertion(const std::string& function, const std::string& expression,
                              const std::string& file)

@@ -1,5 +1,7 @@
-// The number of attempts behind the waits on sharing violations, and a shell that knows no application-data
-// folder. Only the native layer's calls can be made to fail.
+// The number of attempts behind the waits on sharing violations, and calls that fail: only the native layer's
+// can be made to.
+
+#include <functional>
 
 #include <gtest/gtest.h>
 
@@ -10,73 +12,67 @@
 
 namespace
 {
-constexpr DWORD sharingViolation = 32;
+using namespace sndxtest;
 
 class FileFailures : public ::testing::Test
 {
   protected:
-    FileFailures() : path_(sndxtest::Wide(name_)) { sndxtest::WriteWholeFile(name_, "x"); }
+    FileFailures() { WriteWholeFile(name_, "x"); }
     ~FileFailures() override
     {
         sndxposix::ResetFailures();
-        DeleteFileW(path_.c_str());
+        RemoveTraceFiles("attempts");
     }
 
-    static void FailCalls(const char* function, unsigned count)
+    static void RefuseSharing(const char* function, unsigned count)
     {
         for (unsigned i = 0; i < count; ++i)
         {
-            sndxposix::FailCall(function, sharingViolation, i);
+            sndxposix::FailCall(function, ERROR_SHARING_VIOLATION, i);
         }
     }
 
-    const std::string name_ = "C:\\attempts.txt";
-    const sndxtest::WideString path_;
+    const std::string name_ = TraceFilePath("attempts");
+    const WideString path_ = Wide(name_);
 };
 
 TEST_F(FileFailures, TheSeventhAttemptWithinASecondIsTheLast)
 {
-    FailCalls("CreateFileW", 6);
-    EXPECT_TRUE(LReadFileRef(path_.c_str(), 1000).IsOpen());
-    FailCalls("CreateFileW", 8);
-    EXPECT_FALSE(LReadFileRef(path_.c_str(), 1000).IsOpen());
-    EXPECT_EQ(1u, sndxposix::PendingFailures());
-    sndxposix::ResetFailures();
-
-    FailCalls("DeleteFileW", 8);
-    EXPECT_FALSE(LFile::DeleteWithRetry(path_.c_str(), 1000));
-    EXPECT_EQ(1u, sndxposix::PendingFailures());
-    sndxposix::ResetFailures();
-    FailCalls("DeleteFileW", 6);
-    EXPECT_TRUE(LFile::DeleteWithRetry(path_.c_str(), 1000));
+    const std::pair<const char*, std::function<bool()>> operations[] = {
+        {"CreateFileW", [this] { return LReadFileRef(path_.c_str(), 1000).IsOpen(); }},
+        {"DeleteFileW", [this] { return LFile::DeleteWithRetry(path_.c_str(), 1000); }}};
+    for (const auto& [function, operation] : operations)
+    {
+        RefuseSharing(function, 8);
+        EXPECT_FALSE(operation()) << function;
+        EXPECT_EQ(sndxposix::PendingFailures(), 1u) << function;
+        sndxposix::ResetFailures();
+        RefuseSharing(function, 6);
+        EXPECT_TRUE(operation()) << function;
+    }
 }
 
 TEST_F(FileFailures, AnotherErrorBetweenEndsTheWaiting)
 {
-    FailCalls("CreateFileW", 2);
+    RefuseSharing("CreateFileW", 2);
     sndxposix::FailCall("CreateFileW", ERROR_ACCESS_DENIED, 2);
     EXPECT_FALSE(LReadFileRef(path_.c_str(), 60000).IsOpen());
-    EXPECT_EQ(0u, sndxposix::PendingFailures());
+    EXPECT_EQ(sndxposix::PendingFailures(), 0u);
 }
 
-TEST_F(FileFailures, WithoutTheShellsAnswerTheFolderIsEmpty)
+TEST_F(FileFailures, FailedTransfersCountNothingAndAnUnknownFolderIsEmpty)
 {
+    char byte = 0;
+    {
+        LReadFileRef reader(path_.c_str(), 0);
+        sndxposix::FailCall("ReadFile", ERROR_GEN_FAILURE);
+        EXPECT_EQ(reader.Read(&byte, 1), 0u);
+        EXPECT_EQ(reader.Read(&byte, 1), 1u);
+    }
+    sndxposix::FailCall("WriteFile", ERROR_DISK_FULL);
+    EXPECT_EQ(LWriteFileRef(path_.c_str(), 0).Write(&byte, 1), 0u);
     sndxposix::FailCall("SHGetFolderPathW", ERROR_FILE_NOT_FOUND);
     WCHAR folder[LSTR] = {'x', 0};
-    LFile::GetAppDataFolder(folder);
-    EXPECT_EQ("", sndxtest::Utf8(folder));
-}
-
-TEST_F(FileFailures, FailedTransfersCountNothing)
-{
-    sndxposix::FailCall("ReadFile", ERROR_GEN_FAILURE);
-    char byte = 0;
-    LReadFileRef reader(path_.c_str(), 0);
-    EXPECT_EQ(0u, reader.Read(&byte, 1));
-    EXPECT_EQ(1u, reader.Read(&byte, 1));
-    reader.Close();
-    sndxposix::FailCall("WriteFile", ERROR_DISK_FULL);
-    LWriteFileRef writer(path_.c_str(), 0);
-    EXPECT_EQ(0u, writer.Write(&byte, 1));
+    EXPECT_EQ(Utf8(LFile::GetAppDataFolder(folder)), "");
 }
 } // namespace

@@ -1,40 +1,34 @@
 // The in-process lock: that it excludes, and that it reports every breach of its rules without failing.
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <atomic>
+#include <future>
 #include <memory>
 #include <thread>
-#include <vector>
 
-#include "tests/support/tracefile.h"
-#include "tests/win32/reports.h"
+#include <gmock/gmock.h>
+
+#include "tests/support/reports.h"
 #include "win32/mutex.h"
 
 namespace
 {
-using sndxtest::TraceCapture;
-using sndxtest::WithoutLineNumbers;
+using namespace sndxtest;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-const char* const lockedTwice =
-    "**ASSERTION FAILED (uTCLockTime == 0) \"LLockObject::Lock  Locked twice on the same thread. This is "
-    "prohibited. "
-    "Please make sure you unlock before you lock again.\" file: win32/mutex.cpp line: N";
-const char* const lockedInLock =
-    "**ASSERTION FAILED (uLockThreadId != uCurrentThreadId) \"LLockObject::Lock  Locked while already in a "
-    "lock. This "
-    "is prohibited because it is a likely source of deadlocks.\" file: win32/mutex.cpp line: N";
+const std::string lockedTwice =
+    FailedCheck("uTCLockTime == 0",
+                "LLockObject::Lock  Locked twice on the same thread. This is prohibited. Please make sure "
+                "you unlock before you lock again.",
+                "win32/mutex.cpp");
+const std::string lockedInLock =
+    FailedCheck("uLockThreadId != uCurrentThreadId",
+                "LLockObject::Lock  Locked while already in a lock. This is prohibited because it is a "
+                "likely source of deadlocks.",
+                "win32/mutex.cpp");
 const char* const neverLocked = "**LLockObject::Unlock Object never locked before calling Unlock.";
 const char* const heldLong =
     "**LLockObject::Unlock Unlock called more than 5 seconds after lock. This is not good.";
-
-std::vector<std::string> Reports(const TraceCapture& trace)
-{
-    return WithoutLineNumbers(trace.Texts());
-}
 
 // Locks an object on a thread of its own and unlocks it at once; tells whether that has happened yet.
 class OtherLocker
@@ -44,9 +38,8 @@ class OtherLocker
         : thread_(
               [this, &lock]
               {
-                  lock.Lock();
+                  const LLockObjectScope scope(lock);
                   done_ = true;
-                  lock.Unlock();
               })
     {
     }
@@ -65,38 +58,6 @@ class OtherLocker
     std::thread thread_;
 };
 
-void OnAnotherThread(const std::function<void()>& work)
-{
-    std::thread(work).join();
-}
-
-TEST(LockObject, KeepsThreadsApartAndReportsNothing)
-{
-    const TraceCapture trace;
-    LLockObject lock;
-    int counter = 0;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-    {
-        threads.emplace_back(
-            [&]
-            {
-                for (int n = 0; n < 5000; ++n)
-                {
-                    const LLockObjectScope scope(lock);
-                    const int seen = counter;
-                    counter = seen + 1;
-                }
-            });
-    }
-    for (std::thread& thread : threads)
-    {
-        thread.join();
-    }
-    EXPECT_EQ(20000, counter);
-    EXPECT_THAT(Reports(trace), IsEmpty());
-}
-
 TEST(LockObject, BlocksOtherThreadsForTheTimeOfTheScope)
 {
     LLockObject lock;
@@ -109,22 +70,15 @@ TEST(LockObject, BlocksOtherThreadsForTheTimeOfTheScope)
 
 TEST(LockObject, ADoubleLockIsReportedAndStaysBalanced)
 {
-    const TraceCapture trace;
     LLockObject lock;
     lock.Lock();
-    lock.Lock();
-    EXPECT_THAT(Reports(trace), ElementsAre(lockedTwice, lockedInLock));
-
-    TraceCapture first;
-    lock.Unlock();
-    EXPECT_THAT(Reports(first), IsEmpty());
+    EXPECT_THAT(Traced([&] { lock.Lock(); }), ElementsAre(lockedTwice, lockedInLock));
+    EXPECT_THAT(Traced([&] { lock.Unlock(); }), IsEmpty());
     // One level is left: the other thread still has to wait.
     const OtherLocker other(lock);
     EXPECT_FALSE(other.DoneWithin(100));
-
-    lock.Unlock();
+    EXPECT_THAT(Traced([&] { lock.Unlock(); }), ElementsAre(neverLocked, heldLong));
     EXPECT_TRUE(other.DoneWithin(20000));
-    EXPECT_THAT(Reports(first), ElementsAre(neverLocked, heldLong));
 }
 
 TEST(LockObject, ASecondObjectInsideALockIsReportedAndLocked)
@@ -132,99 +86,62 @@ TEST(LockObject, ASecondObjectInsideALockIsReportedAndLocked)
     LLockObject first;
     LLockObject second;
     first.Lock();
-    TraceCapture trace;
-    second.Lock();
-    EXPECT_THAT(Reports(trace), ElementsAre(lockedInLock));
+    EXPECT_THAT(Traced([&] { second.Lock(); }), ElementsAre(lockedInLock));
     {
         const OtherLocker other(second);
         EXPECT_FALSE(other.DoneWithin(50));
         second.Unlock();
     }
     first.Unlock();
-    // Nothing is left behind.
-    const LLockObjectScope again(second);
-    EXPECT_THAT(Reports(trace), ElementsAre(lockedInLock));
-}
-
-TEST(LockObject, ResettingTheLockThreadExcusesTheNextLock)
-{
-    const TraceCapture trace;
-    LLockObject first;
-    LLockObject second;
-    const LLockObjectScope outer(first);
-    LLockObject::ResetLockThread();
-    const LLockObjectScope inner(second);
-    EXPECT_THAT(Reports(trace), IsEmpty());
+    EXPECT_THAT(Traced([&] { const LLockObjectScope again(second); }), IsEmpty());
 }
 
 TEST(LockObject, OnlyTheMostRecentLockerCountsAsNested)
 {
-    const TraceCapture trace;
     LLockObject first;
     LLockObject second;
     LLockObject third;
     // The other thread's lock has taken this thread's place in between.
     first.Lock();
-    OnAnotherThread([&] { const LLockObjectScope scope(third); });
-    second.Lock();
-    EXPECT_THAT(Reports(trace), IsEmpty());
-    second.Unlock();
-    first.Unlock();
-
+    EXPECT_TRUE(OtherLocker(third).DoneWithin(20000));
+    EXPECT_THAT(Traced([&] { const LLockObjectScope nested(second); }), IsEmpty());
     // An unlock on this thread does not clear the other thread's record.
-    first.Lock();
-    std::atomic<int> step = 0;
+    std::promise<void> locked;
+    std::promise<void> unlocked;
     std::thread other(
         [&]
         {
-            third.Lock();
-            step = 1;
-            while (step != 2)
-            {
-                Sleep(1);
-            }
-            const LLockObjectScope nested(second);
-            third.Unlock();
+            const LLockObjectScope scope(third);
+            locked.set_value();
+            unlocked.get_future().wait();
+            EXPECT_THAT(Traced([&] { const LLockObjectScope nested(second); }), ElementsAre(lockedInLock));
         });
-    while (step != 1)
-    {
-        Sleep(1);
-    }
+    locked.get_future().wait();
     first.Unlock();
-    step = 2;
+    unlocked.set_value();
     other.join();
-    EXPECT_THAT(Reports(trace), ElementsAre(lockedInLock));
 }
 
 TEST(LockObject, UnlockWithoutLockIsReportedAndChangesNothing)
 {
-    TraceCapture trace;
     LLockObject lock;
-    lock.Unlock();
     // The hold time counts from 0, and the system runs for more than five seconds.
-    EXPECT_THAT(Reports(trace), ElementsAre(neverLocked, heldLong));
+    EXPECT_THAT(Traced([&] { lock.Unlock(); }), ElementsAre(neverLocked, heldLong));
     EXPECT_TRUE(OtherLocker(lock).DoneWithin(20000));
-
     lock.Lock();
-    OnAnotherThread([&] { lock.Unlock(); });
-    trace.Restart();
-    {
-        const OtherLocker other(lock);
-        EXPECT_FALSE(other.DoneWithin(100)) << "a thread left a section that it had not entered";
-        lock.Unlock();
-    }
-    EXPECT_THAT(Reports(trace), IsEmpty());
+    std::thread([&] { lock.Unlock(); }).join();
+    const OtherLocker other(lock);
+    EXPECT_FALSE(other.DoneWithin(100)) << "a thread left a section that it had not entered";
+    EXPECT_THAT(Traced([&] { lock.Unlock(); }), IsEmpty());
 }
 
 TEST(LockObject, DestructionWhileLockedIsReportedOnce)
 {
     auto lock = std::make_unique<LLockObject>();
     lock->Lock();
-    const TraceCapture trace;
-    lock.reset();
-    LLockObject::ResetLockThread();
-    EXPECT_THAT(Reports(trace),
+    EXPECT_THAT(Traced([&] { lock.reset(); }),
                 ElementsAre("**LLockObject::~LLockObject  Not unlocked before destruction. Check you "
                             "have matching unlocks"));
+    LLockObject::ResetLockThread();
 }
 } // namespace

@@ -1,10 +1,9 @@
-// A mutex whose access the system refuses for some tries. The layer enforces no access lists, so the
-// refusals are injected; that also makes their number exact.
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+// A mutex whose access the system refuses for some tries. The layer enforces no access lists, so the refusals
+// are injected; that also makes their number exact.
 
 #include <thread>
+
+#include <gmock/gmock.h>
 
 #include "sndxposix.h"
 #include "tests/support/tracefile.h"
@@ -13,11 +12,8 @@
 
 namespace
 {
-using sndxtest::AtLeast;
-using sndxtest::Stopwatch;
-using sndxtest::TraceCapture;
+using namespace sndxtest;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class RefusedMutex : public ::testing::Test
 {
@@ -33,36 +29,34 @@ class RefusedMutex : public ::testing::Test
     }
 
     LSystemLockMutex mutex_{TEXT("refused")};
+    TraceCapture trace_;
 };
 
 TEST_F(RefusedMutex, IsTriedEvery50MillisecondsOfTheTimeOut)
 {
-    struct Case
+    for (const auto& [timeout, tries] : {std::pair{0u, 1u}, {50u, 1u}, {51u, 2u}, {100u, 2u}, {201u, 5u}})
     {
-        std::uint32_t timeout;
-        unsigned tries;
-    };
-    for (const Case& c : {Case{0, 1}, Case{50, 1}, Case{51, 2}, Case{100, 2}, Case{201, 5}})
-    {
-        SCOPED_TRACE(c.timeout);
-        const TraceCapture trace;
-        Refuse(c.tries + 1);
+        SCOPED_TRACE(timeout);
+        trace_.Restart();
+        Refuse(tries + 1);
         const Stopwatch stopwatch;
-        EXPECT_FALSE(mutex_.Lock(c.timeout));
-        EXPECT_GE(stopwatch.Milliseconds(), AtLeast(50 * c.tries));
-        EXPECT_EQ(1u, sndxposix::PendingFailures());
-        EXPECT_THAT(trace.Texts(), ElementsAre("LSystemLockMutex::Lock CreateMutex Timed Out"));
+        EXPECT_FALSE(mutex_.Lock(timeout));
+        EXPECT_GE(stopwatch.Milliseconds(), AtLeast(50 * tries));
+        EXPECT_EQ(sndxposix::PendingFailures(), 1u);
+        EXPECT_THAT(trace_.Texts(), ElementsAre("LSystemLockMutex::Lock CreateMutex Timed Out"));
         sndxposix::ResetFailures();
     }
 }
 
-TEST_F(RefusedMutex, IsHadWhenTheRefusalsEnd)
+TEST_F(RefusedMutex, IsHadWhenTheRefusalsEndAndNotAfterAnotherError)
 {
-    const TraceCapture trace;
     Refuse(3);
     EXPECT_TRUE(mutex_.Lock());
     mutex_.Unlock();
-    EXPECT_THAT(trace.Texts(), IsEmpty());
+    Refuse(1);
+    sndxposix::FailCall("CreateMutexW", ERROR_INVALID_HANDLE, 1);
+    EXPECT_FALSE(mutex_.Lock());
+    EXPECT_THAT(trace_.Texts(), ElementsAre("**LSystemLockMutex::Lock CreateMutex FAILED"));
 }
 
 TEST_F(RefusedMutex, TheWaitGetsWhatTheRefusalsHaveLeft)
@@ -81,14 +75,5 @@ TEST_F(RefusedMutex, TheWaitGetsWhatTheRefusalsHaveLeft)
         })
         .join();
     mutex_.Unlock();
-}
-
-TEST_F(RefusedMutex, AnotherErrorBetweenEndsTheTries)
-{
-    const TraceCapture trace;
-    Refuse(1);
-    sndxposix::FailCall("CreateMutexW", ERROR_INVALID_HANDLE, 1);
-    EXPECT_FALSE(mutex_.Lock());
-    EXPECT_THAT(trace.Texts(), ElementsAre("**LSystemLockMutex::Lock CreateMutex FAILED"));
 }
 } // namespace

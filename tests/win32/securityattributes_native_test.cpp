@@ -1,7 +1,6 @@
 // Every step of the construction that can fail; on Windows none can be made to.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include "sndxposix.h"
 #include "tests/support/tracefile.h"
@@ -10,55 +9,36 @@
 
 namespace
 {
-using sndxtest::TraceCapture;
+using namespace sndxtest;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 
-struct Step
-{
-    const char* function;
-    const char* report; // behind the name of the constructor
-};
-
-class SecurityStep : public ::testing::TestWithParam<Step>
-{
-  protected:
-    ~SecurityStep() override { sndxposix::ResetFailures(); }
-    static std::string Report()
-    {
-        return std::string("**LSecurityAttributesAllAccess::LSecurityAttributesAllAccess ") +
-               GetParam().report;
-    }
-};
-
 // Blocks that a failed construction forgets are found by the leak check of the sanitized build.
-TEST_P(SecurityStep, ThatFailsIsReportedAndLeavesDefaultSecurity)
+TEST(SecurityStep, ThatFailsIsReportedAndLeavesDefaultSecurity)
 {
-    const TraceCapture trace;
-    sndxposix::FailCall(GetParam().function, 1234);
-    LSecurityAttributesAllAccess security;
-    EXPECT_EQ(0u, sndxposix::PendingFailures());
-    EXPECT_EQ(nullptr, security.GetSecurityAttributes());
-    EXPECT_THAT(trace.Texts(), ElementsAre(Report()));
+    const std::pair<const char*, std::string> steps[] = {
+        {"InitializeSecurityDescriptor", "InitializeSecurityDescriptor FAILED"},
+        {"AllocateAndInitializeSid", "AllocateAndInitializeSid failed with error 1234\n"},
+        {"HeapAlloc", "HeapAlloc failed with error 1234\n"},
+        {"InitializeAcl", "InitializeAcl FAILED"},
+        {"AddAccessAllowedAce", "AddAccessAllowedAce FAILED"},
+        {"SetSecurityDescriptorDacl", "SetSecurityDescriptorDacl FAILED"}};
+    for (const auto& [function, text] : steps)
+    {
+        SCOPED_TRACE(function);
+        const std::string report = "**LSecurityAttributesAllAccess::LSecurityAttributesAllAccess " + text;
+        TraceCapture trace;
+        sndxposix::FailCall(function, 1234);
+        EXPECT_EQ(LSecurityAttributesAllAccess().GetSecurityAttributes(), nullptr);
+        EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+        EXPECT_THAT(trace.Texts(), ElementsAre(report));
+        // A block is created all the same.
+        trace.Restart();
+        sndxposix::FailCall(function, 1234);
+        LIPCSharedMemoryBuffer block;
+        block._Create(TEXT("insecure"), 4, false, true);
+        EXPECT_TRUE(block.IsValid());
+        EXPECT_THAT(trace.Texts(), Contains(report));
+    }
 }
-
-TEST_P(SecurityStep, ThatFailsDoesNotKeepABlockFromItsCreation)
-{
-    const TraceCapture trace;
-    sndxposix::FailCall(GetParam().function, 1234);
-    LIPCSharedMemoryBuffer block;
-    block._Create(TEXT("insecure"), 4, false, true);
-    EXPECT_TRUE(block.IsValid());
-    EXPECT_THAT(trace.Texts(), Contains(Report()));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Steps, SecurityStep,
-    ::testing::Values(Step{"InitializeSecurityDescriptor", "InitializeSecurityDescriptor FAILED"},
-                      Step{"AllocateAndInitializeSid", "AllocateAndInitializeSid failed with error 1234\n"},
-                      Step{"HeapAlloc", "HeapAlloc failed with error 1234\n"},
-                      Step{"InitializeAcl", "InitializeAcl FAILED"},
-                      Step{"AddAccessAllowedAce", "AddAccessAllowedAce FAILED"},
-                      Step{"SetSecurityDescriptorDacl", "SetSecurityDescriptorDacl FAILED"}),
-    [](const auto& test) { return test.param.function; });
 } // namespace

@@ -1,143 +1,79 @@
-// The plain waiter, and the forms without a time-out that every waiter has.
+// The plain waiter's answers, and the forms without a time-out that every waiter has.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
-#include <thread>
-
+#include "tests/win32/recordingwaiter.h"
 #include "tests/win32/timing.h"
 #include "win32/handle.h"
-#include "win32/signalwaiter.h"
 
 namespace
 {
-using sndxtest::AtLeast;
-using sndxtest::Stopwatch;
+using namespace sndxtest;
 
-LHandle& MakeEvent(LHandle& handle, bool signalled)
+class SimpleSignalWaiter : public ::testing::Test
 {
-    handle.Set(CreateEventW(nullptr, TRUE, signalled ? TRUE : FALSE, nullptr));
-    return handle;
-}
-
-LSignalObjectGroup Group(std::initializer_list<HANDLE> handles)
-{
-    LSignalObjectGroup group = {};
-    for (const HANDLE handle : handles)
+  protected:
+    SimpleSignalWaiter()
     {
-        group.hObjects[group.idxSOArray] = handle;
-        ++group.idxSOArray;
+        MSG message;
+        PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE); // makes the thread's queue
     }
-    return group;
-}
 
-TEST(SimpleSignalWaiter, WaitsForOneObject)
-{
-    LSimpleSignalWaiter waiter;
-    EXPECT_FALSE(waiter.IsStopRequested());
-    LHandle signalled;
-    LHandle silent;
-    EXPECT_EQ(LWaitResult::Signalled, waiter.WaitSignal(MakeEvent(signalled, true).Get(), 0));
-    EXPECT_EQ(LWaitResult::Signalled, waiter.WaitSignal(signalled.Get()));
-
-    const Stopwatch stopwatch;
-    EXPECT_EQ(LWaitResult::TimedOut, waiter.WaitSignal(MakeEvent(silent, false).Get(), 100));
-    EXPECT_GE(stopwatch.Milliseconds(), AtLeast(100));
-    EXPECT_LT(stopwatch.Milliseconds(), 10000);
-    // Only the time-out counts as one, not a wait that fails.
-    EXPECT_EQ(LWaitResult::Signalled, waiter.WaitSignal(nullptr, 100));
-
-    std::thread other(
-        [&]
+    static LSignalObjectGroup Group(std::initializer_list<HANDLE> handles)
+    {
+        LSignalObjectGroup group = {};
+        for (const HANDLE handle : handles)
         {
-            Sleep(50);
-            SetEvent(silent.Get());
-        });
-    EXPECT_EQ(LWaitResult::Signalled, waiter.WaitSignal(silent.Get(), 20000));
-    other.join();
-}
+            group.hObjects[group.idxSOArray] = handle;
+            ++group.idxSOArray;
+        }
+        return group;
+    }
 
-TEST(SimpleSignalWaiter, SleepsTheTimeThrough)
+    LSimpleSignalWaiter waiter_;
+    const LHandle signalled_{CreateEventW(nullptr, TRUE, TRUE, nullptr)};
+    const LHandle silent_{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
+};
+
+TEST_F(SimpleSignalWaiter, WaitsForOneObjectOrSleepsAndNeverStops)
 {
-    LSimpleSignalWaiter waiter;
+    EXPECT_FALSE(waiter_.IsStopRequested());
+    EXPECT_EQ(waiter_.WaitSignal(signalled_.Get()), LWaitResult::Signalled);
     const Stopwatch stopwatch;
-    EXPECT_EQ(LWaitResult::Signalled, waiter.Sleep(100));
-    EXPECT_GE(stopwatch.Milliseconds(), AtLeast(100));
-    EXPECT_LT(stopwatch.Milliseconds(), 10000);
-}
-
-TEST(SimpleSignalWaiter, WaitsForAnyOfAGroup)
-{
-    LSimpleSignalWaiter waiter;
-    LHandle signalled;
-    LHandle silent;
-    MakeEvent(signalled, true);
-    MakeEvent(silent, false);
-    EXPECT_EQ(LWaitResult::Signalled, waiter.WaitSignalObjectGroup(Group({signalled.Get()}), 0));
-    EXPECT_EQ(LWaitResult::Signalled,
-              waiter.WaitSignalObjectGroup(Group({silent.Get(), signalled.Get()}), 20000));
-    EXPECT_EQ(LWaitResult::Signalled, waiter.WaitSignalObjectGroup(Group({silent.Get(), signalled.Get()})));
-
-    const Stopwatch stopwatch;
-    EXPECT_EQ(LWaitResult::TimedOut, waiter.WaitSignalObjectGroup(Group({silent.Get()}), 100));
-    EXPECT_EQ(LWaitResult::TimedOut, waiter.WaitSignalObjectGroup(Group({}), 100));
+    EXPECT_EQ(waiter_.WaitSignal(silent_.Get(), 100), LWaitResult::TimedOut);
+    EXPECT_EQ(waiter_.Sleep(100), LWaitResult::Signalled);
     EXPECT_GE(stopwatch.Milliseconds(), AtLeast(200));
-    EXPECT_LT(stopwatch.Milliseconds(), 20000);
-    EXPECT_EQ(LWaitResult::TimedOut, waiter.WaitSignalObjectGroup(Group({signalled.Get(), nullptr}), 0))
-        << "a wait that fails";
-
-    LSignalObjectGroup full = {};
-    std::fill(std::begin(full.hObjects), std::end(full.hObjects), signalled.Get());
-    full.idxSOArray = LSIGNALOBJECTGROUPMAX;
-    EXPECT_EQ(LWaitResult::TimedOut, waiter.WaitSignalObjectGroup(full, 0))
-        << "the message queue takes one of the system's 64 places";
-    full.idxSOArray = LSIGNALOBJECTGROUPMAX - 1;
-    EXPECT_EQ(LWaitResult::Signalled, waiter.WaitSignalObjectGroup(full, 0));
+    EXPECT_LT(stopwatch.Milliseconds(), 10000);
+    EXPECT_EQ(waiter_.WaitSignal(nullptr, 100), LWaitResult::Signalled) << "only the time-out counts as one";
 }
 
-TEST(SimpleSignalWaiter, AMessageEndsAGroupsWait)
+TEST_F(SimpleSignalWaiter, WaitsForAnyOfAGroup)
 {
-    LSimpleSignalWaiter waiter;
-    MSG message;
-    PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE); // makes the thread's queue
-    LHandle silent;
-    MakeEvent(silent, false);
-    ASSERT_TRUE(PostThreadMessageW(GetCurrentThreadId(), WM_APP, 0, 0));
+    EXPECT_EQ(waiter_.WaitSignalObjectGroup(Group({silent_.Get(), signalled_.Get()})),
+              LWaitResult::Signalled);
     const Stopwatch stopwatch;
-    EXPECT_EQ(LWaitResult::TimedOut, waiter.WaitSignalObjectGroup(Group({silent.Get()}), 30000));
+    EXPECT_EQ(waiter_.WaitSignalObjectGroup(Group({silent_.Get()}), 100), LWaitResult::TimedOut);
+    EXPECT_GE(stopwatch.Milliseconds(), AtLeast(100));
+    EXPECT_EQ(waiter_.WaitSignalObjectGroup(Group({signalled_.Get(), nullptr}), 0), LWaitResult::TimedOut)
+        << "a wait that fails";
+    LSignalObjectGroup full = {};
+    std::fill(std::begin(full.hObjects), std::end(full.hObjects), signalled_.Get());
+    full.idxSOArray = LSIGNALOBJECTGROUPMAX;
+    EXPECT_EQ(waiter_.WaitSignalObjectGroup(full, 0), LWaitResult::TimedOut)
+        << "the message queue takes one of the system's 64 places";
+    ASSERT_TRUE(PostThreadMessageW(GetCurrentThreadId(), WM_APP, 0, 0));
+    EXPECT_EQ(waiter_.WaitSignalObjectGroup(Group({silent_.Get()}), 30000), LWaitResult::TimedOut)
+        << "a message ends the wait";
     EXPECT_LT(stopwatch.Milliseconds(), 15000);
 }
-
-// Notes the time-outs that it is asked for.
-class RecordingWaiter final : public LSignalWaiter
-{
-  public:
-    using LSignalWaiter::WaitSignal;
-    using LSignalWaiter::WaitSignalObjectGroup;
-    bool IsStopRequested() override { return true; }
-    LWaitResult Sleep(std::uint32_t milliseconds) override { return Note(milliseconds); }
-    LWaitResult WaitSignal(HANDLE, std::uint32_t milliseconds) override { return Note(milliseconds); }
-    LWaitResult WaitSignalObjectGroup(const LSignalObjectGroup&, std::uint32_t milliseconds) override
-    {
-        return Note(milliseconds);
-    }
-    std::vector<std::uint32_t> asked;
-
-  private:
-    LWaitResult Note(std::uint32_t milliseconds)
-    {
-        asked.push_back(milliseconds);
-        return LWaitResult::Stopped;
-    }
-};
 
 TEST(SignalWaiter, WithoutATimeOutTheWaitIsInfinite)
 {
     RecordingWaiter waiter;
     LSignalWaiter& base = waiter;
     base.SleepForever();
-    EXPECT_EQ(LWaitResult::Stopped, base.WaitSignal(nullptr));
-    EXPECT_EQ(LWaitResult::Stopped, base.WaitSignalObjectGroup(Group({})));
+    EXPECT_EQ(base.WaitSignal(nullptr), LWaitResult::Stopped);
+    EXPECT_EQ(base.WaitSignalObjectGroup(LSignalObjectGroup{}), LWaitResult::Stopped);
     EXPECT_THAT(waiter.asked, ::testing::ElementsAre(INFINITE, INFINITE, INFINITE));
 }
 } // namespace

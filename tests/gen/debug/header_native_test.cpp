@@ -2,7 +2,6 @@
 
 #include <string>
 #include <tuple>
-#include <vector>
 
 #include <gmock/gmock.h>
 
@@ -11,12 +10,12 @@
 #include "gen/debug/header.h"
 #include "sndxposix.h"
 #include "tests/support/reports.h"
-#include "tests/support/text.h"
 
 namespace
 {
 using namespace sndxtest;
 using ::testing::Contains;
+using ::testing::StartsWith;
 
 void SetMachineString(const char* path, const char* name, const std::string& text)
 {
@@ -45,11 +44,10 @@ std::string HeaderLine(const std::string& prefix)
 TEST(HeaderNative, TheReleaseNumberOfWindows10)
 {
     const TraceCapture trace;
-    for (const auto& [text, number, shown] : std::vector<std::tuple<std::string, std::int32_t, std::string>>{
-             {"1809", 1809, "10.0 (1809)  64-bit"}, {"none", 0, "10.0  64-bit"}, {"-5", -5, "10.0  64-bit"}})
+    for (const auto& [text, shown] :
+         {std::pair{"1809", "10.0 (1809)  64-bit"}, {"none", "10.0  64-bit"}, {"-5", "10.0  64-bit"}})
     {
         SetMachineString("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", "ReleaseId", text);
-        EXPECT_EQ(LGetWindowsReleaseNumber(), number);
         EXPECT_EQ(HeaderLine("Windows Version: "), shown);
     }
     sndxposix::FailCall("VerifyVersionInfoW", ERROR_OLD_WIN_VERSION);
@@ -61,23 +59,18 @@ TEST(HeaderNative, TheReleaseNumberOfWindows10)
     EXPECT_THAT(trace.Texts(), Contains(failed));
 }
 
-TEST(HeaderNative, TheProcessorsNameFromTheRegistry)
+TEST(HeaderNative, FailedProbesLeaveAFullHeader)
 {
-    constexpr char key[] = "hardware\\description\\system\\CentralProcessor\\0";
     const std::string name = "L\u00F6w" + std::string(253, 'p');
-    SetMachineString(key, "ProcessorNameString", name);
+    SetMachineString("hardware\\description\\system\\CentralProcessor\\0", "ProcessorNameString", name);
     EXPECT_EQ(HeaderLine("Processor Details: ").substr(0, 259), name + " (");
     EXPECT_EQ(HeaderLine("Processor Details: ").size(), 260u) << "cut to the usual buffer";
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, TEXT("hardware"));
-    EXPECT_THAT(HeaderLine("Processor Details: "), ::testing::StartsWith(" ("));
-}
-
-TEST(HeaderNative, FailedProbesLeaveAFullHeader)
-{
+    EXPECT_THAT(HeaderLine("Processor Details: "), StartsWith(" ("));
     sndxposix::FailCall("GlobalMemoryStatusEx", ERROR_GEN_FAILURE);
     EXPECT_EQ(HeaderLine("System memory: "), "4294967295");
     sndxposix::FailCall("GetVersionExW", ERROR_GEN_FAILURE);
-    EXPECT_THAT(HeaderLine("Windows Version: "), ::testing::StartsWith("0.0 "));
+    EXPECT_THAT(HeaderLine("Windows Version: "), StartsWith("0.0 "));
     sndxposix::FailCall("HeapLock", ERROR_GEN_FAILURE);
     EXPECT_EQ(HeaderLine("Run Heap Size = "), "0");
     // Asked for Wine's version all the same, when there is no Wine.

@@ -6,7 +6,6 @@
 
 #include <gmock/gmock.h>
 
-#include "gen/debug.h"
 #include "gen/debug/environment.h"
 #include "tests/support/tracefile.h"
 
@@ -15,13 +14,10 @@ extern "C" FARPROC(WINAPI* __imp_GetProcAddress)(HMODULE, LPCSTR);
 
 namespace
 {
-using namespace sndxtest;
-using ::testing::ElementsAre;
-
 FARPROC(WINAPI* g_original)(HMODULE, LPCSTR) = nullptr;
 std::string g_missing;
 
-const char* WINAPI Version()
+const char* Version()
 {
     return "8.7";
 }
@@ -44,7 +40,7 @@ FARPROC WINAPI Replacement(HMODULE module, LPCSTR name)
 
 TEST(HeaderWindows, WinesThatLackFunctions)
 {
-    const TraceCapture trace;
+    const sndxtest::TraceCapture trace;
     DWORD protection = 0;
     VirtualProtect(&__imp_GetProcAddress, sizeof(void*), PAGE_READWRITE, &protection);
     g_original = std::exchange(__imp_GetProcAddress, &Replacement);
@@ -54,9 +50,8 @@ TEST(HeaderWindows, WinesThatLackFunctions)
         LDebugTraceWineVersion();
     }
     __imp_GetProcAddress = g_original;
-    EXPECT_THAT(trace.Texts(), ElementsAre("Running under wine", "Running under wine version: 8.7",
-                                           "Running under Wine version: 8.7, build: 8.7",
-                                           "Running under Wine version: 8.7, build: unknown"));
+    EXPECT_THAT(trace.Texts(), testing::ElementsAre("Running under wine", "Running under wine version: 8.7",
+                                                    "Running under Wine version: 8.7, build: 8.7",
+                                                    "Running under Wine version: 8.7, build: unknown"));
 }
-
 } // namespace

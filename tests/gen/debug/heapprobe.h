@@ -1,7 +1,8 @@
 #pragma once
-// The tracker seen from outside: the memory mode of this process, its blocks read byte by byte, and the stops
-// in the debugger that it raises.
+// The tracker seen from outside: the memory mode of this process, its blocks byte by byte, and the stops in
+// the debugger that it raises.
 
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -13,10 +14,6 @@
 #include <gtest/gtest.h>
 
 #include <windows.h>
-
-#ifndef _WIN32
-#include <csignal>
-#endif
 
 #include "gen/debug/heap.h"
 #include "tests/gen/debug/leakchecker.h"
@@ -51,35 +48,14 @@ inline void ReleaseBlock(void* user, bool array = false)
     LMemAllocation::Release(user, array);
 }
 
-// Blocks lie at odd addresses.
+// What lies at an odd address.
 template <class T>
-T Peek(const void* base, std::ptrdiff_t offset = 0)
+T Peek(const void* at)
 {
     T value;
-    std::memcpy(&value, static_cast<const std::byte*>(base) + offset, sizeof value);
+    std::memcpy(&value, at, sizeof value);
     return value;
 }
-
-// The 56 bytes of a record.
-struct BlockRecord
-{
-    explicit BlockRecord(const void* at)
-        : flags(Peek<std::uint32_t>(at, 0)), traceLine(Peek<std::uint32_t>(at, 4)),
-          size(Peek<std::uint64_t>(at, 8)), file(Peek<const char*>(at, 16)),
-          function(Peek<const char*>(at, 24)), line(Peek<std::int32_t>(at, 32)),
-          block(Peek<std::byte*>(at, 40)), user(Peek<std::byte*>(at, 48))
-    {
-    }
-
-    std::uint32_t flags;
-    std::uint32_t traceLine;
-    std::uint64_t size;
-    const char* file;
-    const char* function;
-    std::int32_t line;
-    std::byte* block;
-    std::byte* user;
-};
 
 inline std::string Tag(const void* user)
 {
@@ -89,12 +65,13 @@ inline std::string Tag(const void* user)
 // Where the record of a block lies; not for mode 5, whose blocks do not lead to theirs.
 inline std::byte* RecordAddress(void* user)
 {
-    return Tag(user) == "3MEM" ? Peek<std::byte*>(user, -12) : static_cast<std::byte*>(user) - 60;
+    auto* const bytes = static_cast<std::byte*>(user);
+    return Tag(user) == "3MEM" ? Peek<std::byte*>(bytes - 12) : bytes - 60;
 }
 
-inline std::uint32_t Flags(void* user)
+inline LMemAllocation RecordOf(void* user)
 {
-    return BlockRecord(RecordAddress(user)).flags;
+    return Peek<LMemAllocation>(RecordAddress(user));
 }
 
 inline std::size_t PageSize()
@@ -116,33 +93,22 @@ class Breakpoints
 {
   public:
 #ifdef _WIN32
-    Breakpoints() : handler_(AddVectoredExceptionHandler(1, &Handle))
-    {
-        count_ = 0;
-    }
+    Breakpoints() : handler_(AddVectoredExceptionHandler(1, &Handle)) {}
     ~Breakpoints()
     {
         RemoveVectoredExceptionHandler(handler_);
     }
 #else
-    Breakpoints()
-    {
-        count_ = 0;
-        struct sigaction action
-        {
-        };
-        action.sa_handler = [](int) { count_ = count_ + 1; };
-        sigaction(SIGTRAP, &action, &before_);
-    }
+    Breakpoints() : handler_(std::signal(SIGTRAP, [](int) { count_ = count_ + 1; })) {}
     ~Breakpoints()
     {
-        sigaction(SIGTRAP, &before_, nullptr);
+        std::signal(SIGTRAP, handler_);
     }
 #endif
     Breakpoints(const Breakpoints&) = delete;
     Breakpoints& operator=(const Breakpoints&) = delete;
 
-    // Since construction or the last call.
+    // Since the last call.
     static int Take()
     {
         return std::exchange(count_, 0);
@@ -164,12 +130,11 @@ class Breakpoints
         count_ = count_ + 1;
         return EXCEPTION_CONTINUE_EXECUTION;
     }
-    inline static int count_ = 0;
     void* handler_;
 #else
-    inline static volatile std::sig_atomic_t count_ = 0;
-    struct sigaction before_;
+    void (*handler_)(int);
 #endif
+    inline static volatile std::sig_atomic_t count_ = 0;
 };
 
 // No settings and no trace file. The mode is read once per process, so the tests want a process each.
