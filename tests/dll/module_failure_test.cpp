@@ -3,8 +3,8 @@
 
 #include "tests/dll/mainjob.h"
 #include "tests/dll/moduleheap.h"
-#include "tests/gen/debug/debuggeroutput.h"
-#include "tests/gen/debug/leakchecker.h"
+#include "tests/support/debuggeroutput.h"
+#include "tests/support/leakchecker.h"
 
 using namespace sndxtest;
 

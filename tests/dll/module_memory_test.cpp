@@ -6,8 +6,8 @@
 
 #include "tests/dll/mainjob.h"
 #include "tests/dll/moduleheap.h"
-#include "tests/gen/debug/leakchecker.h"
-#include "tests/gen/debug/tracereader.h"
+#include "tests/support/leakchecker.h"
+#include "tests/support/leakreport.h"
 
 using namespace sndxtest;
 using testing::AllOf;

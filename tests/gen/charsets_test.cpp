@@ -88,14 +88,13 @@ TEST(Charsets, ASizeThatIsNotPositiveAndANullSourceAreReported)
 
 TEST(Charsets, ConversionInPlaceIsReportedAndCarriesOn)
 {
-    alignas(WCHAR) char buffer[64] = {};
-    const TraceCapture trace;
-    LCopyUTF8FromUnicode(buffer, reinterpret_cast<const WCHAR*>(buffer), 32);
-    LCopyUnicodeFromUTF8(reinterpret_cast<WCHAR*>(buffer), buffer, 32);
-    EXPECT_THAT(
-        WithoutLineNumbers(trace.Texts()),
-        ElementsAre(
-            Assertion("LCopyUTF8FromUnicode", "(void*)(szUTF8) != (void*)(szUnicode)", "gen/charsets.cpp"),
-            Assertion("LCopyUnicodeFromUTF8", "(void*)(szUnicode) != (void*)(szUTF8)", "gen/charsets.cpp")));
+    WCHAR buffer[32] = {};
+    auto* const narrow = reinterpret_cast<char*>(buffer);
+    EXPECT_THAT(Traced([=] { LCopyUTF8FromUnicode(narrow, reinterpret_cast<WCHAR*>(narrow), 32); }),
+                ElementsAre(Assertion("LCopyUTF8FromUnicode", "(void*)(szUTF8) != (void*)(szUnicode)",
+                                      "gen/charsets.cpp")));
+    EXPECT_THAT(Traced([=] { LCopyUnicodeFromUTF8(reinterpret_cast<WCHAR*>(narrow), narrow, 32); }),
+                ElementsAre(Assertion("LCopyUnicodeFromUTF8", "(void*)(szUnicode) != (void*)(szUTF8)",
+                                      "gen/charsets.cpp")));
 }
 } // namespace

@@ -1,45 +1,38 @@
-// The frame of the COM objects: reference counts, registry of live objects, holder, class factory.
+// The frame of the COM objects: what it reports of misuse, and the registry of live objects. Reference
+// counts, identities and class factories are tested with the module's classes.
 
 #include <cstdint>
 #include <string>
 
 #include <gmock/gmock.h>
 
-#include <shlobj.h>
-
 #include "gen/com.h"
-#include "tests/standin/plainallocation.h"
 #include "tests/support/reports.h"
 
 namespace comtest
 {
 int g_alive = 0;
 
-// One interface: a factory, as the module's own.
-class One : public LComImplementation<IClassFactory>
+struct First : IUnknown
 {
-  public:
-    One() { ++g_alive; }
-    ~One() override { --g_alive; }
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override
-    {
-        const bool known = LIsEqualGuid(riid, IID_IUnknown) || LIsEqualGuid(riid, IID_IClassFactory);
-        *ppv = known ? this : nullptr;
-        return known ? AddRef(), S_OK : E_NOINTERFACE;
-    }
-    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID, void**) override { return E_FAIL; }
-    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
+};
+struct Second : IUnknown
+{
 };
 
-class Two : public LComImplementation2<IClassFactory, IShellExtInit>
+template <class TBase>
+class Object : public TBase
 {
   public:
-    Two() { ++g_alive; }
-    ~Two() override { --g_alive; }
+    Object() { ++g_alive; }
+    ~Object() override { --g_alive; }
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
-    HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID, void**) override { return E_FAIL; }
-    HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE Initialize(PCIDLIST_ABSOLUTE, IDataObject*, HKEY) override { return E_NOTIMPL; }
+};
+class One : public Object<LComImplementation<First>>
+{
+};
+class Two : public Object<LComImplementation2<First, Second>>
+{
 };
 } // namespace comtest
 
@@ -61,6 +54,7 @@ constexpr char noObject[] = "**LComInterfaceRef<T>::operator->() - attempting to
 
 constexpr char noImplementation[] = "**LComObject<class comtest::One>::LComObject ASSERTION FAILED "
                                     "pNewImplementation != NULL:\r\n   gen/com.h(755)";
+
 std::string Decimal(const void* p)
 {
     return std::to_string(static_cast<std::int64_t>(reinterpret_cast<std::intptr_t>(p)));
@@ -78,21 +72,6 @@ class ComObjectTest : public ::testing::Test
 using Implementations = ::testing::Types<One, Two>;
 TYPED_TEST_SUITE(ComObjectTest, Implementations);
 
-TYPED_TEST(ComObjectTest, CountsReferencesAndDeletesItselfAtZero)
-{
-    const TraceCapture trace;
-    auto* object = new TypeParam;
-    EXPECT_TRUE(g_ComDiagnostic.ObjectExists(object));
-    EXPECT_EQ(object->AddRef(), 1u);
-    EXPECT_EQ(object->AddRef(), 2u);
-    EXPECT_EQ(object->Release(), 1u);
-    EXPECT_EQ(g_alive, 1);
-    EXPECT_EQ(object->Release(), 0u);
-    EXPECT_EQ(g_alive, 0);
-    EXPECT_FALSE(g_ComDiagnostic.AnyObjectExists());
-    EXPECT_THAT(trace.Texts(), ElementsAre(Created(object)));
-}
-
 TYPED_TEST(ComObjectTest, MisuseIsReportedAndCarriesOn)
 {
     auto* object = new TypeParam;
@@ -108,22 +87,6 @@ TYPED_TEST(ComObjectTest, MisuseIsReportedAndCarriesOn)
     g_ComDiagnostic.ObjectDelete(object);
     EXPECT_THAT(Traced([&] { EXPECT_EQ(object->Release(), 0u); }), ElementsAre(alreadyDeleted, deletedTwice));
     EXPECT_EQ(g_alive, 0);
-}
-
-TEST(ComObject, BothInterfacesShareOneCount)
-{
-    auto* object = new Two;
-    IClassFactory* first = object;
-    IShellExtInit* second = object;
-    EXPECT_EQ(static_cast<void*>(first), static_cast<void*>(object));
-    EXPECT_EQ(static_cast<void*>(second), reinterpret_cast<char*>(first) + sizeof(void*));
-    EXPECT_EQ(first->AddRef(), 1u);
-    EXPECT_EQ(second->AddRef(), 2u);
-    EXPECT_EQ(first->Release(), 1u);
-    EXPECT_EQ(second->Release(), 0u);
-    EXPECT_EQ(g_alive, 0);
-    static_assert(sizeof(LComImplementation<IClassFactory>) == sizeof(void*) + 8);
-    static_assert(sizeof(LComImplementation2<IClassFactory, IShellExtInit>) == 2 * sizeof(void*) + 8);
 }
 
 TEST(ComRegistry, FindsEachOfSeveralObjectsBelowAnotherLock)
@@ -188,23 +151,6 @@ TEST(ComHolder, UseUntestedAndOfNullIsReported)
                 ElementsAre("**LComInterfaceRef<T>::operator->() - attempting to dereference a COM "
                             "object without testing it first",
                             noObject, noImplementation, noObject));
-}
-
-TEST(ComFactory, WithoutMemoryNothingIsHandedOut)
-{
-    LComObject<LComClassFactory<One>> factory(new LComClassFactory<One>);
-    for (const auto& [failing, reports] :
-         {std::pair{0, Lines{noImplementation}}, {1, Lines()}}) // registration
-    {
-        TraceCapture trace;
-        void* out = &trace;
-        FailAllocation(failing);
-        EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, &out), E_OUTOFMEMORY);
-        EXPECT_EQ(out, nullptr);
-        Lines errors = trace.Texts();
-        std::erase_if(errors, [](const std::string& text) { return !text.starts_with("**"); });
-        EXPECT_EQ(errors, reports);
-    }
 }
 
 TEST(ComGuid, TraceLineInGroups)

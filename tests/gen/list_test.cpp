@@ -83,22 +83,6 @@ class ListTest : public ::testing::Test
     TraceCapture trace;
 };
 
-TEST_F(ListTest, WalksFromTheNewestToTheOldest)
-{
-    LListIterator<Number> it(list);
-    for (const int value : {3, 2, 1})
-    {
-        ASSERT_TRUE(it.IsValid());
-        EXPECT_EQ(it->value, value);
-        EXPECT_EQ(it.Next(), value > 1) << "says whether an item follows";
-    }
-    EXPECT_FALSE(it.IsValid());
-    const LList<Number> empty;
-    EXPECT_FALSE(LListIterator<Number>(empty).IsValid());
-    EXPECT_TRUE(empty.IsEmpty() && !list.IsEmpty());
-    EXPECT_THAT(Reports(), IsEmpty());
-}
-
 TEST_F(ListTest, DetachHandsOutAFreeItemFromEveryPosition)
 {
     for (const auto& [value, rest] : std::vector<std::pair<int, std::vector<int>>>{
@@ -113,6 +97,8 @@ TEST_F(ListTest, DetachHandsOutAFreeItemFromEveryPosition)
         EXPECT_EQ(Walk(list), rest);
         list.AddTop(item);
     }
+    EXPECT_THAT(Walk(list), ElementsAre(1, 2, 3));
+    EXPECT_THAT(Walk(LList<Number>()), IsEmpty());
     EXPECT_THAT(Reports(), IsEmpty());
 }
 
@@ -137,7 +123,7 @@ TEST_F(ListTest, APositionUsedUntestedIsReported)
     LListIterator<Number> it(list);
     EXPECT_EQ(it.GetPtr()->value, 3);
     EXPECT_EQ(it->value, 3);
-    EXPECT_TRUE(it.Next());
+    EXPECT_TRUE(it.Next()) << "an item follows";
     EXPECT_TRUE(it.IsValid());
     list.Delete(it); // after which a step skips an item
     EXPECT_FALSE(it.Next());

@@ -201,35 +201,15 @@ TEST(Formatters, ANegativeCountIsReportedAndWritesNothing)
     }
 }
 
-TEST(StringList, KeepsCopiesInOrderAndEndsInANullPointer)
-{
-    LStringList list;
-    EXPECT_EQ(list.Get(0), nullptr);
-    WCHAR changing[] = {TEXT('a'), 0};
-    list.Add(changing);
-    changing[0] = TEXT('z');
-    WCHAR* room = list.Add(std::size_t{LSTR});
-    EXPECT_EQ(room[0], 0);
-    tstrcpy(room, TEXT("C:\\L\u00F6schen"));
-    EXPECT_NE(list.Add(std::size_t{0}), nullptr);
-    EXPECT_THAT(Traced([&] { list.Add(none); }), ElementsAre(nullRead));
-    Lines texts;
-    for (std::uint64_t i = 0; i < list.GetCount(); ++i)
-    {
-        texts.push_back(Utf8(list.Get(i)));
-    }
-    EXPECT_THAT(texts, ElementsAre("a", "C:\\L\u00F6schen", "", ""));
-    EXPECT_EQ(list.Get(4), nullptr);
-}
-
 TEST(StringList, WithoutMemoryTheListStaysAsItWasAndTriesAgain)
 {
     constexpr char failed[] = "**LStringListTemplate<wchar_t>::Add Unable to create new string - new failed";
     constexpr char small[] = "**LStringListTemplate<wchar_t>::Add Unable to resize the list - new failed";
     LStringList list;
     FailAllocation(0);
-    LStringList late;                                                            // without its first array
-    for (const std::size_t size : {std::size_t{5}, sizeMax, (sizeMax >> 1) + 2}) // bytes that wrap to a few
+    LStringList late; // without its first array
+    // Also sizes whose bytes wrap, to a few.
+    for (const std::size_t size : {std::size_t{5}, sizeMax, (sizeMax >> 1) + 2})
     {
         FailAllocation(0, size == 5);
         EXPECT_THAT(Traced([&] { EXPECT_EQ(list.Add(size), nullptr); }), ElementsAre(failed));
@@ -259,6 +239,11 @@ TEST(StringList, WithoutMemoryTheListStaysAsItWasAndTriesAgain)
         EXPECT_EQ(grown, expected);
         EXPECT_EQ(Utf8(filled->Get(0)) + Utf8(filled->Get(254)) + Utf8(filled->Get(2047)), "02542047");
         EXPECT_EQ(filled->Get(2048), nullptr);
+        WCHAR changing[] = {TEXT('a'), 0};
+        filled->Add(changing);
+        changing[0] = TEXT('z');
+        EXPECT_STREQ(Utf8(filled->Get(2048)).c_str(), "a") << "a copy";
+        EXPECT_EQ(filled->Add(std::size_t{0})[0], 0) << "room for the terminator all the same";
     }
 }
 } // namespace

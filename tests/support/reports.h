@@ -2,6 +2,8 @@
 // Expectations of what the product reports: a whole trace line each, with "#" for the line of a source file,
 // which moves with every edit of the product.
 
+#include <cstdint>
+#include <cstdio>
 #include <regex>
 #include <string>
 #include <vector>
@@ -64,6 +66,15 @@ inline Lines Overflow(const std::string& formatter, const std::string& text)
 {
     return {"**" + formatter + "vsnprintf - string overflowed in (t)snprintf - check your output buffer size",
             "**String: " + text.substr(0, 259)};
+}
+
+// An address as the runtime's formatter writes it.
+inline std::string Address(const void* p)
+{
+    char digits[17];
+    std::snprintf(digits, sizeof(digits), "%016llX",
+                  static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(p)));
+    return digits;
 }
 
 // The system's own text for an error code, with the line end that it carries.

@@ -30,10 +30,15 @@ void RemoveCompanyKey(HKEY root, REGSAM view)
     }
 }
 
-void SetBytes(HKEY root, REGSAM view, std::string_view section, std::string_view name, DWORD type,
+std::string SectionPath(std::string_view section)
+{
+    const std::string path = "Software\\" + std::string(companyKey) + "\\Sendora";
+    return section.empty() ? path : path + "\\" + std::string(section);
+}
+
+void SetBytes(HKEY root, REGSAM view, std::string_view path, std::string_view name, DWORD type,
               const BYTE* bytes, std::size_t size)
 {
-    const std::string path = "Software\\" + std::string(companyKey) + "\\Sendora\\" + std::string(section);
     HKEY key = nullptr;
     Check(RegCreateKeyExW(root, Wide(path).c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE | view,
                           nullptr, &key, nullptr),
@@ -47,10 +52,10 @@ void SetBytes(HKEY root, REGSAM view, std::string_view section, std::string_view
     Check(error, "setting a value");
 }
 
-void SetString(HKEY root, REGSAM view, std::string_view section, std::string_view name, std::string_view text)
+void SetString(HKEY root, REGSAM view, std::string_view path, std::string_view name, std::string_view text)
 {
     const WideString wide = Wide(text);
-    SetBytes(root, view, section, name, REG_SZ, reinterpret_cast<const BYTE*>(wide.c_str()),
+    SetBytes(root, view, path, name, REG_SZ, reinterpret_cast<const BYTE*>(wide.c_str()),
              (wide.size() + 1) * sizeof(WCHAR));
 }
 } // namespace
@@ -63,23 +68,29 @@ void RemoveAllSettings()
 
 void SetSharedString(std::string_view section, std::string_view name, std::string_view text)
 {
-    SetString(HKEY_LOCAL_MACHINE, KEY_WOW64_32KEY, section, name, text);
+    SetString(HKEY_LOCAL_MACHINE, KEY_WOW64_32KEY, SectionPath(section), name, text);
 }
 
 void SetUserString(std::string_view section, std::string_view name, std::string_view text)
 {
-    SetString(HKEY_CURRENT_USER, 0, section, name, text);
+    SetString(HKEY_CURRENT_USER, 0, SectionPath(section), name, text);
 }
 
 void SetSharedBytes(std::string_view section, std::string_view name, DWORD type,
                     const std::vector<BYTE>& bytes)
 {
-    SetBytes(HKEY_LOCAL_MACHINE, KEY_WOW64_32KEY, section, name, type, bytes.data(), bytes.size());
+    SetBytes(HKEY_LOCAL_MACHINE, KEY_WOW64_32KEY, SectionPath(section), name, type, bytes.data(),
+             bytes.size());
 }
 
 void SetUserBytes(std::string_view section, std::string_view name, DWORD type, const std::vector<BYTE>& bytes)
 {
-    SetBytes(HKEY_CURRENT_USER, 0, section, name, type, bytes.data(), bytes.size());
+    SetBytes(HKEY_CURRENT_USER, 0, SectionPath(section), name, type, bytes.data(), bytes.size());
+}
+
+void SetMachineString(std::string_view path, std::string_view name, std::string_view text)
+{
+    SetString(HKEY_LOCAL_MACHINE, 0, path, name, text);
 }
 
 void AddAccount(std::string_view name, std::string_view localFolder, std::string_view lastUpdate)

@@ -35,6 +35,9 @@ void SetSharedBytes(std::string_view section, std::string_view name, DWORD type,
 void SetUserBytes(std::string_view section, std::string_view name, DWORD type,
                   const std::vector<BYTE>& bytes);
 
+// A string anywhere in HKEY_LOCAL_MACHINE, in the native view; RegDeleteTreeW removes it.
+void SetMachineString(std::string_view path, std::string_view name, std::string_view text);
+
 // One account of the product: a key below the section Accounts. localFolder is a Windows path.
 void AddAccount(std::string_view name, std::string_view localFolder, std::string_view lastUpdate = "0");
 } // namespace sndxtest

@@ -1,5 +1,5 @@
 // File objects and the operations that ask the system: waiting on sharing violations, share modes, and the
-// line reader. Moves, and writers in several processes, are tested with the trace file.
+// line reader. Moves are tested with the trace file, writers in several processes with the module's.
 
 #include <functional>
 #include <thread>

@@ -18,14 +18,6 @@ using ::testing::IsEmpty;
 const std::string product = "Software\\Taleno Software\\Sendora\\";
 const WideString testPath = Wide(product + "Test");
 
-std::string Address(const void* p)
-{
-    char digits[17];
-    std::snprintf(digits, sizeof(digits), "%016llX",
-                  static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(p)));
-    return digits;
-}
-
 class Settings : public ::testing::Test
 {
   protected:
@@ -34,16 +26,6 @@ class Settings : public ::testing::Test
 
     // Machine-wide settings in the native view, which belong to nobody here.
     static void RemoveNative() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, TEXT("Software\\Taleno Software")); }
-    static void SetNative(const std::string& name)
-    {
-        HKEY key = nullptr;
-        ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, testPath.c_str(), 0, nullptr, 0, KEY_WRITE, nullptr,
-                                  &key, nullptr),
-                  0);
-        RegSetValueExW(key, Wide(name).c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(TEXT("native")), 14);
-        RegCloseKey(key);
-    }
-
     // What one of the getters gives for "Test" and a value; "none" for its default.
     static std::string Get(WCHAR* (*getter)(const WCHAR*, const WCHAR*, const WCHAR*, WCHAR*),
                            const std::string& value)
@@ -106,8 +88,8 @@ TEST_F(Settings, MachineWideOnesLiveInThe32BitViewAndAUsersOwnApart)
     EXPECT_EQ(Get(&LSharedSetting32GetString, "Value"), "none") << "no key";
     SetSharedString("Test", "Value", "32 bit");
     SetUserString("Test", "Value", "user's");
-    SetNative("Value");
-    SetNative("NativeOnly");
+    SetMachineString(product + "Test", "Value", "native");
+    SetMachineString(product + "Test", "NativeOnly", "native");
     const TraceCapture trace;
     EXPECT_EQ(Get(&LSharedSetting32GetString, "Value"), "32 bit");
     EXPECT_EQ(Get(&LSharedSetting32GetString, "NativeOnly"), "none");

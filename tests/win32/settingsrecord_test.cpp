@@ -118,11 +118,7 @@ TEST_F(SettingsRecord, TheWalkYieldsEverySubKeyOnceInTheRegistrysOrder)
         SetSharedString("Accounts\\" + name + "\\Deeper", "x", "y");
         expected.push_back(name + " at " + root + "Accounts\\" + name + ": C:\\" + name);
     }
-    HKEY native = nullptr; // a key that is not in the 32-bit view
-    EXPECT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, Wide(root + "Accounts\\Native").c_str(), 0, nullptr, 0,
-                              KEY_WRITE, nullptr, &native, nullptr),
-              0);
-    RegCloseKey(native);
+    SetMachineString(root + "Accounts\\Native", "x", "y"); // not in the 32-bit view
     EXPECT_EQ(Walk(TEXT("Accounts")), expected);
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, TEXT("Software\\Taleno Software"));
     const Record accounts(TEXT("Accounts"));

@@ -1,7 +1,6 @@
 // Probes with answers of a test's choice: the native registry is the process's own, and its calls can fail.
 
 #include <string>
-#include <tuple>
 
 #include <gmock/gmock.h>
 
@@ -10,24 +9,13 @@
 #include "gen/debug/header.h"
 #include "sndxposix.h"
 #include "tests/support/reports.h"
+#include "tests/support/settings.h"
 
 namespace
 {
 using namespace sndxtest;
 using ::testing::Contains;
 using ::testing::StartsWith;
-
-void SetMachineString(const char* path, const char* name, const std::string& text)
-{
-    HKEY key = nullptr;
-    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, Wide(path).c_str(), 0, nullptr, 0, KEY_WRITE, nullptr, &key,
-                              nullptr),
-              ERROR_SUCCESS);
-    const WideString wide = Wide(text);
-    RegSetValueExW(key, Wide(name).c_str(), 0, REG_SZ, reinterpret_cast<const BYTE*>(wide.c_str()),
-                   static_cast<DWORD>((wide.size() + 1) * sizeof(WCHAR)));
-    RegCloseKey(key);
-}
 
 std::string HeaderLine(const std::string& prefix)
 {

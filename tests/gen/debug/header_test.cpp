@@ -19,38 +19,48 @@ namespace
 {
 using namespace sndxtest;
 
-template <class TFunction>
-TFunction WineFunction(const char* name)
-{
-    return LFunctionCast<TFunction>(GetProcAddress(GetModuleHandleW(TEXT("ntdll.dll")), name));
-}
-
 bool UnderWine()
 {
     return GetProcAddress(GetModuleHandleW(TEXT("kernel32.dll")), "wine_get_unix_file_name") != nullptr;
 }
 
-// The lines of the version and its probe. Natively there is no release to be read, and Wine is not asked for
-// it.
+// What a function of Wine's answers.
+template <class TResult, class... TArguments>
+TResult AskWine(const char* name, TArguments... arguments)
+{
+    const FARPROC function = GetProcAddress(GetModuleHandleW(TEXT("ntdll.dll")), name);
+    return LFunctionCast<TResult(__cdecl*)(TArguments...)>(function)(arguments...);
+}
+
+std::string MachineString(const WCHAR* path, const WCHAR* name)
+{
+    WCHAR text[LSTR];
+    RegGetString(HKEY_LOCAL_MACHINE, path, name, TEXT(""), text);
+    return Utf8(text);
+}
+
+// The lines of the version. Wine has a release, too, but is not asked for it.
 Lines ExpectedVersion()
 {
     OSVERSIONINFOW version = {};
     version.dwOSVersionInfoSize = sizeof(version);
     GetVersionExW(&version);
+    const std::string release =
+        MachineString(TEXT("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion"), TEXT("ReleaseId"));
+    const std::string shown = UnderWine() ? "" : " (" + release + ")";
     const std::string line = "Windows Version: " + std::to_string(version.dwMajorVersion) + "." +
-                             std::to_string(version.dwMinorVersion) + " " + Utf8(version.szCSDVersion) +
-                             " 64-bit";
+                             std::to_string(version.dwMinorVersion) + shown + " " +
+                             Utf8(version.szCSDVersion) + " 64-bit";
     if (!UnderWine())
     {
-        return {"LGetWindowsReleaseNumber RegGetString() failed", line};
+        return {line};
     }
     const char* system = nullptr;
     const char* host = nullptr;
-    WineFunction<void(__cdecl*)(const char**, const char**)>("wine_get_host_version")(&system, &host);
-    return {line, std::string("Running under Wine version: ") +
-                      WineFunction<const char*(__cdecl*)()>("wine_get_version")() +
-                      ", build: " + WineFunction<const char*(__cdecl*)()>("wine_get_build_id")() +
-                      ", Host version: " + system + " - " + host};
+    AskWine<void>("wine_get_host_version", &system, &host);
+    return {line, std::string("Running under Wine version: ") + AskWine<const char*>("wine_get_version") +
+                      ", build: " + AskWine<const char*>("wine_get_build_id") + ", Host version: " + system +
+                      " - " + host};
 }
 
 std::string ExpectedScreen(const std::string& prefix, int width, int height)
@@ -85,15 +95,14 @@ TEST(Header, ItsLinesInTheirOrder)
     const std::uint64_t heapSize = std::stoull(texts.back().substr(16));
     EXPECT_GT(heapSize, 0u);
 
-    WCHAR processor[LSTR];
-    RegGetString(HKEY_LOCAL_MACHINE, TEXT("Hardware\\Description\\System\\CentralProcessor\\0"),
-                 TEXT("ProcessorNameString"), TEXT(""), processor);
+    const std::string processor = MachineString(TEXT("Hardware\\Description\\System\\CentralProcessor\\0"),
+                                                TEXT("ProcessorNameString"));
     EXPECT_EQ(texts,
               (Lines{"DIAGNOSTIC VERSION TRACE Sendora File Transfer v. 3.00 r. 455535", "Build Date/Time: ",
                      executed, "Target Processor: X64", "Command line: " + Utf8(GetCommandLineW())} +
                ExpectedVersion() +
-               Lines{"Processor Details: " + Utf8(processor) + " (" +
-                         std::to_string(system.dwNumberOfProcessors) + " CPUs)",
+               Lines{"Processor Details: " + processor + " (" + std::to_string(system.dwNumberOfProcessors) +
+                         " CPUs)",
                      "System memory: " + std::to_string(memory.ullTotalPhys),
                      ExpectedScreen("Virtual Screen resolution: ", SM_CXVIRTUALSCREEN, SM_CYVIRTUALSCREEN),
                      ExpectedScreen("Primary Screen resolution: ", SM_CXSCREEN, SM_CYSCREEN),

@@ -9,73 +9,60 @@ using namespace sndxtest;
 
 namespace
 {
-// Nanoseconds for a block made and released.
-double PairCost()
+// Nanoseconds for a block made and released while so many others live: the median of a series of
+// measurements.
+class PairCost
 {
-    constexpr int pairs = 2000;
-    const LDebugHeapLock lock; // once: its system calls would hide what is looked for
-    const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < pairs; ++i)
+  public:
+    void Measure()
     {
-        LMemAllocation::Release(LMemAllocation::Record(64, blockFile, "Maker", 7, false), false);
+        constexpr int pairs = 2000;
+        const LDebugHeapLock lock; // once: its system calls would hide what is looked for
+        const auto start = std::chrono::steady_clock::now();
+        for (int i = 0; i < pairs; ++i)
+        {
+            LMemAllocation::Release(LMemAllocation::Record(64, blockFile, "Maker", 7, false), false);
+        }
+        const std::chrono::duration<double, std::nano> elapsed = std::chrono::steady_clock::now() - start;
+        costs_.push_back(elapsed.count() / pairs);
     }
-    const std::chrono::duration<double, std::nano> elapsed = std::chrono::steady_clock::now() - start;
-    return elapsed.count() / pairs;
-}
+    // Of the least disturbed half.
+    double Median()
+    {
+        std::sort(costs_.begin(), costs_.end());
+        return costs_[costs_.size() / 4];
+    }
 
-double Median(std::vector<double> values)
-{
-    std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2),
-                     values.end());
-    return values[values.size() / 2];
-}
+  private:
+    std::vector<double> costs_;
+};
 } // namespace
 
 TEST_F(TrackerTest, BlockAmongManyCostsAtMostHalfAsMuchAgainAsAmongFew)
 {
-    if (addressSanitizer || threadSanitizer)
+    if (sanitized)
     {
         GTEST_SKIP() << "a sanitizer's own bookkeeping is all that would be measured";
     }
-    constexpr std::size_t few = 100;
-    constexpr std::size_t many = 100000;
     std::vector<void*> live;
-    const auto fill = [&live](std::size_t count)
+    PairCost amongFew;
+    PairCost amongMany;
+    for (int round = 0; round < 100; ++round)
     {
-        while (live.size() < count)
+        // The levels alternate, so that a busy machine slows both.
+        const std::size_t level = round % 20 < 10 ? 100 : 100000;
+        for (; live.size() < level; live.push_back(MakeBlock(64)))
         {
-            live.push_back(MakeBlock(64));
         }
-        while (live.size() > count)
+        for (; live.size() > level; live.pop_back())
         {
             ReleaseBlock(live.back());
-            live.pop_back();
         }
-    };
-    // The levels alternate, so that a busy machine slows both; of each level the least disturbed half counts.
-    std::vector<double> amongFew;
-    std::vector<double> amongMany;
-    for (int round = 0; round < 5; ++round)
-    {
-        fill(few);
-        for (int i = 0; i < 20; ++i)
-        {
-            amongFew.push_back(PairCost());
-        }
-        fill(many);
-        for (int i = 0; i < 20; ++i)
-        {
-            amongMany.push_back(PairCost());
-        }
+        (level == 100 ? amongFew : amongMany).Measure();
     }
-    fill(0);
-    for (auto* costs : {&amongFew, &amongMany})
-    {
-        std::sort(costs->begin(), costs->end());
-        costs->resize(costs->size() / 2);
-    }
-    RecordProperty("nanosecondsAmongFew", std::to_string(Median(amongFew)));
-    RecordProperty("nanosecondsAmongMany", std::to_string(Median(amongMany)));
-    EXPECT_LE(Median(amongMany), 1.5 * Median(amongFew));
+    std::for_each(live.begin(), live.end(), [](void* block) { ReleaseBlock(block); });
+    RecordProperty("nanosecondsAmongFew", std::to_string(amongFew.Median()));
+    RecordProperty("nanosecondsAmongMany", std::to_string(amongMany.Median()));
+    EXPECT_LE(amongMany.Median(), 1.5 * amongFew.Median());
     EXPECT_EQ(Report(), noLeak);
 }

@@ -16,21 +16,16 @@
 #include <windows.h>
 
 #include "gen/debug/heap.h"
-#include "tests/gen/debug/leakchecker.h"
+#include "tests/support/leakchecker.h"
 #include "tests/support/settings.h"
 #include "tests/support/tracefile.h"
 
 namespace sndxtest
 {
-#ifdef __SANITIZE_ADDRESS__
-inline constexpr bool addressSanitizer = true;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool sanitized = true;
 #else
-inline constexpr bool addressSanitizer = false;
-#endif
-#ifdef __SANITIZE_THREAD__
-inline constexpr bool threadSanitizer = true;
-#else
-inline constexpr bool threadSanitizer = false;
+inline constexpr bool sanitized = false;
 #endif
 
 inline constexpr char blockFile[] = "room/source.cpp";

@@ -6,7 +6,7 @@
 #include "gen/debug.h"
 #include "sndxposix.h"
 #include "tests/gen/debug/heapprobe.h"
-#include "tests/gen/debug/tracereader.h"
+#include "tests/support/leakreport.h"
 
 using namespace sndxtest;
 

@@ -5,10 +5,8 @@
 
 #include "gen/debug.h"
 #include "gen/debug/tracefile.h"
-#include "tests/gen/debug/debuggeroutput.h"
 #include "tests/gen/debug/heapprobe.h"
-#include "tests/gen/debug/tracereader.h"
-#include "tests/support/text.h"
+#include "tests/support/leakreport.h"
 
 using namespace sndxtest;
 using testing::ElementsAre;
@@ -135,20 +133,4 @@ TEST_F(LeakReport, WhateverStampedLinesTheFileHoldsAreCounted)
         const std::string listed = (Leak(40 - 10 * index, index) + Shown(index)).substr(0, 513);
         EXPECT_THAT(texts, HasSubstr(listed.substr(2) + "\r\n"));
     }
-}
-
-TEST_F(LeakReport, WithoutTheFileAllAreListedAllTheSame)
-{
-    Make(20);
-    Make(30);
-    LDebugTrace("after the blocks");
-    // A folder of the file's name can be neither read nor written; the lines still reach the debugger.
-    const auto path = Wide(TraceFilePath());
-    ASSERT_TRUE(DeleteFileW(path.c_str()));
-    ASSERT_TRUE(CreateDirectoryW(path.c_str(), nullptr));
-    const DebuggerOutput output;
-    LDebugHeapLeakReport();
-    EXPECT_THAT(Texts(ParseTrace(output.Take())),
-                ElementsAre(LeakStart(50), Leak(30, 0), Leak(20, 0), leakEnd));
-    EXPECT_TRUE(RemoveDirectoryW(path.c_str()));
 }

@@ -80,15 +80,4 @@ TEST(TraceClock, RunsFromLocalTimeAtTheStartAndWrapsAtMidnight)
     }
 }
 
-TEST(TraceFileNative, ALineThatIsNotWrittenInFullIsNotReported)
-{
-    const TraceCapture trace;
-    sndxposix::FailCall("WriteFile", ERROR_DISK_FULL);
-    LDebugTrace("lost");
-    sndxposix::FailCall("CreateFileW", ERROR_ACCESS_DENIED);
-    LDebugTrace("lost");
-    EXPECT_EQ(sndxposix::PendingFailures(), 0u);
-    LDebugTrace("next");
-    EXPECT_THAT(trace.Texts(), ElementsAre("next"));
-}
 } // namespace

@@ -1,18 +1,13 @@
 // The trace file: its place, its lines, its older generations, its start and its end. The last two happen
 // once in a process, so they are tried in child processes, which share this one's trace file.
 
-#include <ctime>
-#include <map>
 #include <string>
-#include <thread>
 
 #include <gmock/gmock.h>
 
 #include "gen/debug.h"
 #include "gen/debug/tracefile.h"
-#include "tests/gen/debug/debuggeroutput.h"
-#include "tests/standin/plainallocation.h"
-#include "tests/support/child.h"
+#include "tests/support/debuggeroutput.h"
 #include "tests/support/reports.h"
 #include "win32/file.h"
 
@@ -60,51 +55,6 @@ TEST(TraceFile, ALineThatCannotBeWrittenIsCountedAndReachesTheDebugger)
     EXPECT_THAT(trace.Texts(), ElementsAre("next"));
     EXPECT_EQ(LDebugGetTraceLineNumber(), lines + 2);
     EXPECT_THAT(Texts(ParseTrace(DebuggerOutput::Take())), ElementsAre("lost", "next"));
-}
-
-constexpr int lineCount = 60;
-
-void WriteLines(const std::string& writer)
-{
-    for (int i = 0; i < lineCount; ++i)
-    {
-        LDebugTrace((writer + std::to_string(i)).c_str());
-    }
-}
-
-SNDX_CHILD(WriteLines)
-{
-    Announce("started");
-    WriteLines("C");
-    return 0;
-}
-
-TEST(TraceFile, LinesOfThreadsAndProcessesDoNotMix)
-{
-    LDebugGetFilePath(); // lines that come while it is computed are not written
-    ClearPoints();
-    const TraceCapture trace;
-    const std::uint32_t lines = LDebugGetTraceLineNumber();
-    ChildProcess child("WriteLines", {});
-    ASSERT_TRUE(WaitFor("started"));
-    std::thread second(WriteLines, "B");
-    WriteLines("A");
-    second.join();
-    ASSERT_EQ(child.Wait(), 0);
-    EXPECT_EQ(LDebugGetTraceLineNumber(), lines + 2 * lineCount);
-    std::map<char, int> written;
-    std::map<char, std::string> columns;
-    for (const TraceLine& line : trace.Lines())
-    {
-        const char writer = line.text[0];
-        if (writer >= 'A' && writer <= 'C') // not the child's last line
-        {
-            EXPECT_EQ(line.text, writer + std::to_string(written[writer]++)) << "in its writer's order";
-            columns[writer] = line.thread;
-        }
-    }
-    EXPECT_EQ(written, (std::map<char, int>{{'A', lineCount}, {'B', lineCount}, {'C', lineCount}}));
-    EXPECT_NE(columns['A'], columns['B']);
 }
 
 class RotationTest : public ::testing::Test
@@ -175,69 +125,4 @@ TEST_F(RotationTest, AHeldFileStaysAndIsNotReplaced)
     }
 }
 
-constexpr char rule[] = "--------------------------------------------------------------------";
-
-SNDX_CHILD(TraceLife)
-{
-    const DebuggerOutput debugger;
-    auto* lifetime = new LDebugTraceLifetime;
-    LDebugTrace("running");
-    const std::uint32_t lines = LDebugGetTraceLineNumber();
-    delete lifetime;
-    const bool endTraced = DebuggerOutput::Take().find(rule) != std::string::npos;
-    LDebugWriteLineW(TEXT("after"), true);
-    LDebugAssertFailed("after", "x", "y", 1);
-    return endTraced && DebuggerOutput::Take().empty() && LDebugGetTraceLineNumber() == lines + 3 ? 0 : 1;
-}
-
-TEST(TraceLife, StartsWithTheHeaderInAFreshFileAndEndsForGood)
-{
-    RemoveTraceFiles();
-    LDebugTrace("mine");
-    const std::uint32_t lines = LDebugGetTraceLineNumber();
-    const std::time_t before = std::time(nullptr);
-    ASSERT_EQ(ChildProcess("TraceLife", {}).Wait(), 0);
-    const std::time_t after = std::time(nullptr);
-
-    const std::vector<TraceLine> parsed = ParseTrace(ReadWholeFile(TraceFilePath()));
-    const Lines texts = Texts(parsed);
-    ASSERT_GT(texts.size(), 10u);
-    EXPECT_EQ(texts.front(), "DIAGNOSTIC VERSION TRACE Sendora File Transfer v. 3.00 r. 455535");
-    EXPECT_THAT(
-        Lines(texts.end() - 4, texts.end()),
-        ElementsAre("running", " --- No Memory Leak Detected ---", "Execution terminated gracefully.", rule));
-    EXPECT_TRUE(texts[texts.size() - 5].starts_with("Run Heap Size = ")) << "the header ends right before";
-    // The clock shows local time, to the second.
-    Lines times;
-    for (std::time_t time = before; time <= after; ++time)
-    {
-        char text[9];
-        std::strftime(text, sizeof(text), "%H:%M:%S", std::localtime(&time));
-        times.push_back(text);
-    }
-    EXPECT_THAT(times, ::testing::Contains(parsed.front().stamp.substr(0, 8)));
-
-    // The file that was there is the newest generation now; this process writes on in the new file.
-    const std::string older = TraceFilePath().substr(0, TraceFilePath().size() - 4) + ".1.txt";
-    EXPECT_THAT(Texts(ParseTrace(ReadWholeFile(older))), ElementsAre("mine"));
-    EXPECT_THAT(Traced([] { LDebugTrace("more"); }), ElementsAre("more"));
-    EXPECT_EQ(LDebugGetTraceLineNumber(), lines + 1) << "the count is no longer that of the file";
-}
-
-SNDX_CHILD(NoPath)
-{
-    const DebuggerOutput debugger;
-    FailAllocation(0);
-    LDebugTrace("unwritten");
-    const bool first = Texts(ParseTrace(DebuggerOutput::Take())) == Lines{"unwritten"};
-    const bool empty = LDebugGetFilePath()[0] == 0 && LDebugGetTraceLineNumber() == 1;
-    delete new LDebugTraceLifetime;
-    const Lines life = Texts(ParseTrace(DebuggerOutput::Take()));
-    return first && empty && life.size() > 10 && life.back() == rule ? 0 : 1;
-}
-
-TEST(TraceLife, WithoutMemoryForThePathOnlyTheDebuggerIsTold)
-{
-    EXPECT_EQ(Traced([] { EXPECT_EQ(ChildProcess("NoPath", {}).Wait(), 0); }), Lines());
-}
 } // namespace
