@@ -118,7 +118,7 @@ TEST_F(LeakReport, WhateverStampedLinesTheFileHoldsAreCounted)
     // Line ends of every kind, what only looks like a stamp or not quite, a line beyond the reader's buffer,
     // a block of the file that ends inside CR LF.
     const std::string foreign =
-        "\r\nno stamp\n12:34:56\n\rab:cd:ef. the form alone decides\n10:00:00.000 one\r"
+        "\r\nno stamp\n12:34:56,7 no point\n\rab:cd:ef. the form alone decides\n10:00:00.000 one\r"
         "10:00:00.001" +
         std::string(9000, 'z') + "\n\n10:00:00.002 " + std::string(6900, 'q') + "\r\n";
     std::string content = foreign;
