@@ -149,19 +149,4 @@ TEST(Paths, OverlongFoldersAndPathsAreCutAndReported)
     EXPECT_EQ(Utf8(inPlace.c_str()), folder + "\\");
 }
 
-TEST(Paths, NullIsReportedAndTakenAsEmpty)
-{
-    const TraceCapture trace;
-    const WCHAR* const none = nullptr;
-    for (const auto operation :
-         {&LFile::GetFolderFromPath, &LFile::GetFileFromPath, &LFile::GetFileTitleFromPath})
-    {
-        EXPECT_EQ(Result(operation, none), "");
-    }
-    EXPECT_EQ(LFile::GetFolderFromPath(nullptr, TEXT("a")), nullptr);
-    EXPECT_EQ(LFile::GetFileFromPath(nullptr, TEXT("a")), nullptr);
-    EXPECT_THAT(trace.Texts(), ElementsAre(nullRead, nullRead, nullRead, nullWrite, nullWrite));
-    WCHAR buffer[LSTR];
-    EXPECT_EQ(Utf8(LFile::MakeFilePath(buffer, none, TEXT("a"))), "a");
-}
 } // namespace

@@ -154,9 +154,13 @@ void ExpectFormatted(std::size_t count, const std::string& text,
     EXPECT_EQ(narrow.First(text.size()), text) << count;
 }
 
-TEST(Formatters, ATextThatFitsIsWrittenWithoutAReport)
+TEST(Formatters, ATextThatFitsIsWrittenAndANegativeCountReported)
 {
     const auto nothing = [](const std::string&) { return Lines(); };
+    const auto negative = [](const std::string& formatter)
+    { return Lines{"**" + formatter + "vsnprintf called with an invalid Count (negative)"}; };
+    ExpectFormatted(sizeMax, "##", negative, "%05d", 42);
+    ExpectFormatted(std::size_t{1} << 31, "##", negative, "%05d", 42);
     ExpectFormatted(6, "000420#", nothing, "%05d", 42);
     ExpectFormatted(0, "###", nothing, "%05d", 42);
     ExpectFormatted(1, "0#", nothing, "");
@@ -187,18 +191,6 @@ TEST(Formatters, ATextThatDoesNotFitIsCutAndReported)
     Filled<char> narrow;
     tsnprintf(narrow.text, 100, "ab%ls", Wide("\u20AC").c_str());
     EXPECT_EQ(narrow.First(100).find('#'), std::string::npos) << "stale memory";
-}
-
-TEST(Formatters, ANegativeCountIsReportedAndWritesNothing)
-{
-    for (const std::size_t count : {sizeMax, std::size_t{1} << 31})
-    {
-        ExpectFormatted(
-            count, "##",
-            [](const std::string& formatter)
-            { return Lines{"**" + formatter + "vsnprintf called with an invalid Count (negative)"}; },
-            "%05d", 42);
-    }
 }
 
 TEST(StringList, WithoutMemoryTheListStaysAsItWasAndTriesAgain)

@@ -30,19 +30,4 @@ TEST(Library, AMissingFunctionIsReported)
                 ElementsAre("LDLLLoadFunctionNoError Cannot find the library function: SndxNoSuchFunction"));
 }
 
-#ifdef _WIN32 // the native layer's system libraries export nothing and are never unloaded
-TEST(Library, GivesItsFunctionsUntilItsOwnerGoes)
-{
-    const TraceCapture trace;
-    const WCHAR* const name = TEXT("lz32.dll"); // nothing else here uses it
-    ASSERT_EQ(GetModuleHandleW(name), nullptr);
-    {
-        const LLibrary library("lz32.dll");
-        EXPECT_EQ(library.GetFunction("LZInit"), GetProcAddress(GetModuleHandleW(name), "LZInit"));
-        EXPECT_NE(library.GetFunction("LZInit"), nullptr);
-    }
-    EXPECT_EQ(GetModuleHandleW(name), nullptr);
-    EXPECT_THAT(trace.Texts(), IsEmpty());
-}
-#endif
 } // namespace

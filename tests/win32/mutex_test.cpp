@@ -7,6 +7,10 @@
 
 #include <gmock/gmock.h>
 
+#ifndef _WIN32
+#include "sndxposix.h"
+#endif
+
 #include "tests/support/reports.h"
 #include "win32/mutex.h"
 
@@ -144,4 +148,33 @@ TEST(LockObject, DestructionWhileLockedIsReportedOnce)
                             "have matching unlocks"));
     LLockObject::ResetLockThread();
 }
+
+#ifndef _WIN32 // the native layer's tick count can be set
+TEST(LockObject, ALockHeldForMoreThanFiveSecondsIsReported)
+{
+    struct Hold
+    {
+        std::uint32_t lockedAt;
+        std::uint32_t milliseconds;
+        Lines reports;
+    };
+    const Hold holds[] = {{70000, 5000, {}},
+                          {70000, 5001, {heldLong}},
+                          {0xFFFFFFFFu - 99, 200, {}}, // across the wrap of the counter
+                          {0xFFFFFFFFu - 99, 5001, {heldLong}},
+                          {0, 100, {}}}; // a lock at tick 0 counts as a lock
+    for (const Hold& hold : holds)
+    {
+        LLockObject lock;
+        sndxposix::SetTickCount(hold.lockedAt);
+        lock.Lock();
+        sndxposix::AdvanceTickCount(hold.milliseconds);
+        EXPECT_EQ(Traced([&] { lock.Unlock(); }), hold.reports) << hold.lockedAt << "+" << hold.milliseconds;
+    }
+    LLockObject unlocked; // is measured from zero
+    sndxposix::SetTickCount(5000);
+    EXPECT_EQ(Traced([&] { unlocked.Unlock(); }), Lines{neverLocked});
+    sndxposix::RunTickCount();
+}
+#endif
 } // namespace

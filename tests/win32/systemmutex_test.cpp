@@ -63,13 +63,17 @@ TEST_F(SystemMutex, TheSystemObjectExistsWhileTheLockIsHeld)
     EXPECT_THAT(trace_.Texts(), ElementsAre(destroyed));
 }
 
-TEST_F(SystemMutex, ASecondLockIsReportedAndNeedsNoSecondUnlock)
+TEST_F(SystemMutex, ASecondLockAndDestructionWhileLockedAreReported)
 {
     EXPECT_TRUE(mutex_->Lock(0));
     EXPECT_TRUE(mutex_->Lock(0));
-    EXPECT_THAT(trace_.Texts(), ElementsAre("**LSystemLockMutex::Lock Called when already locked!"));
     mutex_->Unlock();
+    EXPECT_FALSE(Exists()) << "needs no second unlock";
+    EXPECT_TRUE(mutex_->Lock(0));
+    mutex_.reset();
     EXPECT_FALSE(Exists());
+    EXPECT_THAT(trace_.Texts(), ElementsAre("**LSystemLockMutex::Lock Called when already locked!", destroyed,
+                                            "**LSystemLockMutex::~LSystemLockMutex when Locked!"));
 }
 
 TEST_F(SystemMutex, AnotherProcessIsWaitedForWithinTheTimeOut)
@@ -120,14 +124,6 @@ TEST_F(SystemMutex, AnOwnerThatEndsPassesTheLockOn)
         EXPECT_THAT(OwnTexts(trace_), ElementsAre(timedOut, destroyed));
         mutex_->Unlock();
     }
-}
-
-TEST_F(SystemMutex, DestructionWhileLockedIsReported)
-{
-    EXPECT_TRUE(mutex_->Lock(0));
-    mutex_.reset();
-    EXPECT_THAT(trace_.Texts(), ElementsAre(destroyed, "**LSystemLockMutex::~LSystemLockMutex when Locked!"));
-    EXPECT_FALSE(Exists());
 }
 
 TEST_F(SystemMutex, UnlockingOnTheWrongThreadIsReportedAndCloses)

@@ -7,7 +7,7 @@
 #include <chrono>
 #include <cstdint>
 
-#include <windows.h>
+#include "win32/handle.h"
 
 namespace sndxtest
 {
@@ -39,16 +39,12 @@ std::int64_t HandlesLeft(Operation operation)
     // The highest of several new values: the first ones may be closed handles' values used again.
     const auto highest = []
     {
-        std::array<HANDLE, 32> handles;
+        std::array<LHandle, 32> handles;
         std::int64_t value = 0;
-        for (HANDLE& handle : handles)
+        for (LHandle& handle : handles)
         {
-            handle = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-            value = std::max(value, static_cast<std::int64_t>(reinterpret_cast<std::intptr_t>(handle)));
-        }
-        for (const HANDLE handle : handles)
-        {
-            CloseHandle(handle);
+            handle.Set(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+            value = std::max(value, static_cast<std::int64_t>(reinterpret_cast<std::intptr_t>(handle.Get())));
         }
         return value;
     };

@@ -50,7 +50,6 @@ void HandleFaults()
 
 SNDX_CHILD(TouchOneByte)
 {
-    HandleFaults();
     leakCheckerIsOff = true;
     auto* const user = static_cast<std::byte*>(MakeBlock(std::stoul(arguments.at(0))));
     g_touched = user + std::stol(arguments.at(1));
@@ -59,6 +58,7 @@ SNDX_CHILD(TouchOneByte)
     {
         ReleaseBlock(user);
     }
+    HandleFaults(); // of the next access, no earlier ones
     if (access.ends_with("release"))
     {
         ReleaseBlock(user);

@@ -3,6 +3,10 @@
 
 #include <gmock/gmock.h>
 
+#ifndef _WIN32
+#include "sndxposix.h"
+#endif
+
 #include "gen/debug.h"
 #include "gen/debug/tracefile.h"
 #include "tests/gen/debug/heapprobe.h"
@@ -134,3 +138,21 @@ TEST_F(LeakReport, WhateverStampedLinesTheFileHoldsAreCounted)
         EXPECT_THAT(texts, HasSubstr(listed.substr(2) + "\r\n"));
     }
 }
+
+#ifndef _WIN32 // an open that fails for the reader alone: the writer asks for all that the reader asks for
+TEST_F(LeakReport, FileThatCannotBeOpenedLeavesTheListWithoutTexts)
+{
+    constexpr unsigned opensForTheFirstLine = 1;
+    sndxposix::FailCall("CreateFileW", ERROR_ACCESS_DENIED, opensForTheFirstLine);
+    LDebugHeapLeakReport();
+    EXPECT_EQ(sndxposix::PendingFailures(), 1u) << "the file is not read without a leak";
+    sndxposix::ResetFailures();
+    Make(10);
+    LDebugTrace("after the block");
+    const TraceCapture trace;
+    sndxposix::FailCall("CreateFileW", ERROR_ACCESS_DENIED, opensForTheFirstLine);
+    LDebugHeapLeakReport();
+    EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+    EXPECT_THAT(trace.Texts(), ElementsAre(LeakStart(10), Leak(10, 1), leakEnd));
+}
+#endif
