@@ -94,7 +94,7 @@ TEST(ComRegistry, FindsEachOfSeveralObjectsBelowAnotherLock)
     LComDiagnostic registry;
     int objects[3] = {};
     const TraceCapture trace;
-    const auto locked = [](const auto& operation)
+    const auto below = [](const auto& operation)
     {
         LLockObject other;
         const LLockObjectScope lock(other);
@@ -102,23 +102,23 @@ TEST(ComRegistry, FindsEachOfSeveralObjectsBelowAnotherLock)
     };
     const auto existing = [&]
     {
-        std::string result;
+        std::string result = below([&] { return registry.AnyObjectExists(); }) ? "any " : "none ";
         for (const int& object : objects)
         {
-            result += locked([&] { return registry.ObjectExists(&object); }) ? '+' : '-';
+            result += below([&] { return registry.ObjectExists(&object); }) ? '+' : '-';
         }
-        return result + (locked([&] { return registry.AnyObjectExists(); }) ? " any" : "");
+        return result;
     };
     for (const int& object : objects)
     {
-        EXPECT_TRUE(locked([&] { return registry.ObjectCreate(&object, TEXT("x")); }));
+        EXPECT_TRUE(below([&] { return registry.ObjectCreate(&object, TEXT("x")); }));
     }
-    EXPECT_EQ(existing(), "+++ any");
-    for (const auto& [index, left] : {std::pair{1, "+-+ any"}, {0, "--+ any"}, {2, "---"}})
+    for (const auto& [index, before] : {std::pair{1, "any +++"}, {0, "any +-+"}, {2, "any --+"}})
     {
-        locked([&] { registry.ObjectDelete(&objects[index]); });
-        EXPECT_EQ(existing(), left);
+        EXPECT_EQ(existing(), before);
+        below([&] { registry.ObjectDelete(&objects[index]); });
     }
+    EXPECT_EQ(existing(), "none ---");
     EXPECT_THAT(trace.Texts(), ElementsAre(Created(&objects[0]), Created(&objects[1]), Created(&objects[2])));
     EXPECT_THAT(Traced([&] { registry.ObjectDelete(&objects[0]); }), ElementsAre(deletedTwice));
 }

@@ -24,18 +24,14 @@ TEST(AllocationTable, BehavesAsItsModelUnderRandomUse)
     std::set<std::uint32_t> empty; // lowest first: that is the first block with room and its lowest slot
     std::vector<std::uint32_t> used;
     std::uintptr_t addresses = 0; // any distinct ones will do: the table does not look at the blocks
-    struct Phase
+    // Steps, and how many of ten enter a block: beyond several doublings of whatever leads to the table
+    // blocks; then ups and downs, in the end to nothing.
+    for (const auto& [steps, entries] :
+         {std::pair{30001, 10u}, {15000, 4u}, {9000, 8u}, {40000, 1u}, {5000, 5u}})
     {
-        int steps;
-        unsigned entries; // in ten steps
-    };
-    // Beyond several doublings of whatever leads to the table blocks; then ups and downs, in the end to
-    // nothing.
-    for (const Phase& phase : {Phase{30001, 10}, {15000, 4}, {9000, 8}, {40000, 1}, {5000, 5}})
-    {
-        for (int step = 0; step < phase.steps; ++step)
+        for (int step = 0; step < steps; ++step)
         {
-            if (used.empty() || random() % 10 < phase.entries)
+            if (used.empty() || random() % 10 < entries)
             {
                 if (empty.empty())
                 {
