@@ -1,5 +1,4 @@
-// The trace's clock and thread column at values of a test's choice, and writes that fail: only the native
-// layer can set these.
+// The trace's clock and thread column at values of a test's choice, which only the native layer can set.
 
 #include <string>
 #include <vector>

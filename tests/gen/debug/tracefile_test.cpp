@@ -1,5 +1,5 @@
-// The trace file: its place, its lines, its older generations, its start and its end. The last two happen
-// once in a process, so they are tried in child processes, which share this one's trace file.
+// The trace file: its place, its lines and its older generations. Its start and its end, and several writers,
+// are tested with the module.
 
 #include <string>
 
