@@ -1,5 +1,5 @@
-// Failures of the system's calls in the middle of building a menu. Native only: the layer can make one call
-// fail; the system itself does not refuse these on request.
+// Failures of the system's calls while a selection is read and a menu is built. Native only: the layer can
+// make one call fail; the system itself does not refuse these on request.
 
 #include <sndxposix.h>
 
@@ -13,65 +13,59 @@ class ModuleMenuFaults : public ModuleTest
 {
   protected:
     ModuleMenuFaults() { AddAccount("A", "C:\\A"); }
-    ~ModuleMenuFaults() override { sndxposix::ResetFailures(); }
+    ~ModuleMenuFaults() override
+    {
+        sndxposix::ResetFailures();
+        DestroyMenu(menu_);
+    }
+    const HMENU menu_ = CreatePopupMenu();
 };
-
-constexpr auto nothingAdded = static_cast<HRESULT>(0x80000000u);
 } // namespace
 
-TEST_F(ModuleMenuFaults, LockThatFailsReleasesTheMedium)
+TEST_F(ModuleMenuFaults, MediumIsReleasedAndEarlierPathsAreKept)
 {
     const Module module;
-    MenuHandler handler(module);
-    // The data object locks the block too, when it makes it.
-    sndxposix::FailCall("GlobalLock", ERROR_NOT_ENOUGH_MEMORY, 1);
-    EXPECT_EQ(handler.Select({"C:\\A\\x"}, {.withOwner = true}), E_INVALIDARG);
-    EXPECT_EQ(sndxposix::PendingFailures(), 0u);
-    EXPECT_EQ(DropDataObject::LiveMediums(), 0);
-}
-
-TEST_F(ModuleMenuFaults, LockedBlockIsUnlockedAgain)
-{
-    const Module module;
-    MenuHandler handler(module);
-    // Nothing but a failed call of it shows that it is called at all.
-    for (const std::vector<std::string>& paths : {std::vector<std::string>{"C:\\A\\x"}, {}})
+    const struct
     {
-        sndxposix::FailCall("GlobalUnlock", ERROR_NOT_ENOUGH_MEMORY, 1);
-        EXPECT_EQ(handler.Select(paths), paths.empty() ? E_INVALIDARG : S_OK);
-        EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+        const char* call;
+        unsigned skip;
+        HRESULT result;
+        HRESULT added;
+    } cases[] = {
+        // The data object locks the block too, when it makes it.
+        {"GlobalLock", 1, E_INVALIDARG, static_cast<HRESULT>(0x80000000u)},
+        // Count, first path, second path.
+        {"DragQueryFileW", 2, E_INVALIDARG, 3},
+        // The data object's own, then the module's: nothing but a failed call shows that it is made at all.
+        {"GlobalUnlock", 1, S_OK, 3},
+    };
+    for (const auto& c : cases)
+    {
+        MenuHandler handler(module);
+        sndxposix::FailCall(c.call, ERROR_NOT_ENOUGH_MEMORY, c.skip);
+        EXPECT_EQ(handler.Select({"C:\\A\\x", "C:\\A\\y", "C:\\A\\z"}, {.withOwner = true}), c.result)
+            << c.call;
+        EXPECT_EQ(sndxposix::PendingFailures(), 0u) << c.call;
+        EXPECT_EQ(DropDataObject::LiveMediums(), 0) << c.call;
+        EXPECT_EQ(handler.Query(menu_), c.added) << c.call;
     }
-}
-
-TEST_F(ModuleMenuFaults, UnreadablePathStopsTheReadingAndKeepsTheEarlierOnes)
-{
-    const Module module;
-    MenuHandler handler(module);
-    const TraceCapture trace;
-    sndxposix::FailCall("DragQueryFileW", ERROR_INVALID_PARAMETER, 2); // count, first path, second path
-    EXPECT_EQ(handler.Select({"C:\\A\\x", "C:\\A\\y", "C:\\A\\z"}, {.withOwner = true}), E_INVALIDARG);
-    EXPECT_THAT(trace.Texts(),
-                AreLines({"LSendoraContextMenu::Initialize ", "LSendoraContextMenu::Initialize C:\\A\\x"}));
-    EXPECT_EQ(DropDataObject::LiveMediums(), 0);
-    const HMENU menu = CreatePopupMenu();
-    EXPECT_EQ(handler.Query(menu), 3);
-    DestroyMenu(menu);
 }
 
 TEST_F(ModuleMenuFaults, NoHalfMenuIsAdded)
 {
     const Module module;
     MenuHandler handler(module, {"C:\\A\\x"});
-    const HMENU menu = CreatePopupMenu();
+    const auto expectNothing = [&](const char* call, unsigned skip)
+    {
+        sndxposix::FailCall(call, ERROR_NOT_ENOUGH_MEMORY, skip);
+        EXPECT_EQ(handler.Query(menu_), static_cast<HRESULT>(0x80000000u)) << call << skip;
+        EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+    };
     for (unsigned skip = 0; skip < 4; ++skip) // three commands, then the submenu itself
     {
-        sndxposix::FailCall("InsertMenuW", ERROR_NOT_ENOUGH_MEMORY, skip);
-        EXPECT_EQ(handler.Query(menu), nothingAdded) << skip;
-        EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+        expectNothing("InsertMenuW", skip);
     }
-    sndxposix::FailCall("CreatePopupMenu", ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(handler.Query(menu), nothingAdded);
-    EXPECT_EQ(GetMenuItemCount(menu), 0);
-    EXPECT_EQ(handler.Query(menu), 3);
-    DestroyMenu(menu);
+    expectNothing("CreatePopupMenu", 0);
+    EXPECT_EQ(GetMenuItemCount(menu_), 0);
+    EXPECT_EQ(handler.Query(menu_), 3);
 }

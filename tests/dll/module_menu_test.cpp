@@ -3,8 +3,6 @@
 #include "tests/dll/modulehost.h"
 
 using namespace sndxtest;
-using testing::Contains;
-using testing::IsEmpty;
 
 namespace
 {
@@ -15,16 +13,14 @@ const std::string initialize = "LSendoraContextMenu::Initialize ";
 const std::string query = "LSendoraContextMenu::QueryContextMenu ";
 const std::string queryInterface = "LSendoraContextMenu::QueryInterface ";
 
-// A menu of the shell's, as text: one line an item, those of a submenu indented.
+// A menu of the shell's with two items, as text: one line an item, those of a submenu indented.
 class ShellMenu
 {
   public:
     ShellMenu()
     {
-        for (const WCHAR* text : {TEXT("Before"), TEXT("After")})
-        {
-            AppendMenuW(menu_, MF_STRING, nextId_++, text);
-        }
+        AppendMenuW(menu_, MF_STRING, 1, TEXT("Before"));
+        AppendMenuW(menu_, MF_STRING, 2, TEXT("After"));
     }
     ~ShellMenu() { DestroyMenu(menu_); }
     ShellMenu(const ShellMenu&) = delete;
@@ -40,23 +36,21 @@ class ShellMenu
         Lines lines;
         for (int i = 0; i < GetMenuItemCount(menu); ++i)
         {
-            const auto position = static_cast<UINT>(i);
             WCHAR text[100] = {};
-            GetMenuStringW(menu, position, text, 100, MF_BYPOSITION);
+            GetMenuStringW(menu, static_cast<UINT>(i), text, 100, MF_BYPOSITION);
             const HMENU popup = GetSubMenu(menu, i);
+            const std::string rest = popup == nullptr ? " " + std::to_string(GetMenuItemID(menu, i)) : ":";
+            lines.push_back(indent + Utf8(text) + rest);
             if (popup != nullptr)
             {
-                lines.push_back(indent + Utf8(text) + ":");
                 lines = Join({lines, ItemsOf(popup, indent + "  ")});
                 continue;
             }
-            lines.push_back(indent + Utf8(text) + " " + std::to_string(GetMenuItemID(menu, i)));
-            EXPECT_EQ(GetMenuState(menu, position, MF_BYPOSITION), UINT{MF_STRING | MF_ENABLED});
+            EXPECT_EQ(GetMenuState(menu, static_cast<UINT>(i), MF_BYPOSITION), UINT{MF_STRING | MF_ENABLED});
         }
         return lines;
     }
-    HMENU menu_ = CreatePopupMenu();
-    UINT_PTR nextId_ = 1;
+    const HMENU menu_ = CreatePopupMenu();
 };
 
 std::string HelpText(MenuHandler& handler, UINT_PTR offset, UINT size)
@@ -81,30 +75,20 @@ TEST_F(ModuleMenu, RightClickTracesEveryStep)
     Module module;
     TraceCapture trace;
     {
-        const auto factory = module.Factory(menuClass);
-        EXPECT_THAT(trace.Texts(), AreLines({menuGuidLine, ObjectLine(factory.Get())}));
-        trace.Restart();
-        ComRef<IContextMenu> menu;
-        ASSERT_EQ(factory->CreateInstance(nullptr, IID_IContextMenu, menu.Receive()), S_OK);
-        EXPECT_THAT(trace.Texts(), AreLines({ObjectLine(menu.Get()), queryInterface,
-                                             "GUID = 000214e4 0000 0000 c000 000000000046"}));
-        trace.Restart();
-        ComRef<IShellExtInit> init;
-        ASSERT_EQ(menu->QueryInterface(IID_IShellExtInit, init.Receive()), S_OK);
-        EXPECT_EQ(init->Initialize(nullptr, MakeDropDataObject({first, second}).get(), nullptr), S_OK);
-        const ShellMenu shellMenu;
-        EXPECT_EQ(menu->QueryContextMenu(shellMenu.Handle(), 0, 1, 1000, CMF_NORMAL), 3);
-        WCHAR help[50];
-        EXPECT_EQ(menu->GetCommandString(1, GCS_HELPTEXTW, nullptr, reinterpret_cast<CHAR*>(help), 50), S_OK);
-        CMINVOKECOMMANDINFO info = {};
-        info.cbSize = sizeof info;
-        info.lpVerb = MAKEINTRESOURCEA(0);
-        EXPECT_EQ(menu->InvokeCommand(&info), E_FAIL); // there is no main program
+        MenuHandler handler(module, {first, second});
+        const ShellMenu menu;
+        EXPECT_EQ(handler.Query(menu.Handle()), 3);
+        EXPECT_EQ(HelpText(handler, 1, 50), "Mit Sendora herunterladen");
+        EXPECT_EQ(handler.Invoke(0), E_FAIL); // there is no main program
     }
     EXPECT_THAT(trace.Texts(),
-                AreLines(Join({{queryInterface, "GUID = 000214e8 0000 0000 c000 000000000046", initialize,
-                                initialize + first, initialize + second, query, query + "file: " + first,
-                                "CheckPaths", query + "Checking folder: C:\\Konten\\B"},
+                AreLines(Join({{"GUID = 75c582e7 666b 4191 9085 2b1f99d4cbcc",
+                                "LComDiagnostic::ObjectCreate this=...", // factory
+                                "LComDiagnostic::ObjectCreate this=...", // handler
+                                queryInterface, "GUID = 000214e8 0000 0000 c000 000000000046", queryInterface,
+                                "GUID = 000214e4 0000 0000 c000 000000000046", initialize, initialize + first,
+                                initialize + second, query, query + "file: " + first, "CheckPaths",
+                                query + "Checking folder: C:\\Konten\\B"},
                                WalkLines(first, {"C:\\Konten\\B"}),
                                {query + "Checking folder: C:\\Konten\\Grün"},
                                WalkLines(first, {"C:\\Konten\\Grün"}),
@@ -131,7 +115,6 @@ TEST_F(ModuleMenu, UnusableDataIsRefusedAndNothingOfItKept)
     } cases[] = {
         {"no such format", {"C:\\A\\x"}, {.noDropFormat = true}},
         {"failing", {"C:\\A\\x"}, {.failGetData = true}},
-        {"no memory", {"C:\\A\\x"}, {.nullBlock = true}},
         {"no memory, with an owner", {"C:\\A\\x"}, {.nullBlock = true, .withOwner = true}},
         {"no paths", {}, {.withOwner = true}},
     };
@@ -147,10 +130,7 @@ TEST_F(ModuleMenu, UnusableDataIsRefusedAndNothingOfItKept)
         const ShellMenu menu;
         EXPECT_EQ(handler.Query(menu.Handle()), nothingAdded);
     }
-    MenuHandler handler(module);
-    const TraceCapture trace;
-    EXPECT_EQ(handler.Init()->Initialize(nullptr, nullptr, nullptr), E_INVALIDARG);
-    EXPECT_THAT(trace.Texts(), AreLines({initialize}));
+    EXPECT_EQ(MenuHandler(module).Init()->Initialize(nullptr, nullptr, nullptr), E_INVALIDARG);
 }
 
 TEST_F(ModuleMenu, SelectionIsReadFromWideAndNarrowDataAndReleased)
@@ -177,47 +157,37 @@ TEST_F(ModuleMenu, SubmenuIsInsertedAtTheShellsPositionWithTheShellsIdentifiers)
 {
     AddItemsAsAccount();
     const std::string file = Items().File("sub\\a.txt");
-    const std::string folder = Items().Folder("sub");
+    const std::string folder = Items().Path() + "\\sub";
     const Module module;
-    const auto added = [](const std::string& path, unsigned first)
-    {
-        Lines lines = {"Sendora:", "  Hochladen " + std::to_string(first),
-                       "  Herunterladen " + std::to_string(first + 1)};
-        if (!path.ends_with("sub"))
-        {
-            lines.push_back("  Löschen " + std::to_string(first + 2));
-        }
-        return lines;
-    };
     for (const std::string& path : {file, folder, Items().Path() + "\\missing"})
     {
-        SCOPED_TRACE(path);
+        const bool isFile = path != folder;
+        const auto added = [isFile](unsigned first)
+        {
+            const auto item = [&](const char* text) { return text + std::to_string(first++); };
+            Lines lines = {"Sendora:", item("  Hochladen "), item("  Herunterladen ")};
+            lines.insert(lines.end(), isFile ? 1 : 0, item("  Löschen "));
+            return lines;
+        };
         MenuHandler handler(module, {path});
-        const HRESULT used = path == folder ? 2 : 3;
-        {
-            const ShellMenu menu;
-            EXPECT_EQ(handler.Query(menu.Handle(), 1, 100, 200), used);
-            EXPECT_EQ(menu.Items(), Join({{"Before 1"}, added(path, 100), {"After 2"}}));
-        }
-        {
-            const ShellMenu menu;
-            EXPECT_EQ(handler.Query(menu.Handle(), 0, 0x7000, 0x7002), used);
-            EXPECT_EQ(handler.Query(menu.Handle(), 3, 0, 2), used); // asked twice it answers twice
-            EXPECT_EQ(menu.Items(), Join({added(path, 0x7000), ShellMenu::Own(), added(path, 0)}));
-        }
+        const ShellMenu menu;
+        EXPECT_EQ(handler.Query(menu.Handle(), 1, 100, 200), isFile ? 3 : 2);
+        EXPECT_EQ(handler.Query(menu.Handle(), 3, 0x7000, 0x7002),
+                  isFile ? 3 : 2); // asked twice it answers twice
+        EXPECT_EQ(menu.Items(), Join({{"Before 1"}, added(100), {"After 2"}, added(0x7000)})) << path;
     }
 }
 
 TEST_F(ModuleMenu, NothingIsAddedWithoutRoomForThreeCommandsOrForADefaultOnlyQuery)
 {
     AddItemsAsAccount();
-    const std::string folder = Items().Folder("sub");
+    Items().File("sub\\a.txt");
     const Module module;
-    MenuHandler inside(module, {folder}); // a folder uses two, and wants room for three
+    MenuHandler inside(module, {Items().Path() + "\\sub"}); // a folder uses two, and wants room for three
     MenuHandler outside(module, {"C:\\x"});
     const ShellMenu menu;
     const auto only = UINT{CMF_DEFAULTONLY};
-    struct
+    const struct
     {
         MenuHandler& handler;
         UINT first;
@@ -225,14 +195,9 @@ TEST_F(ModuleMenu, NothingIsAddedWithoutRoomForThreeCommandsOrForADefaultOnlyQue
         UINT flags;
         HRESULT result;
     } cases[] = {
-        {inside, 100, 101, CMF_NORMAL, nothingAdded},
-        {inside, 100, 99, CMF_NORMAL, nothingAdded},
-        {inside, 0, 1, CMF_NORMAL, nothingAdded},
-        {inside, 100, 101, only, nothingAdded},
-        {inside, 100, 102, only, S_OK},
-        {inside, 100, 102, only | CMF_EXPLORE, S_OK},
-        {outside, 100, 102, only, nothingAdded},
-        {outside, 100, 101, CMF_NORMAL, nothingAdded},
+        {inside, 100, 101, CMF_NORMAL, nothingAdded}, {inside, 100, 99, CMF_NORMAL, nothingAdded},
+        {inside, 0, 1, CMF_NORMAL, nothingAdded},     {inside, 100, 101, only, nothingAdded},
+        {inside, 100, 102, only | CMF_EXPLORE, S_OK}, {outside, 100, 102, only, nothingAdded},
     };
     for (const auto& c : cases)
     {
@@ -247,85 +212,63 @@ TEST_F(ModuleMenu, FirstItemDecides)
 {
     AddItemsAsAccount();
     const std::string file = Items().File("sub\\a.txt");
-    const std::string folder = Items().Folder("sub");
+    const std::string folder = Items().Path() + "\\sub";
     const Module module;
-    const std::string outside = "C:\\elsewhere\\b";
-    struct
-    {
-        std::vector<std::string> paths;
-        HRESULT result;
-    } cases[] = {
-        {{file, outside, folder}, 3},           {{folder, file}, 2},
-        {{outside, file}, nothingAdded},        {{Items().Path()}, nothingAdded},
-        {{Items().Path(), file}, nothingAdded},
-    };
-    for (const auto& c : cases)
-    {
-        MenuHandler handler(module, c.paths);
-        const ShellMenu menu;
-        const TraceCapture trace;
-        EXPECT_EQ(handler.Query(menu.Handle()), c.result) << c.paths[0];
-        EXPECT_EQ(menu.Items().size(), c.result == nothingAdded ? 2u : 3u + static_cast<unsigned>(c.result));
-        const bool belongs = c.result != nothingAdded;
-        EXPECT_THAT(trace.Texts(), AreLines(Join({{query, query + "file: " + c.paths[0], "CheckPaths",
-                                                   query + "Checking folder: " + Items().Path()},
-                                                  WalkLines(c.paths[0], {Items().Path()}),
-                                                  {query + (belongs ? "Does belong" : "Does NOT belong")}})));
-    }
+    const ShellMenu menu;
+    EXPECT_EQ(MenuHandler(module, {file, "C:\\elsewhere", folder}).Query(menu.Handle()), 3);
+    EXPECT_EQ(MenuHandler(module, {folder, file}).Query(menu.Handle()), 2);
+    EXPECT_EQ(MenuHandler(module, {"C:\\elsewhere", file}).Query(menu.Handle()), nothingAdded);
+    EXPECT_EQ(MenuHandler(module, {Items().Path(), file}).Query(menu.Handle()), nothingAdded);
+    EXPECT_EQ(menu.Items().size(), 2u + (1 + 3) + (1 + 2));
 }
 
 TEST_F(ModuleMenu, SecondInitializeAppends)
 {
-    AddItemsAsAccount();
-    const std::string file = Items().File("a.txt");
+    AddAccount("A", "C:\\A");
     const Module module;
     MenuHandler handler(module);
     const ShellMenu menu;
+    const TraceCapture trace;
+    EXPECT_EQ(handler.Query(menu.Handle()), nothingAdded); // no selection yet
+    EXPECT_EQ(trace.Texts(), (Lines{query, query + "Does NOT belong"}));
+    for (const char* path : {"C:\\A\\x", "C:\\elsewhere"})
     {
-        const TraceCapture trace;
-        EXPECT_EQ(handler.Query(menu.Handle()), nothingAdded); // no selection yet
-        EXPECT_THAT(trace.Texts(), AreLines({query, query + "Does NOT belong"}));
+        EXPECT_EQ(handler.Select({path}), S_OK);
+        EXPECT_EQ(handler.Query(menu.Handle()), 3); // the first one ever decides
     }
-    EXPECT_EQ(handler.Select({"C:\\elsewhere"}), S_OK);
-    EXPECT_EQ(handler.Select({file}), S_OK);
-    EXPECT_EQ(handler.Select({}), E_INVALIDARG);
-    EXPECT_EQ(handler.Query(menu.Handle()), nothingAdded); // the first one ever decides
-    MenuHandler other(module, {file});
-    EXPECT_EQ(other.Select({"C:\\elsewhere"}), S_OK);
-    EXPECT_EQ(other.Query(menu.Handle()), 3);
 }
 
 TEST_F(ModuleMenu, HelpTextsOfAllCommandsWhateverWasAdded)
 {
     const Module module;
     MenuHandler handler(module);
-    const std::string texts[] = {"Mit Sendora hochladen", "Mit Sendora herunterladen", "Mit Sendora löschen"};
     const TraceCapture trace;
-    for (UINT_PTR offset = 0; offset < 3; ++offset)
+    UINT_PTR command = 0;
+    for (const std::string text :
+         {"Mit Sendora hochladen", "Mit Sendora herunterladen", "Mit Sendora löschen"})
     {
-        const std::string& text = texts[offset];
         const auto length = static_cast<UINT>(Wide(text).size());
-        EXPECT_EQ(HelpText(handler, offset, 90), text);
-        EXPECT_EQ(HelpText(handler, offset, length + 1), text);
-        EXPECT_EQ(HelpText(handler, offset, length), text.substr(0, text.size() - 1));
-        EXPECT_EQ(HelpText(handler, offset, 5), "Mit ");
-        EXPECT_EQ(HelpText(handler, offset, 1), "");
-        EXPECT_EQ(HelpText(handler, offset, 0), std::string(99, '#')); // untouched
+        EXPECT_EQ(HelpText(handler, command, length + 1), text);
+        EXPECT_EQ(HelpText(handler, command, length), text.substr(0, text.size() - 1));
+        EXPECT_EQ(HelpText(handler, command, 5), "Mit ");
+        EXPECT_EQ(HelpText(handler, command, 0), std::string(99, '#')); // untouched
+        ++command;
     }
     WCHAR buffer[10] = {WCHAR{'#'}};
-    auto* const narrow = reinterpret_cast<CHAR*>(buffer);
-    for (const UINT_PTR offset : {UINT_PTR{3}, UINT_PTR{100}, ~UINT_PTR{0}})
+    const auto refused = [&](UINT_PTR offset, UINT type, WCHAR* out)
     {
-        EXPECT_EQ(handler.Menu()->GetCommandString(offset, GCS_HELPTEXTW, nullptr, narrow, 10), E_INVALIDARG);
-    }
-    for (const UINT type : {UINT{GCS_VERBA}, UINT{GCS_HELPTEXTA}, UINT{GCS_VALIDATEA}, UINT{GCS_VERBW},
-                            UINT{GCS_VALIDATEW}, UINT{7}})
-    {
-        EXPECT_EQ(handler.Menu()->GetCommandString(0, type, nullptr, narrow, 10), E_INVALIDARG) << type;
-    }
-    EXPECT_EQ(handler.Menu()->GetCommandString(0, GCS_HELPTEXTW, nullptr, nullptr, 10), E_INVALIDARG);
+        EXPECT_EQ(handler.Menu()->GetCommandString(offset, type, nullptr, reinterpret_cast<CHAR*>(out), 10),
+                  E_INVALIDARG)
+            << offset << " " << type;
+    };
+    refused(3, GCS_HELPTEXTW, buffer);
+    refused(~UINT_PTR{0}, GCS_HELPTEXTW, buffer);
+    refused(0, GCS_VERBW, buffer);
+    refused(0, GCS_HELPTEXTA, buffer);
+    refused(0, GCS_VALIDATEW, buffer);
+    refused(0, GCS_HELPTEXTW, nullptr);
     EXPECT_EQ(buffer[0], WCHAR{'#'});
-    EXPECT_EQ(trace.Texts(), Lines(3 * 6 + 3 + 6 + 1, "LSendoraContextMenu::GetCommandString"));
+    EXPECT_EQ(trace.Texts(), Lines(3 * 4 + 6, "LSendoraContextMenu::GetCommandString"));
 }
 
 TEST_F(ModuleMenu, VerbsInWordsAreRefusedBeforeAnythingIsDone)

@@ -1,14 +1,16 @@
-// The overlay identifier: which items get the icon, where the icon comes from, and what is traced.
+// The overlay identifier: which items get the icon, where the icon comes from, when the account table behind
+// the answers is loaded anew, and what is traced.
 
 #include <atomic>
 #include <thread>
 
-#include "tests/dll/archiveattribute.h"
 #include "tests/dll/modulehost.h"
+#ifdef _WIN32
+#include "tests/dll/moduleimports.h"
+#endif
 
 using namespace sndxtest;
 using testing::Contains;
-using testing::Each;
 using testing::Not;
 
 namespace
@@ -19,80 +21,61 @@ HRESULT Ask(IShellIconOverlayIdentifier* overlay, const std::string& path, DWORD
 {
     return overlay->IsMemberOf(Wide(path).c_str(), attributes);
 }
+
+// What the module reads as the archive attribute of every item.
+#ifdef _WIN32
+// Wine gives every file the attribute and no folder, and lets nobody change that: the module's import of
+// GetFileAttributesW is replaced.
+bool g_archive = false;
+
+DWORD WINAPI AttributesWithArchive(LPCWSTR path)
+{
+    const DWORD attributes = GetFileAttributesW(path);
+    const DWORD others = attributes & ~DWORD{FILE_ATTRIBUTE_ARCHIVE};
+    return attributes == INVALID_FILE_ATTRIBUTES ? attributes
+                                                 : others | (g_archive ? FILE_ATTRIBUTE_ARCHIVE : 0);
+}
+
+void SetArchive(const Module& module, const std::string&, bool set)
+{
+    g_archive = set;
+    ReplaceImport(module.Handle(), "GetFileAttributesW", reinterpret_cast<void*>(&AttributesWithArchive));
+}
+#else
+void SetArchive(const Module&, const std::string& path, bool set)
+{
+    const DWORD others = GetFileAttributesW(Wide(path).c_str()) & ~DWORD{FILE_ATTRIBUTE_ARCHIVE};
+    SetFileAttributesW(Wide(path).c_str(), others | (set ? FILE_ATTRIBUTE_ARCHIVE : 0));
+}
+#endif
 } // namespace
 
 TEST_F(ModuleOverlay, ArchiveAttributeOfTheItemItselfDecidesInsideAnAccountFolder)
 {
     AddItemsAsAccount();
-    const std::string& root = Items().Path();
     const std::string file = Items().File("sub\\a.txt");
-    const std::string folder = Items().Folder("sub");
+    const std::string folder = Items().Path() + "\\sub";
+    const std::string missing = Items().Path() + "\\missing";
     const Module module;
-    ArchiveAttribute archive(module.Handle());
     const auto overlay = module.Overlay();
-    struct
+    for (const bool set : {true, false})
     {
-        std::string path;
-        bool set;
-        HRESULT result;
-    } cases[] = {
-        {file, true, S_OK},
-        {file, false, S_FALSE},
-        {folder, true, S_OK},
-        {folder, false, S_FALSE},
-        {root + "\\missing", false, S_OK}, // attributes that cannot be read count as set
-    };
-    for (const auto& c : cases)
-    {
-        archive.Set(c.path, c.set);
-        // The shell's own idea of the attributes is not used.
-        for (const DWORD passed : {DWORD{0}, DWORD{FILE_ATTRIBUTE_ARCHIVE}, DWORD{0xFFFFFFFF}})
+        for (const std::string& path : {file, folder, missing})
         {
-            const TraceCapture trace;
-            EXPECT_EQ(Ask(overlay.Get(), c.path, passed), c.result) << c.path << c.set;
-            EXPECT_THAT(trace.Texts(), AreLines(Join({{"CheckPaths"},
-                                                      WalkLines(c.path, {root}),
-                                                      {"LShellExt::IsMemberOf returned: " +
-                                                       std::to_string(c.result == S_OK ? 1 : 0)}})));
+            const bool shown = set || path == missing; // attributes that cannot be read count as set
+            SetArchive(module, path, set);
+            // The shell's own idea of the attributes is not used.
+            for (const DWORD passed : {DWORD{0}, DWORD{0xFFFFFFFF}})
+            {
+                const TraceCapture trace;
+                EXPECT_EQ(Ask(overlay.Get(), path, passed), shown ? S_OK : S_FALSE) << path << set;
+                const std::string answer = "LShellExt::IsMemberOf returned: ";
+                EXPECT_EQ(trace.Texts(), Join({{"CheckPaths"},
+                                               WalkLines(path, {Items().Path()}),
+                                               {answer + (shown ? "1" : "0")}}));
+            }
         }
     }
-}
-
-TEST_F(ModuleOverlay, ItemsOutsideEveryAccountFolderGetNoIcon)
-{
-    AddItemsAsAccount();
-    AddAccount("Other", "C:\\Other");
-    const std::string& root = Items().Path();
-    Items().File("a.txt");
-    const Module module;
-    const auto overlay = module.Overlay();
-    // The folder itself, a sibling whose name begins with its name, nothing at all.
-    for (const std::string& path : {root, root + "other\\a", std::string("C:\\"), std::string()})
-    {
-        const TraceCapture trace;
-        EXPECT_EQ(Ask(overlay.Get(), path), S_FALSE) << path;
-        EXPECT_THAT(trace.Texts(),
-                    AreLines(Join({{"CheckPaths"},
-                                   WalkLines(path, {"C:\\Other", root}),
-                                   {"LShellExt::IsMemberOf returned false because !bFound"}})));
-    }
-    EXPECT_EQ(overlay->IsMemberOf(nullptr, 0), S_FALSE);
-}
-
-TEST_F(ModuleOverlay, OverlongPathIsReportedAndBelongsNowhere)
-{
-    AddAccount("A", "C:\\A");
-    const Module module;
-    const auto overlay = module.Overlay();
-    const auto path = [](std::size_t length) { return "C:\\A\\" + std::string(length - 5, 'x'); };
-    EXPECT_EQ(Ask(overlay.Get(), path(259)), S_OK); // not there: its attributes cannot be read
-    const TraceCapture trace;
-    EXPECT_EQ(Ask(overlay.Get(), path(261)), S_FALSE);
-    const Lines lines = trace.Texts();
-    ASSERT_EQ(lines.size(), 5u);
-    EXPECT_EQ(lines[1], ("FileBelongsToFolder: " + path(261)).substr(0, 21 + 259)); // values are cut there
-    EXPECT_EQ(lines[3], "**LFile::_GetFolderFromPath szPath is too long");
-    EXPECT_EQ(lines[4], "LShellExt::IsMemberOf returned false because !bFound");
 }
 
 TEST_F(ModuleOverlay, IconIsTheFirstOneOfTheModule)
@@ -100,57 +83,34 @@ TEST_F(ModuleOverlay, IconIsTheFirstOneOfTheModule)
     const Module module;
     const auto overlay = module.Overlay();
     WCHAR own[1024];
-    const DWORD length = GetModuleFileNameW(module.Handle(), own, 1024);
-    const std::string path = Utf8(own);
-    ASSERT_EQ(path.size(), length) << "the path of the build has to be plain text";
-
-    const TraceCapture trace;
-    for (const int size : {1024, static_cast<int>(length) + 1, static_cast<int>(length), 5, 1})
+    const auto length = static_cast<int>(GetModuleFileNameW(module.Handle(), own, 1024));
+    for (const int size : {1024, length + 1, length, 5, 1}) // a path that does not fit is cut
     {
         std::vector<WCHAR> buffer(1024 + 1, WCHAR{'#'});
         int index = -1;
         DWORD flags = 0;
         EXPECT_EQ(overlay->GetOverlayInfo(buffer.data(), size, &index, &flags), S_OK);
-        EXPECT_EQ(Utf8(buffer.data()), path.substr(0, static_cast<std::size_t>(size) - 1)) << size;
+        EXPECT_EQ(WideString(buffer.data()),
+                  WideString(own, static_cast<std::size_t>(std::min(size - 1, length))));
         EXPECT_EQ(buffer[static_cast<std::size_t>(size)], WCHAR{'#'}); // not one character too many
         EXPECT_EQ(index, 0);
         EXPECT_EQ(flags, 3u);
     }
     WCHAR buffer[8] = {WCHAR{'#'}};
-    int index = 0;
+    int number = -1;
     DWORD flags = 0;
-    EXPECT_EQ(overlay->GetOverlayInfo(buffer, 0, &index, &flags), E_INVALIDARG);
-    EXPECT_EQ(overlay->GetOverlayInfo(buffer, -1, &index, &flags), E_INVALIDARG);
-    EXPECT_EQ(overlay->GetOverlayInfo(nullptr, 8, &index, &flags), E_INVALIDARG);
+    EXPECT_EQ(overlay->GetOverlayInfo(buffer, 0, &number, &flags), E_INVALIDARG);
+    EXPECT_EQ(overlay->GetOverlayInfo(buffer, -1, &number, &flags), E_INVALIDARG);
+    EXPECT_EQ(overlay->GetOverlayInfo(nullptr, 8, &number, &flags), E_INVALIDARG);
     EXPECT_EQ(overlay->GetOverlayInfo(buffer, 8, nullptr, &flags), E_INVALIDARG);
-    EXPECT_EQ(overlay->GetOverlayInfo(buffer, 8, &index, nullptr), E_INVALIDARG);
+    EXPECT_EQ(overlay->GetOverlayInfo(buffer, 8, &number, nullptr), E_INVALIDARG);
     EXPECT_EQ(buffer[0], WCHAR{'#'});
-
-    int priority = -1;
-    EXPECT_EQ(overlay->GetPriority(&priority), S_OK);
-    EXPECT_EQ(priority, 0);
+    EXPECT_EQ(overlay->GetPriority(&number), S_OK);
+    EXPECT_EQ(number, 0);
     EXPECT_EQ(overlay->GetPriority(nullptr), E_FAIL);
-    EXPECT_THAT(trace.Texts(), testing::IsEmpty());
 }
 
 // --- The account table behind the answers ------------------------------------------------------------------
-
-TEST_F(ModuleOverlay, AccountsAreWalkedFromTheLastListedToTheFirst)
-{
-    AddAccount("A", "C:\\A");
-    AddAccount("B", "");
-    AddAccount("C", "C:\\C");
-    AddAccount("D", "C:\\D\\");
-    const Module module;
-    const auto overlay = module.Overlay();
-    const TraceCapture trace;
-    EXPECT_EQ(Ask(overlay.Get(), "C:\\C\\x"), S_OK);
-    EXPECT_THAT(trace.Texts(), AreLines(Join({{"CheckPaths"},
-                                              WalkLines("C:\\C\\x", {"C:\\D\\", "C:\\C"}),
-                                              {"LShellExt::IsMemberOf returned: 1"}})));
-    EXPECT_EQ(Ask(overlay.Get(), "c:\\d\\x"), S_OK);
-    EXPECT_EQ(Ask(overlay.Get(), "C:\\A\\deep\\er\\x"), S_OK);
-}
 
 SNDX_CHILD(AnnounceAChange)
 {
@@ -160,7 +120,7 @@ SNDX_CHILD(AnnounceAChange)
     return trace.Texts() == Lines{"StateChanged"} ? 0 : 2;
 }
 
-TEST_F(ModuleOverlay, TableIsReloadedAfterAChangeInAnotherProcessAndOnlyThen)
+TEST_F(ModuleOverlay, TableIsReloadedAfterAChangeInAnyProcessAndOnlyThen)
 {
     AddAccount("Gone", "C:\\Gone");
     const Module module;
@@ -176,49 +136,39 @@ TEST_F(ModuleOverlay, TableIsReloadedAfterAChangeInAnotherProcessAndOnlyThen)
     ASSERT_EQ(ChildProcess("AnnounceAChange", {}).Wait(), 0);
     trace.Restart(); // the other host's trace has the same name and ends with an unload
     EXPECT_EQ(Ask(overlay.Get(), "C:\\Gone\\x"), S_FALSE);
-    EXPECT_THAT(trace.Texts(), AreLines(Join({{"CheckPaths"},
-                                              LoadLines({"C:\\New"}),
-                                              WalkLines("C:\\Gone\\x", {"C:\\New"}),
-                                              {"LShellExt::IsMemberOf returned false because !bFound"}})));
+    EXPECT_EQ(WithoutSettings(trace.Texts()),
+              Join({{"CheckPaths"},
+                    LoadLines({"C:\\New"}),
+                    WalkLines("C:\\Gone\\x", {"C:\\New"}),
+                    {"LShellExt::IsMemberOf returned false because !bFound"}}));
     trace.Restart();
     EXPECT_EQ(Ask(overlay.Get(), "C:\\New\\x"), S_OK);
     EXPECT_THAT(trace.Texts(), Not(Contains("LoadPaths"))); // once is enough
-}
 
-TEST_F(ModuleOverlay, OwnChangeIsSeenAtTheNextQueryToo)
-{
-    const Module module;
-    const auto overlay = module.Overlay();
-    AddAccount("New", "C:\\New");
-    TraceCapture trace;
+    Sleep(20); // the stamp is the time of the change
+    RemoveAllSettings();
     module.StateChanged();
-    EXPECT_THAT(trace.Texts(), AreLines({"StateChanged"}));
-    trace.Restart();
-    EXPECT_EQ(Ask(overlay.Get(), "C:\\New\\x"), S_OK);
-    EXPECT_THAT(trace.Texts(), Contains("LoadPaths"));
+    EXPECT_EQ(Ask(overlay.Get(), "C:\\New\\x"), S_FALSE);
 }
 
 TEST_F(ModuleOverlay, WithoutTheSharedStampTheTableStaysAsLoaded)
 {
     // Another kind of object has taken the name.
     const HANDLE taken = CreateMutexW(nullptr, FALSE, TEXT("SharedMemoryForsndxdll"));
-    ASSERT_NE(taken, nullptr);
     AddAccount("A", "C:\\A");
     {
         const Module module;
-        const Lines loaded = WholeTrace();
-        EXPECT_THAT(loaded,
+        EXPECT_THAT(WholeTrace(),
                     Contains(testing::StartsWith(
                         "LIPCSharedMemoryBuffer::_Create CreateFileMapping failed returned error: ")));
-        EXPECT_THAT(loaded, Contains("LoadPaths Add: pNew->szFolderPath"));
         const auto overlay = module.Overlay();
         RemoveAllSettings();
         const TraceCapture trace;
         module.StateChanged();
         EXPECT_EQ(Ask(overlay.Get(), "C:\\A\\x"), S_OK);
-        EXPECT_THAT(trace.Texts(), AreLines(Join({{"StateChanged", "CheckPaths"},
-                                                  WalkLines("C:\\A\\x", {"C:\\A"}),
-                                                  {"LShellExt::IsMemberOf returned: 1"}})));
+        EXPECT_EQ(trace.Texts(), Join({{"StateChanged", "CheckPaths"},
+                                       WalkLines("C:\\A\\x", {"C:\\A"}),
+                                       {"LShellExt::IsMemberOf returned: 1"}}));
     }
     CloseHandle(taken);
 }
@@ -231,27 +181,23 @@ TEST_F(ModuleOverlay, ManyThreadsAskWhileAnotherAnnouncesChanges)
     const Module module;
     const auto overlay = module.Overlay();
     const TraceCapture trace;
-    constexpr int askers = 4;
-    constexpr int rounds = 40;
-    std::atomic<int> running = askers;
+    std::atomic<int> running = 4;
     std::atomic<int> wrong = 0;
     std::vector<std::thread> threads;
-    for (int i = 0; i < askers; ++i)
+    for (const std::string& path : {file, std::string("C:\\Elsewhere\\1"), file, std::string("C:\\2")})
     {
         threads.emplace_back(
-            [&, i]
+            [&, path]
             {
-                const std::string path = i % 2 == 0 ? file : "C:\\Elsewhere\\" + std::to_string(i);
-                for (int round = 0; round < rounds; ++round)
+                for (int round = 0; round < 40; ++round)
                 {
-                    wrong += Ask(overlay.Get(), path) == (i % 2 == 0 ? S_OK : S_FALSE) ? 0 : 1;
+                    wrong += Ask(overlay.Get(), path) == (path == file ? S_OK : S_FALSE) ? 0 : 1;
                     Sleep(1);
                 }
                 --running;
             });
     }
-    int announced = 0;
-    for (; running > 0; ++announced)
+    while (running > 0)
     {
         module.StateChanged();
         Sleep(3);
@@ -261,17 +207,7 @@ TEST_F(ModuleOverlay, ManyThreadsAskWhileAnotherAnnouncesChanges)
         thread.join();
     }
     EXPECT_EQ(wrong, 0);
-    const std::vector<TraceLine> lines = trace.Lines();
-    const auto count = [&](const std::string& text)
-    {
-        return std::count_if(lines.begin(), lines.end(),
-                             [&](const TraceLine& line) { return line.text == text; });
-    };
-    // A writer that finds the file taken again and again gives its line up after seconds; that is rare.
-    const auto nearly = [](int all) { return testing::AllOf(testing::Ge(all - all / 10), testing::Le(all)); };
-    EXPECT_THAT(count("CheckPaths"), nearly(askers * rounds));
-    EXPECT_THAT(count("LShellExt::IsMemberOf returned: 1"), nearly(askers / 2 * rounds));
-    EXPECT_THAT(count("StateChanged"), nearly(announced));
-    EXPECT_GT(count("LoadPaths"), 0);
-    EXPECT_EQ(std::count_if(lines.begin(), lines.end(), [](const TraceLine& line) { return line.error; }), 0);
+    const Lines lines = trace.Texts(); // a few may be missing, of writers that found the file always taken
+    EXPECT_GT(std::count(lines.begin(), lines.end(), "LoadPaths"), 1);
+    EXPECT_THAT(lines, Not(Contains(testing::StartsWith("**"))));
 }

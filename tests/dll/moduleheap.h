@@ -2,10 +2,10 @@
 // The runtime's heap as the module uses it, from its first constructor on: every block it takes and gives
 // back, and the choice of one request that fails.
 
+#include <algorithm>
 #include <cstdlib>
 #include <map>
 #include <string>
-#include <vector>
 
 #include <malloc.h>
 
@@ -15,149 +15,121 @@
 
 namespace sndxtest
 {
-struct HeapRequest
-{
-    std::string function;
-    std::size_t size = 0; // bytes in all
-    std::size_t alignment = 0;
-
-    bool operator==(const HeapRequest&) const = default;
-};
-
-inline std::ostream& operator<<(std::ostream& stream, const HeapRequest& request)
-{
-    return stream << request.function << "(" << request.size << ", " << request.alignment << ")";
-}
-
 // Watches the module that is loaded during its life, in one thread. One at a time.
 class ModuleHeap
 {
   public:
-    // The request number failing, counted from 1, gets nothing; 0 for none.
+    // The request number `failing`, counted from 1, gets nothing; 0 for none.
     explicit ModuleHeap(const std::string& fileName, std::size_t failing = 0) : hooks_(fileName, &Install)
     {
-        state_ = {failing, {}, {}};
+        state_ = {failing, 0, {}, {}};
     }
     ModuleHeap(const ModuleHeap&) = delete;
     ModuleHeap& operator=(const ModuleHeap&) = delete;
 
-    static const std::vector<HeapRequest>& Requests() { return state_.requests; }
-    static bool HasFailed() { return state_.failing != 0 && state_.requests.size() >= state_.failing; }
-    static const HeapRequest& Failed() { return state_.requests.at(state_.failing - 1); }
-    // Blocks not yet given back.
-    static std::vector<HeapRequest> Live()
+    static std::size_t Requests() { return state_.requests; }
+    static bool HasFailed() { return !state_.failed.empty(); }
+    // The failed request, for messages.
+    static const std::string& Failed() { return state_.failed; }
+    // Blocks taken with the function and not yet given back, or all of them.
+    static std::size_t Live(const std::string& taker = {})
     {
-        std::vector<HeapRequest> live;
-        for (const auto& block : state_.live)
-        {
-            live.push_back(block.second);
-        }
-        return live;
+        return static_cast<std::size_t>(
+            std::count_if(state_.live.begin(), state_.live.end(),
+                          [&](const auto& block) { return taker.empty() || block.second.taker == taker; }));
     }
     // Gives back blocks that the unloaded module has left behind.
     static void ReleaseLive()
     {
         for (const auto& block : std::exchange(state_.live, {}))
         {
-            Return(block.first, block.second.function);
+            block.second.release(block.first);
         }
     }
 
   private:
+    using Release = void (*)(void*);
+    struct Block
+    {
+        std::string taker;
+        Release release; // the one right way
+    };
     struct State
     {
         std::size_t failing;
-        std::vector<HeapRequest> requests;
-        std::map<void*, HeapRequest> live;
+        std::size_t requests;
+        std::string failed;
+        std::map<void*, Block> live;
     };
 
-    static void Install(HMODULE module)
+    static void Install(MappedModule image)
     {
-        ReplaceImport(module, "malloc", reinterpret_cast<void*>(&Malloc));
-        ReplaceImport(module, "calloc", reinterpret_cast<void*>(&Calloc));
-        ReplaceImport(module, "realloc", reinterpret_cast<void*>(&Realloc));
-        ReplaceImport(module, "free", reinterpret_cast<void*>(&Free));
-        ReplaceImport(module, "_aligned_malloc", reinterpret_cast<void*>(&AlignedMalloc));
-        ReplaceImport(module, "_aligned_free", reinterpret_cast<void*>(&AlignedFree));
-        ReplaceImport(module, "HeapAlloc", reinterpret_cast<void*>(&ProcessHeapAlloc));
-        ReplaceImport(module, "HeapFree", reinterpret_cast<void*>(&ProcessHeapFree));
+        const std::pair<const char*, void*> functions[] = {
+            {"malloc", reinterpret_cast<void*>(&Malloc)},
+            {"calloc", reinterpret_cast<void*>(&Calloc)},
+            {"free", reinterpret_cast<void*>(&GiveBack<&std::free>)},
+            {"_aligned_malloc", reinterpret_cast<void*>(&AlignedMalloc)},
+            {"_aligned_free", reinterpret_cast<void*>(&GiveBack<&_aligned_free>)},
+            {"HeapAlloc", reinterpret_cast<void*>(&ProcessHeapAlloc)},
+            {"HeapFree", reinterpret_cast<void*>(&ProcessHeapFree)},
+        };
+        for (const auto& [name, replacement] : functions)
+        {
+            ReplaceImport(image, name, replacement);
+        }
     }
 
     template <class Take>
-    static void* Request(HeapRequest request, Take take)
+    static void* Request(const char* taker, std::size_t size, Release release, Take take)
     {
-        state_.requests.push_back(request);
-        void* const block = state_.requests.size() == state_.failing ? nullptr : take();
-        if (block != nullptr)
+        if (++state_.requests == state_.failing)
         {
-            state_.live[block] = std::move(request);
+            state_.failed = std::string(taker) + " of " + std::to_string(size) + " bytes";
+            return nullptr;
         }
+        void* const block = take();
+        state_.live[block] = {taker, release};
         return block;
     }
     static void* __cdecl Malloc(std::size_t size)
     {
-        return Request({"malloc", size}, [=] { return std::malloc(size); });
+        return Request("malloc", size, &std::free, [=] { return std::malloc(size); });
     }
     static void* __cdecl Calloc(std::size_t count, std::size_t size)
     {
-        return Request({"calloc", count * size}, [=] { return std::calloc(count, size); });
+        return Request("calloc", count * size, &std::free, [=] { return std::calloc(count, size); });
     }
     static void* __cdecl AlignedMalloc(std::size_t size, std::size_t alignment)
     {
-        return Request({"_aligned_malloc", size, alignment},
+        return Request("_aligned_malloc", size, &_aligned_free,
                        [=] { return _aligned_malloc(size, alignment); });
-    }
-    static void* __cdecl Realloc(void* old, std::size_t size)
-    {
-        return Request({"realloc", size},
-                       [=]
-                       {
-                           EXPECT_TRUE(old == nullptr || state_.live.erase(old) == 1)
-                               << "a block that is not the module's grows";
-                           return std::realloc(old, size);
-                       });
     }
     static void* WINAPI ProcessHeapAlloc(HANDLE heap, DWORD flags, SIZE_T size)
     {
-        return Request({"HeapAlloc", size}, [=] { return HeapAlloc(heap, flags, size); });
+        return Request("HeapAlloc", size, &FreeToProcessHeap, [=] { return HeapAlloc(heap, flags, size); });
     }
 
-    static void Return(void* block, const std::string& function)
-    {
-        if (function == "_aligned_malloc")
-        {
-            _aligned_free(block);
-        }
-        else if (function == "HeapAlloc")
-        {
-            HeapFree(GetProcessHeap(), 0, block);
-        }
-        else
-        {
-            std::free(block);
-        }
-    }
     // Only blocks of the module, and each the way it was taken; anything else would be the end of a host.
-    static bool GiveBack(void* block, const std::string& releaser)
+    template <Release release>
+    static void __cdecl GiveBack(void* block)
     {
         const auto found = state_.live.find(block);
-        if (found == state_.live.end())
+        if (block == nullptr || found == state_.live.end())
         {
-            EXPECT_EQ(block, nullptr) << "not a block of the module, or no longer: " << releaser;
-            return false;
+            EXPECT_EQ(block, nullptr) << "not a block of the module, or no longer";
+            return;
         }
-        const std::string taker = found->second.function;
-        const std::string wanted = taker == "_aligned_malloc" ? "_aligned_free"
-                                   : taker == "HeapAlloc"     ? "HeapFree"
-                                                              : "free";
-        EXPECT_EQ(releaser, wanted);
+        EXPECT_EQ(release, found->second.release) << "not the way to give back " << found->second.taker;
+        const Release right = found->second.release;
         state_.live.erase(found);
-        Return(block, taker);
-        return true;
+        right(block);
     }
-    static void __cdecl Free(void* block) { GiveBack(block, "free"); }
-    static void __cdecl AlignedFree(void* block) { GiveBack(block, "_aligned_free"); }
-    static BOOL WINAPI ProcessHeapFree(HANDLE, DWORD, LPVOID block) { return GiveBack(block, "HeapFree"); }
+    static BOOL WINAPI ProcessHeapFree(HANDLE, DWORD, LPVOID block)
+    {
+        GiveBack<&FreeToProcessHeap>(block);
+        return TRUE;
+    }
+    static void FreeToProcessHeap(void* block) { HeapFree(GetProcessHeap(), 0, block); }
 
     inline static State state_{};
     const BeforeConstruction hooks_;

@@ -33,12 +33,6 @@ inline constexpr GUID overlayClass = {
     0x041C6567, 0x1AB1, 0x4B57, {0xBD, 0x0F, 0xD9, 0x1A, 0xC4, 0x6B, 0x97, 0x3B}};
 inline constexpr GUID menuClass = {
     0x75C582E7, 0x666B, 0x4191, {0x90, 0x85, 0x2B, 0x1F, 0x99, 0xD4, 0xCB, 0xCC}};
-inline constexpr GUID unknownClass = {
-    0x041C6567, 0x1AB1, 0x4B57, {0xBD, 0x0F, 0xD9, 0x1A, 0xC4, 0x6B, 0x97, 0x3C}};
-
-inline constexpr char overlayGuidLine[] = "GUID = 041c6567 1ab1 4b57 bd0f d91ac46b973b";
-inline constexpr char menuGuidLine[] = "GUID = 75c582e7 666b 4191 9085 2b1f99d4cbcc";
-
 // A path of the build machine as the target's: drive Z: is the root of its files.
 inline std::string TargetPath(std::string path)
 {
@@ -125,10 +119,7 @@ class Module
     {
         if (FAILED(result))
         {
-            char text[32];
-            std::snprintf(text, sizeof text, "result %08lx",
-                          static_cast<unsigned long>(result) & 0xFFFFFFFFUL);
-            throw std::runtime_error(text);
+            throw std::runtime_error("result " + std::to_string(result));
         }
     }
 
@@ -140,10 +131,13 @@ class Module
 class MenuHandler
 {
   public:
-    explicit MenuHandler(const Module& module)
-        : init_(module.Create<IShellExtInit>(menuClass, IID_IShellExtInit))
+    explicit MenuHandler(ComRef<IShellExtInit> init) : init_(std::move(init))
     {
         Module::Check(init_->QueryInterface(IID_IContextMenu, menu_.Receive()));
+    }
+    explicit MenuHandler(const Module& module)
+        : MenuHandler(module.Create<IShellExtInit>(menuClass, IID_IShellExtInit))
+    {
     }
     MenuHandler(const Module& module, const std::vector<std::string>& paths) : MenuHandler(module)
     {
@@ -173,22 +167,21 @@ class MenuHandler
     ComRef<IContextMenu> menu_;
 };
 
-// A real folder with what a test puts into it, removed with all of it at the end.
+// A real folder with what a test puts into it, removed with all of it at the end. One in each process.
 class ItemFolder
 {
   public:
-    ItemFolder() = default;
+    ItemFolder()
+    {
+        std::filesystem::remove_all(local_); // of a killed process with this identifier
+        std::filesystem::create_directory(local_);
+    }
     ~ItemFolder()
     {
         // A program that the test has started may still be about to end and hold a file open.
         std::error_code error;
-        for (int i = 0; i < 100; ++i)
+        for (int i = 0; i < 100 && (std::filesystem::remove_all(local_, error), error); ++i)
         {
-            std::filesystem::remove_all(local_, error);
-            if (!error)
-            {
-                return;
-            }
             Sleep(20);
         }
     }
@@ -200,14 +193,8 @@ class ItemFolder
     // Files and folders below it; missing folders in between are made.
     std::string File(const std::string& name) const
     {
-        std::string path = path_ + "\\" + name;
         std::filesystem::create_directories(Local(name).parent_path());
-        WriteWholeFile(path, "content");
-        return path;
-    }
-    std::string Folder(const std::string& name) const
-    {
-        std::filesystem::create_directories(Local(name));
+        WriteWholeFile(path_ + "\\" + name, "content");
         return path_ + "\\" + name;
     }
     // The same file for the test's own library calls.
@@ -218,47 +205,90 @@ class ItemFolder
     }
 
   private:
-    static std::filesystem::path MakeNew()
-    {
-        for (int i = 1;; ++i) // process identifiers come again
-        {
-            auto folder =
-                std::filesystem::temp_directory_path() /
-                ("sendora-items-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(i));
-            if (std::filesystem::create_directory(folder))
-            {
-                return folder;
-            }
-        }
-    }
-
-    const std::filesystem::path local_ = MakeNew();
+    const std::filesystem::path local_ =
+        std::filesystem::temp_directory_path() / ("sendora-items-" + std::to_string(GetCurrentProcessId()));
     const std::string path_ = TargetPath(local_.string());
 };
 
-// No settings, no trace files, nobody who serves requests, one account whose folder exists.
+// No settings, no trace files, nobody who serves requests, one folder.
 class ModuleTest : public testing::Test
 {
   protected:
     ModuleTest()
     {
         RemoveTraceFiles();
-        // A main program that an earlier test has started may still be about to end.
-        for (int i = 0; i < 250 && IsPipeThere(); ++i)
-        {
-            Sleep(20);
-        }
-        EXPECT_FALSE(IsPipeThere());
+        WaitUntilNobodyServes();
+    }
+    ~ModuleTest() override { SetEnvironmentVariableW(optionsVariable, nullptr); }
+
+    // A main program that was started earlier may still be about to end.
+    static void WaitUntilNobodyServes()
+    {
+        EXPECT_TRUE(Soon(
+            []
+            {
+                return !WaitNamedPipeW(TEXT("\\\\.\\pipe\\SendoraService"), 1) &&
+                       GetLastError() == ERROR_FILE_NOT_FOUND;
+            }));
     }
 
     const ItemFolder& Items() const { return items_; }
     void AddItemsAsAccount() const { AddAccount("Items", items_.Path()); }
 
-  private:
-    static bool IsPipeThere()
+    // A running main program; its pipe exists when this returns.
+    ChildProcess Serve(std::vector<std::string> options) const
     {
-        return WaitNamedPipeW(TEXT("\\\\.\\pipe\\SendoraService"), 1) ||
-               GetLastError() != ERROR_FILE_NOT_FOUND;
+        std::filesystem::remove(Items().Local("ready"));
+        const auto common = CommonOptions();
+        options.insert(options.begin(), common.begin(), common.end());
+        ChildProcess server = ChildProcess::Program(SNDX_MAINPROGRAM_PATH, options);
+        EXPECT_TRUE(Soon([this] { return Exists("ready"); }));
+        return server;
+    }
+    // What the main program is told when the module starts it.
+    void SetStartOptions(const std::string& options) const
+    {
+        std::string all;
+        for (const std::string& option : CommonOptions())
+        {
+            all += "\"" + option + "\" ";
+        }
+        SetEnvironmentVariableW(optionsVariable, Wide(all + options).c_str());
+    }
+    bool Exists(const std::string& name) const { return std::filesystem::exists(Items().Local(name)); }
+    // Everything that main programs have taken from the pipe; it is kept a moment after that.
+    std::string Received(std::size_t atLeast = 0) const
+    {
+        std::string bytes;
+        Soon(
+            [&]
+            {
+                bytes = ReadWholeFile(items_.Path() + "\\raw");
+                return bytes.size() >= atLeast;
+            });
+        return bytes;
+    }
+
+  private:
+    static constexpr const WCHAR* optionsVariable = TEXT("SENDORA_MAINPROGRAM_OPTIONS");
+
+    template <class Condition>
+    static bool Soon(Condition condition)
+    {
+        bool met = condition();
+        for (int i = 0; i < 1000 && !met; ++i)
+        {
+            Sleep(10);
+            met = condition();
+        }
+        return met;
+    }
+    std::vector<std::string> CommonOptions() const
+    {
+        const auto local = [this](const char* name) { return Items().Local(name).string(); };
+        // Clients that come while the instance is made ready for the next one wait for it.
+        return {"--raw",   local("raw"),   "--output",          local("output"),
+                "--ready", local("ready"), "--default-timeout", "5000"};
     }
 
     CleanSettings settings_;
@@ -270,39 +300,27 @@ inline std::string ObjectLine(const void* object)
     return "LComDiagnostic::ObjectCreate this=" + std::to_string(reinterpret_cast<std::intptr_t>(object));
 }
 
-// The lines of a load of the account table, for accounts in the registry's order; folders may be empty.
-inline Lines LoadLines(const Lines& folders, bool accountsExist = true)
+// The lines of a load of the account table, for accounts in the registry's order; folders may be empty. What
+// the settings report of their own is left out by WithoutSettings.
+inline Lines LoadLines(const Lines& folders)
 {
-    const std::string record = "LSharedSettings32Record::";
-    Lines lines = {"LoadPaths",
-                   "LoadPaths 64bit build, using 32bit registry",
-                   record + "LSharedSettings32Record ",
-                   record + "LSharedSettings32Record Software\\Taleno Software\\Sendora\\Accounts",
-                   record + "LSharedSettings32Record ",
-                   record + "LSharedSettings32Record ",
-                   "LSettings32ListIteratorTemplate<class LSharedSettings32Record>::InitCommon "};
-    if (!accountsExist)
+    Lines lines = {"LoadPaths", "LoadPaths 64bit build, using 32bit registry"};
+    for (const std::string& folder : folders)
     {
-        lines.push_back("RegOpenKeyEx failed:..."); // the system's words
+        lines.push_back("LoadPaths got one");
+        lines.insert(lines.end(), folder.empty() ? 0 : 1, "LoadPaths Add: pNew->szFolderPath");
     }
-    if (!folders.empty())
-    {
-        lines.push_back(record + "OpenSubRecord ");
-    }
-    for (std::size_t i = 0; i < folders.size(); ++i)
-    {
-        lines.insert(lines.end(), {record + "IsValid ", "LoadPaths got one", record + "GetString "});
-        if (!folders[i].empty())
-        {
-            lines.insert(lines.end(),
-                         {record + "GetInt ", record + "GetString ", "LoadPaths Add: pNew->szFolderPath"});
-        }
-        if (i + 1 < folders.size())
-        {
-            lines.push_back(record + "OpenSubRecord ");
-        }
-    }
-    lines.push_back(record + "IsValid ");
+    return lines;
+}
+
+inline Lines WithoutSettings(Lines lines)
+{
+    std::erase_if(lines,
+                  [](const std::string& line)
+                  {
+                      return line.starts_with("LSharedSettings32Record::") ||
+                             line.starts_with("LSettings32ListIteratorTemplate<");
+                  });
     return lines;
 }
 
@@ -322,14 +340,9 @@ inline testing::Matcher<Lines> AreLines(const Lines& expected)
     std::vector<testing::Matcher<std::string>> matchers;
     for (const std::string& line : expected)
     {
-        if (line.ends_with("..."))
-        {
-            matchers.emplace_back(testing::StartsWith(line.substr(0, line.size() - 3)));
-        }
-        else
-        {
-            matchers.emplace_back(testing::Eq(line));
-        }
+        const bool whole = !line.ends_with("...");
+        matchers.push_back(whole ? testing::Matcher<std::string>(line)
+                                 : testing::StartsWith(line.substr(0, line.size() - 3)));
     }
     return testing::ElementsAreArray(matchers);
 }
@@ -339,11 +352,11 @@ inline Lines WholeTrace(const std::string& path = TraceFilePath())
     return Texts(ParseTrace(ReadWholeFile(path)));
 }
 
-// An older trace file; 1 is the newest.
-inline std::string Generation(int number)
+// The newest one of the older trace files.
+inline std::string OlderTraceFilePath()
 {
     const std::string path = TraceFilePath();
-    return path.substr(0, path.size() - 4) + "." + std::to_string(number) + ".txt";
+    return path.substr(0, path.size() - 4) + ".1.txt";
 }
 
 // Two lines for each folder looked at.
@@ -360,5 +373,10 @@ inline Lines WalkLines(const std::string& file, const Lines& folders)
 inline Lines ClosingLines()
 {
     return {" --- No Memory Leak Detected ---", "Execution terminated gracefully.", std::string(68, '-')};
+}
+
+inline Lines LastLines(const Lines& lines, std::size_t count = 3)
+{
+    return {lines.end() - static_cast<std::ptrdiff_t>(std::min(count, lines.size())), lines.end()};
 }
 } // namespace sndxtest

@@ -1,0 +1,169 @@
+// What only the linked rooms show: which path belongs to which folder, the account table and its stamp, the
+// counters, and a fault that no caller in the module makes.
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "dll/classfactories.h"
+#include "dll/folders.h"
+#include "dll/request.h"
+#include "tests/standin/plainallocation.h"
+#include "tests/support/settings.h"
+#include "tests/support/text.h"
+#include "tests/support/tracefile.h"
+
+using namespace sndxtest;
+
+namespace
+{
+using Lines = std::vector<std::string>;
+
+// No settings and an empty table, before and after.
+class Room : public testing::Test
+{
+  protected:
+    Room() { RemoveTraceFiles(); }
+    ~Room() override
+    {
+        FailAllocation(0, 0);
+        g_FolderList.DeleteAll();
+        g_uLoadedState = 0;
+        *g_SharedState.Get() = 0;
+    }
+
+  private:
+    CleanSettings settings_;
+};
+
+std::string PathOfLength(std::size_t length)
+{
+    return "C:\\A\\" + std::string(length - 5, 'x');
+}
+
+// The table as it is loaded now, every folder with the time of its last update.
+Lines LoadTable()
+{
+    LLockObjectScope lock(g_FolderListLock);
+    LoadPaths();
+    Lines table;
+    for (LListIterator<FolderPathItem> it(g_FolderList); it.IsValid(); it.Next())
+    {
+        table.push_back(Utf8(it->szFolderPath) + " " + std::to_string(it->lastUpdate));
+    }
+    return table;
+}
+} // namespace
+
+TEST_F(Room, FileBelongsToItsAncestorsAndToNothingElse)
+{
+    const std::string longest = PathOfLength(257);
+    const std::string tooLong = PathOfLength(260);
+    const struct
+    {
+        std::string folder;
+        std::string file;
+        bool belongs;
+    } cases[] = {
+        {"C:\\Sync\\", "c:\\sync\\a\\b.txt", true},
+        {"C:\\Sync", "C:\\Sync", false},
+        {"C:\\Sync", "C:\\Sync\\", true}, // what stands before the last separator is the folder
+        {"C:\\Sync", "C:\\Syncother\\x", false},
+        {"C:\\Sync", "C:\\Syn\\x", false},
+        {"C:\\Sync\\deep", "C:\\Sync\\x", false},
+        {"C:\\", "C:\\x.txt", true},
+        {"C:", "C:\\deep\\er\\x.txt", true},
+        {"C:\\", "D:\\x.txt", false},
+        {"C:/Sync", "C:\\Sync\\x", false},
+        {"C:/Sync/", "C:/Sync\\x", true}, // both separate
+        {"C:\\Sync\\\\", "C:\\Sync\\x", false},
+        {"C:\\Sync\\\\", "C:\\Sync\\\\x", true}, // one separator is left on either side
+        {"C:\\ÜbuNG[", "c:\\ÜBUng[\\x", true},   // letters from A to Z are folded, nothing else
+        {"C:\\Übung", "C:\\übung\\x", false},
+        {"C:\\SYNC[", "C:\\sync{\\x", false},
+        {"\\\\server\\share", "\\\\Server\\Share\\a\\b", true},
+        {"", "C:\\x", true},   // the walk ends at the empty parent of "C:"
+        {"\\", "C:\\x", true}, // and so it does for a lone separator
+        {"C:\\Sync", "x", false},
+        {"C:\\Sync", "", false},
+        {"/", "/a/b", false}, // the folder becomes empty, the walk ends at "/"
+        {"/home", "/home/a", true},
+        {"/home", "/", false},
+        {"C:\\A", PathOfLength(259), true},
+        {"C:\\A", tooLong, false},
+        {longest, longest + "\\y", true},
+        {tooLong, tooLong + "\\y", false},
+    };
+    for (const auto& c : cases)
+    {
+        EXPECT_EQ(FileBelongsToFolder(Wide(c.folder).c_str(), Wide(c.file).c_str()), c.belongs)
+            << c.folder << " " << c.file;
+    }
+}
+
+TEST_F(Room, NullAndOverlongPathsAreReported)
+{
+    const TraceCapture trace;
+    EXPECT_FALSE(FileBelongsToFolder(nullptr, TEXT("C:\\x")));
+    EXPECT_FALSE(FileBelongsToFolder(TEXT("C:"), nullptr));
+    const std::string tooLong = PathOfLength(261);
+    EXPECT_FALSE(FileBelongsToFolder(TEXT("C:"), Wide(tooLong).c_str()));
+    GetSendoraPath(nullptr);
+    EXPECT_EQ(trace.Texts(), (Lines{"FileBelongsToFolder: C:\\x", "Folder: !!! NULL !!!",
+                                    "FileBelongsToFolder: !!! NULL !!!",
+                                    "Folder: C:", "FileBelongsToFolder: " + tooLong.substr(0, 259),
+                                    "Folder: C:", // values are cut there
+                                    "**LFile::_GetFolderFromPath szPath is too long",
+                                    "**GetSendoraPath Invalid input (nullptr)"}));
+}
+
+TEST_F(Room, TableHoldsEveryAccountWithAFolderThatFitsLastListedFirst)
+{
+    AddAccount("A", "C:\\A", "1700000000");
+    AddAccount("B", "C:\\B", "-5");
+    AddAccount("C", "");
+    AddAccount("D", PathOfLength(260));
+    AddAccount("E", "C:\\E", "");
+    FailAllocation(1); // an account without memory is missing, and the others are not
+    EXPECT_EQ(LoadTable(), (Lines{"C:\\E 0", "C:\\A 1700000000"}));
+    EXPECT_EQ(LoadTable(), (Lines{"C:\\E 0", "C:\\B -5", "C:\\A 1700000000"}));
+}
+
+TEST_F(Room, StampIsTheTickCountOfTheChangeAndAnyDifferenceCausesOneLoad)
+{
+    std::uint32_t& stamp = *g_SharedState.Get();
+    EXPECT_EQ(stamp, 0u); // a new block
+    const DWORD before = GetTickCount();
+    StateChanged();
+    EXPECT_LE(stamp - before, GetTickCount() - before);
+    LLockObjectScope lock(g_FolderListLock);
+    for (const std::uint32_t changed : {stamp, 0x80000001u, 5u}) // newer or older
+    {
+        stamp = changed;
+        CheckPaths();
+        EXPECT_EQ(g_uLoadedState, changed);
+        const TraceCapture trace;
+        CheckPaths();
+        EXPECT_EQ(trace.Texts(), Lines{"CheckPaths"});
+    }
+}
+
+TEST_F(Room, CountersFollowOverlayFactoriesAndOverlaysOnly)
+{
+    {
+        LComObject<LClassFactory> factory(LNEW("test") LClassFactory);
+        LComObject<LSendoraContextMenuClassFactory> menuFactory(LNEW("test") LSendoraContextMenuClassFactory);
+        EXPECT_EQ(g_nFactoryObjects, 1);
+        void* overlay = nullptr;
+        void* menu = nullptr;
+        EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, &overlay), S_OK);
+        EXPECT_EQ(menuFactory->CreateInstance(nullptr, IID_IUnknown, &menu), S_OK);
+        EXPECT_EQ(g_nShellExtObjects, 1);
+        static_cast<IUnknown*>(overlay)->Release();
+        static_cast<IUnknown*>(menu)->Release();
+        EXPECT_EQ(g_nShellExtObjects, 0);
+    }
+    EXPECT_EQ(g_nFactoryObjects, 0);
+    EXPECT_FALSE(g_ComDiagnostic.AnyObjectExists());
+}
