@@ -12,24 +12,28 @@ namespace
 char somewhere = 0;
 void* const untouched = &somewhere; // an address that no call may leave behind
 
-struct ClassCase
+struct Class
 {
-    const char* name;
-    GUID classId;
+    GUID id;
     const char* guidLine;
     std::vector<IID> offered; // the first two give the identity pointer
     std::vector<IID> refused;
 };
 
-void PrintTo(const ClassCase& c, std::ostream* stream)
+class ModuleClasses : public ModuleTest, public testing::WithParamInterface<const char*>
 {
-    *stream << c.name;
-}
-
-class ModuleClasses : public ModuleTest, public testing::WithParamInterface<ClassCase>
-{
+  protected:
+    const Class class_ = std::string(GetParam()) == "menu"
+                             ? Class{menuClass,
+                                     "GUID = 75c582e7 666b 4191 9085 2b1f99d4cbcc",
+                                     {IID_IUnknown, IID_IContextMenu, IID_IShellExtInit},
+                                     {IID_IClassFactory, IID_IShellIconOverlayIdentifier}}
+                             : Class{overlayClass,
+                                     "GUID = 041c6567 1ab1 4b57 bd0f d91ac46b973b",
+                                     {IID_IUnknown, IID_IShellIconOverlayIdentifier},
+                                     {IID_IClassFactory, IID_IContextMenu, IID_IShellExtInit}};
 };
-using ModuleObjects = ModuleTest;
+using ModuleUnload = ModuleTest;
 
 IUnknown* AsUnknown(void* pointer)
 {
@@ -40,14 +44,13 @@ IUnknown* AsUnknown(void* pointer)
 TEST_P(ModuleClasses, FactoriesAreReleasedByTheirOnlyReferenceAndMakeNothingElse)
 {
     Module module;
-    const ClassCase& c = GetParam();
     for (const IID& interfaceId : {IID_IUnknown, IID_IClassFactory})
     {
         IClassFactory* factory = nullptr;
         const TraceCapture trace;
-        ASSERT_EQ(module.GetClassObject(c.classId, interfaceId, reinterpret_cast<void**>(&factory)), S_OK);
-        EXPECT_EQ(trace.Texts(), (Lines{c.guidLine, ObjectLine(factory)}));
-        for (const IID& refused : c.refused)
+        ASSERT_EQ(module.GetClassObject(class_.id, interfaceId, reinterpret_cast<void**>(&factory)), S_OK);
+        EXPECT_EQ(trace.Texts(), (Lines{class_.guidLine, ObjectLine(factory)}));
+        for (const IID& refused : class_.refused)
         {
             void* out = untouched;
             EXPECT_EQ(factory->CreateInstance(nullptr, refused, &out), E_NOINTERFACE);
@@ -66,9 +69,14 @@ TEST_P(ModuleClasses, FactoriesAreReleasedByTheirOnlyReferenceAndMakeNothingElse
         EXPECT_THAT(silent.Texts(), testing::IsEmpty());
     }
     void* out = untouched;
-    EXPECT_EQ(module.GetClassObject(c.classId, c.offered[1], &out), E_NOINTERFACE);
+    EXPECT_EQ(module.GetClassObject(class_.id, class_.offered[1], &out), E_NOINTERFACE);
     EXPECT_EQ(out, nullptr);
-    EXPECT_EQ(module.GetClassObject(c.classId, IID_IClassFactory, nullptr), E_POINTER);
+    EXPECT_EQ(module.GetClassObject(class_.id, IID_IClassFactory, nullptr), E_POINTER);
+    GUID unknown = class_.id;
+    unknown.Data4[7] ^= 1;
+    out = untouched;
+    EXPECT_EQ(module.GetClassObject(unknown, IID_IClassFactory, &out), CLASS_E_CLASSNOTAVAILABLE);
+    EXPECT_EQ(out, nullptr);
     EXPECT_EQ(module.CanUnloadNow(), S_OK); // the factory is gone again
     module.Free();                          // and no block is left behind
     EXPECT_EQ(LastLines(WholeTrace()), ClosingLines());
@@ -77,12 +85,11 @@ TEST_P(ModuleClasses, FactoriesAreReleasedByTheirOnlyReferenceAndMakeNothingElse
 TEST_P(ModuleClasses, InterfacesOfAnObjectShareItsIdentityAndItsCountWhichKeepsTheModuleLoaded)
 {
     const Module module;
-    const ClassCase& c = GetParam();
     void* identity = nullptr;
-    ASSERT_EQ(module.Factory(c.classId)->CreateInstance(nullptr, IID_IUnknown, &identity), S_OK);
+    ASSERT_EQ(module.Factory(class_.id)->CreateInstance(nullptr, IID_IUnknown, &identity), S_OK);
     const TraceCapture trace;
     std::vector<void*> pointers;
-    for (std::size_t i = 0; i < c.offered.size(); ++i)
+    for (std::size_t i = 0; i < class_.offered.size(); ++i)
     {
         // The initialising interface of the menu lies one table pointer behind the identity.
         pointers.push_back(i < 2 ? identity : static_cast<void**>(identity) + 1);
@@ -90,13 +97,13 @@ TEST_P(ModuleClasses, InterfacesOfAnObjectShareItsIdentityAndItsCountWhichKeepsT
     for (void* pointer : pointers) // from every interface to every other
     {
         void* out = nullptr;
-        for (std::size_t i = 0; i < c.offered.size(); ++i)
+        for (std::size_t i = 0; i < class_.offered.size(); ++i)
         {
-            ASSERT_EQ(AsUnknown(pointer)->QueryInterface(c.offered[i], &out), S_OK);
+            ASSERT_EQ(AsUnknown(pointer)->QueryInterface(class_.offered[i], &out), S_OK);
             EXPECT_EQ(out, pointers[i]);
             EXPECT_EQ(AsUnknown(out)->Release(), 1u);
         }
-        for (const IID& interfaceId : c.refused)
+        for (const IID& interfaceId : class_.refused)
         {
             out = untouched;
             EXPECT_EQ(AsUnknown(pointer)->QueryInterface(interfaceId, &out), E_NOINTERFACE);
@@ -112,34 +119,10 @@ TEST_P(ModuleClasses, InterfacesOfAnObjectShareItsIdentityAndItsCountWhichKeepsT
     EXPECT_EQ(module.CanUnloadNow(), S_OK);
 }
 
-INSTANTIATE_TEST_SUITE_P(Classes, ModuleClasses,
-                         testing::Values(ClassCase{"overlay",
-                                                   overlayClass,
-                                                   "GUID = 041c6567 1ab1 4b57 bd0f d91ac46b973b",
-                                                   {IID_IUnknown, IID_IShellIconOverlayIdentifier},
-                                                   {IID_IClassFactory, IID_IContextMenu, IID_IShellExtInit}},
-                                         ClassCase{"menu",
-                                                   menuClass,
-                                                   "GUID = 75c582e7 666b 4191 9085 2b1f99d4cbcc",
-                                                   {IID_IUnknown, IID_IContextMenu, IID_IShellExtInit},
-                                                   {IID_IClassFactory, IID_IShellIconOverlayIdentifier}}));
-
-TEST_F(ModuleObjects, UnknownClassesAreRefused)
-{
-    const Module module;
-    GUID nearlyOurs = overlayClass;
-    nearlyOurs.Data4[7] ^= 1;
-    for (const GUID& classId : {nearlyOurs, IID_IClassFactory, GUID{}})
-    {
-        void* out = untouched;
-        EXPECT_EQ(module.GetClassObject(classId, IID_IClassFactory, &out), CLASS_E_CLASSNOTAVAILABLE);
-        EXPECT_EQ(out, nullptr);
-    }
-    EXPECT_EQ(module.CanUnloadNow(), S_OK);
-}
+INSTANTIATE_TEST_SUITE_P(Classes, ModuleClasses, testing::Values("overlay", "menu"));
 
 // The counters are plain integers and may lose a step between two threads; the answer must not.
-TEST_F(ModuleObjects, ModuleIsNeverGivenUpWhileAnyThreadHoldsAnObject)
+TEST_F(ModuleUnload, IsNeverOfferedWhileAnyThreadHoldsAnObject)
 {
     const Module module;
     std::atomic<int> wrong = 0;

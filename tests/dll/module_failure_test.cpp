@@ -9,24 +9,11 @@ using namespace sndxtest;
 
 namespace
 {
-struct Sweep
-{
-    int mode;
-    std::size_t paths;
-    std::size_t part; // of parts that share the requests among them
-    std::size_t parts;
-};
-
-void PrintTo(const Sweep& sweep, std::ostream* stream)
-{
-    *stream << "mode " << sweep.mode << ", " << sweep.paths << " paths, part " << sweep.part << " of "
-            << sweep.parts;
-}
+// Memory mode, selected paths; a part of parts that share the requests among them.
+using Sweep = std::tuple<int, std::size_t, std::size_t, std::size_t>;
 
 class ModuleFailure : public MainJobTest, public testing::WithParamInterface<Sweep>
 {
-  protected:
-    ModuleFailure() { SetMemoryMode(GetParam().mode); }
 };
 
 // Whether a step may answer that when memory was refused during it.
@@ -43,12 +30,13 @@ bool IsHonest(const JobStep& step)
 
 TEST_P(ModuleFailure, OfAnyRequestForMemoryIsAnsweredAndLosesNothing)
 {
-    const Sweep& sweep = GetParam();
-    const auto paths = Select(sweep.paths);
+    const auto [mode, selected, part, parts] = GetParam();
+    SetMemoryMode(mode);
+    const auto paths = Select(selected);
     const ChildProcess server = Serve({"--duration", "60000"});
     bool ranThrough = false;
     int madeAllTheSame = 0;
-    for (std::size_t failing = 1 + sweep.part; !ranThrough; failing += sweep.parts)
+    for (std::size_t failing = 1 + part; !ranThrough; failing += parts)
     {
         const DebuggerOutput output; // the trace file may be what there is no memory for
         const ModuleHeap heap(ModuleFileName(), failing);
@@ -79,7 +67,7 @@ TEST_P(ModuleFailure, OfAnyRequestForMemoryIsAnsweredAndLosesNothing)
         const Lines lines = Texts(ParseTrace(output.Take()));
         EXPECT_GT(lines.size(), 10u);
         EXPECT_EQ(LastLines(lines), ClosingLines());
-        if (sweep.mode != 5)
+        if (mode != 5)
         {
             EXPECT_EQ(ModuleHeap::Live(), ModuleHeap::Live("calloc")) << "only the table of blocks stays";
             ModuleHeap::ReleaseLive();
@@ -88,10 +76,10 @@ TEST_P(ModuleFailure, OfAnyRequestForMemoryIsAnsweredAndLosesNothing)
                                    << testing::PrintToString(affected) << "\n"
                                    << testing::PrintToString(steps);
     }
-    EXPECT_GT(ModuleHeap::Requests(), sweep.paths);
+    EXPECT_GT(ModuleHeap::Requests(), selected);
     // Only the first array of a list of strings may be missing: the list tries again when a string comes. In
     // mode 5 it takes two requests.
-    EXPECT_LE(madeAllTheSame, sweep.mode == 5 ? 2 : 1);
+    EXPECT_LE(madeAllTheSame, mode == 5 ? 2 : 1);
 }
 
 INSTANTIATE_TEST_SUITE_P(Sweeps, ModuleFailure,

@@ -6,32 +6,24 @@ using namespace sndxtest;
 
 namespace
 {
-using ModuleMenu = ModuleTest;
-
 constexpr auto nothingAdded = static_cast<HRESULT>(0x80000000u);
 const std::string initialize = "LSendoraContextMenu::Initialize ";
 const std::string query = "LSendoraContextMenu::QueryContextMenu ";
 const std::string queryInterface = "LSendoraContextMenu::QueryInterface ";
 
-// A menu of the shell's with two items, as text: one line an item, those of a submenu indented.
-class ShellMenu
+// With a menu of the shell's that has two items of its own.
+class ModuleMenu : public ModuleTest
 {
-  public:
-    ShellMenu()
+  protected:
+    ModuleMenu()
     {
         AppendMenuW(menu_, MF_STRING, 1, TEXT("Before"));
         AppendMenuW(menu_, MF_STRING, 2, TEXT("After"));
     }
-    ~ShellMenu() { DestroyMenu(menu_); }
-    ShellMenu(const ShellMenu&) = delete;
-    ShellMenu& operator=(const ShellMenu&) = delete;
+    ~ModuleMenu() override { DestroyMenu(menu_); }
 
-    HMENU Handle() const { return menu_; }
-    Lines Items() const { return ItemsOf(menu_, ""); }
-    static Lines Own() { return {"Before 1", "After 2"}; }
-
-  private:
-    static Lines ItemsOf(HMENU menu, const std::string& indent)
+    // One line an item, those of a submenu indented.
+    static Lines ItemsOf(HMENU menu, const std::string& indent = {})
     {
         Lines lines;
         for (int i = 0; i < GetMenuItemCount(menu); ++i)
@@ -40,13 +32,8 @@ class ShellMenu
             GetMenuStringW(menu, static_cast<UINT>(i), text, 100, MF_BYPOSITION);
             const HMENU popup = GetSubMenu(menu, i);
             const std::string rest = popup == nullptr ? " " + std::to_string(GetMenuItemID(menu, i)) : ":";
-            lines.push_back(indent + Utf8(text) + rest);
-            if (popup != nullptr)
-            {
-                lines = Join({lines, ItemsOf(popup, indent + "  ")});
-                continue;
-            }
-            EXPECT_EQ(GetMenuState(menu, static_cast<UINT>(i), MF_BYPOSITION), UINT{MF_STRING | MF_ENABLED});
+            lines = Join(
+                {lines, {indent + Utf8(text) + rest}, popup == nullptr ? Lines() : ItemsOf(popup, "  ")});
         }
         return lines;
     }
@@ -76,8 +63,7 @@ TEST_F(ModuleMenu, RightClickTracesEveryStep)
     TraceCapture trace;
     {
         MenuHandler handler(module, {first, second});
-        const ShellMenu menu;
-        EXPECT_EQ(handler.Query(menu.Handle()), 3);
+        EXPECT_EQ(handler.Query(menu_), 3);
         EXPECT_EQ(HelpText(handler, 1, 50), "Mit Sendora herunterladen");
         EXPECT_EQ(handler.Invoke(0), E_FAIL); // there is no main program
     }
@@ -127,30 +113,9 @@ TEST_F(ModuleMenu, UnusableDataIsRefusedAndNothingOfItKept)
         EXPECT_THAT(trace.Texts(), AreLines({initialize}));
         EXPECT_EQ(DropDataObject::LiveObjects(), 0);
         EXPECT_EQ(DropDataObject::LiveMediums(), 0);
-        const ShellMenu menu;
-        EXPECT_EQ(handler.Query(menu.Handle()), nothingAdded);
+        EXPECT_EQ(handler.Query(menu_), nothingAdded);
     }
     EXPECT_EQ(MenuHandler(module).Init()->Initialize(nullptr, nullptr, nullptr), E_INVALIDARG);
-}
-
-TEST_F(ModuleMenu, SelectionIsReadFromWideAndNarrowDataAndReleased)
-{
-    AddAccount("A", "C:\\A");
-    const Module module;
-    for (const bool narrow : {false, true})
-    {
-        MenuHandler handler(module);
-        const TraceCapture trace;
-        EXPECT_EQ(handler.Select({"C:\\A\\x", "C:\\A\\" + std::string(300, 'y')},
-                                 {.withOwner = true, .narrow = narrow}),
-                  S_OK);
-        EXPECT_THAT(trace.Texts(), AreLines({initialize, initialize + "C:\\A\\x",
-                                             initialize + "C:\\A\\" + std::string(259 - 5, 'y')}));
-        EXPECT_EQ(DropDataObject::LiveMediums(), 0);
-        const ShellMenu menu;
-        EXPECT_EQ(handler.Query(menu.Handle()), 3);
-    }
-    EXPECT_EQ(DropDataObject::LiveObjects(), 0);
 }
 
 TEST_F(ModuleMenu, SubmenuIsInsertedAtTheShellsPositionWithTheShellsIdentifiers)
@@ -159,22 +124,18 @@ TEST_F(ModuleMenu, SubmenuIsInsertedAtTheShellsPositionWithTheShellsIdentifiers)
     const std::string file = Items().File("sub\\a.txt");
     const std::string folder = Items().Path() + "\\sub";
     const Module module;
+    Lines inserted;
+    UINT id = 0;
     for (const std::string& path : {file, folder, Items().Path() + "\\missing"})
     {
-        const bool isFile = path != folder;
-        const auto added = [isFile](unsigned first)
-        {
-            const auto item = [&](const char* text) { return text + std::to_string(first++); };
-            Lines lines = {"Sendora:", item("  Hochladen "), item("  Herunterladen ")};
-            lines.insert(lines.end(), isFile ? 1 : 0, item("  Löschen "));
-            return lines;
-        };
-        MenuHandler handler(module, {path});
-        const ShellMenu menu;
-        EXPECT_EQ(handler.Query(menu.Handle(), 1, 100, 200), isFile ? 3 : 2);
-        EXPECT_EQ(handler.Query(menu.Handle(), 3, 0x7000, 0x7002),
-                  isFile ? 3 : 2); // asked twice it answers twice
-        EXPECT_EQ(menu.Items(), Join({{"Before 1"}, added(100), {"After 2"}, added(0x7000)})) << path;
+        const HRESULT used = path == folder ? 2 : 3;
+        EXPECT_EQ(MenuHandler(module, {path}).Query(menu_, 1, id, id + 2), used) << path;
+        Lines added = {"Sendora:", "  Hochladen " + std::to_string(id),
+                       "  Herunterladen " + std::to_string(id + 1)};
+        added.insert(added.end(), path == folder ? 0 : 1, "  Löschen " + std::to_string(id + 2));
+        inserted = Join({added, inserted});
+        EXPECT_EQ(ItemsOf(menu_), Join({{"Before 1"}, inserted, {"After 2"}}));
+        id += 0x3000;
     }
 }
 
@@ -185,7 +146,6 @@ TEST_F(ModuleMenu, NothingIsAddedWithoutRoomForThreeCommandsOrForADefaultOnlyQue
     const Module module;
     MenuHandler inside(module, {Items().Path() + "\\sub"}); // a folder uses two, and wants room for three
     MenuHandler outside(module, {"C:\\x"});
-    const ShellMenu menu;
     const auto only = UINT{CMF_DEFAULTONLY};
     const struct
     {
@@ -201,11 +161,10 @@ TEST_F(ModuleMenu, NothingIsAddedWithoutRoomForThreeCommandsOrForADefaultOnlyQue
     };
     for (const auto& c : cases)
     {
-        EXPECT_EQ(c.handler.Query(menu.Handle(), 0, c.first, c.last, c.flags), c.result)
-            << c.first << " " << c.last;
-        EXPECT_EQ(menu.Items(), ShellMenu::Own());
+        EXPECT_EQ(c.handler.Query(menu_, 0, c.first, c.last, c.flags), c.result) << c.first << " " << c.last;
+        EXPECT_EQ(ItemsOf(menu_), (Lines{"Before 1", "After 2"}));
     }
-    EXPECT_EQ(inside.Query(menu.Handle(), 0, 100, 102, CMF_EXPLORE | CMF_VERBSONLY), 2);
+    EXPECT_EQ(inside.Query(menu_, 0, 100, 102, CMF_EXPLORE | CMF_VERBSONLY), 2);
 }
 
 TEST_F(ModuleMenu, FirstItemDecides)
@@ -214,28 +173,15 @@ TEST_F(ModuleMenu, FirstItemDecides)
     const std::string file = Items().File("sub\\a.txt");
     const std::string folder = Items().Path() + "\\sub";
     const Module module;
-    const ShellMenu menu;
-    EXPECT_EQ(MenuHandler(module, {file, "C:\\elsewhere", folder}).Query(menu.Handle()), 3);
-    EXPECT_EQ(MenuHandler(module, {folder, file}).Query(menu.Handle()), 2);
-    EXPECT_EQ(MenuHandler(module, {"C:\\elsewhere", file}).Query(menu.Handle()), nothingAdded);
-    EXPECT_EQ(MenuHandler(module, {Items().Path(), file}).Query(menu.Handle()), nothingAdded);
-    EXPECT_EQ(menu.Items().size(), 2u + (1 + 3) + (1 + 2));
-}
-
-TEST_F(ModuleMenu, SecondInitializeAppends)
-{
-    AddAccount("A", "C:\\A");
-    const Module module;
-    MenuHandler handler(module);
-    const ShellMenu menu;
+    EXPECT_EQ(MenuHandler(module, {file, "C:\\elsewhere", folder}).Query(menu_), 3);
+    EXPECT_EQ(MenuHandler(module, {folder, file}).Query(menu_), 2);
+    EXPECT_EQ(MenuHandler(module, {"C:\\elsewhere", file}).Query(menu_), nothingAdded);
+    EXPECT_EQ(MenuHandler(module, {Items().Path(), file}).Query(menu_), nothingAdded);
+    EXPECT_EQ(ItemsOf(menu_).size(), 2u + (1 + 3) + (1 + 2));
+    MenuHandler none(module);
     const TraceCapture trace;
-    EXPECT_EQ(handler.Query(menu.Handle()), nothingAdded); // no selection yet
+    EXPECT_EQ(none.Query(menu_), nothingAdded);
     EXPECT_EQ(trace.Texts(), (Lines{query, query + "Does NOT belong"}));
-    for (const char* path : {"C:\\A\\x", "C:\\elsewhere"})
-    {
-        EXPECT_EQ(handler.Select({path}), S_OK);
-        EXPECT_EQ(handler.Query(menu.Handle()), 3); // the first one ever decides
-    }
 }
 
 TEST_F(ModuleMenu, HelpTextsOfAllCommandsWhateverWasAdded)
@@ -255,18 +201,16 @@ TEST_F(ModuleMenu, HelpTextsOfAllCommandsWhateverWasAdded)
         ++command;
     }
     WCHAR buffer[10] = {WCHAR{'#'}};
-    const auto refused = [&](UINT_PTR offset, UINT type, WCHAR* out)
+    auto* const narrow = reinterpret_cast<CHAR*>(buffer);
+    for (const auto& [offset, type] : {std::pair{UINT_PTR{3}, GCS_HELPTEXTW},
+                                       {~UINT_PTR{0}, GCS_HELPTEXTW},
+                                       {UINT_PTR{0}, GCS_VERBW},
+                                       {UINT_PTR{0}, GCS_HELPTEXTA},
+                                       {UINT_PTR{0}, GCS_VALIDATEW}})
     {
-        EXPECT_EQ(handler.Menu()->GetCommandString(offset, type, nullptr, reinterpret_cast<CHAR*>(out), 10),
-                  E_INVALIDARG)
-            << offset << " " << type;
-    };
-    refused(3, GCS_HELPTEXTW, buffer);
-    refused(~UINT_PTR{0}, GCS_HELPTEXTW, buffer);
-    refused(0, GCS_VERBW, buffer);
-    refused(0, GCS_HELPTEXTA, buffer);
-    refused(0, GCS_VALIDATEW, buffer);
-    refused(0, GCS_HELPTEXTW, nullptr);
+        EXPECT_EQ(handler.Menu()->GetCommandString(offset, type, nullptr, narrow, 10), E_INVALIDARG);
+    }
+    EXPECT_EQ(handler.Menu()->GetCommandString(0, GCS_HELPTEXTW, nullptr, nullptr, 10), E_INVALIDARG);
     EXPECT_EQ(buffer[0], WCHAR{'#'});
     EXPECT_EQ(trace.Texts(), Lines(3 * 4 + 6, "LSendoraContextMenu::GetCommandString"));
 }

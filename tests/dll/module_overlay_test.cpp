@@ -136,11 +136,10 @@ TEST_F(ModuleOverlay, TableIsReloadedAfterAChangeInAnyProcessAndOnlyThen)
     ASSERT_EQ(ChildProcess("AnnounceAChange", {}).Wait(), 0);
     trace.Restart(); // the other host's trace has the same name and ends with an unload
     EXPECT_EQ(Ask(overlay.Get(), "C:\\Gone\\x"), S_FALSE);
-    EXPECT_EQ(WithoutSettings(trace.Texts()),
-              Join({{"CheckPaths"},
-                    LoadLines({"C:\\New"}),
-                    WalkLines("C:\\Gone\\x", {"C:\\New"}),
-                    {"LShellExt::IsMemberOf returned false because !bFound"}}));
+    const Lines lines = trace.Texts();
+    EXPECT_EQ(Lines(lines.begin(), lines.begin() + 2), (Lines{"CheckPaths", "LoadPaths"}));
+    EXPECT_EQ(LastLines(lines), Join({WalkLines("C:\\Gone\\x", {"C:\\New"}),
+                                      {"LShellExt::IsMemberOf returned false because !bFound"}}));
     trace.Restart();
     EXPECT_EQ(Ask(overlay.Get(), "C:\\New\\x"), S_OK);
     EXPECT_THAT(trace.Texts(), Not(Contains("LoadPaths"))); // once is enough
@@ -149,28 +148,6 @@ TEST_F(ModuleOverlay, TableIsReloadedAfterAChangeInAnyProcessAndOnlyThen)
     RemoveAllSettings();
     module.StateChanged();
     EXPECT_EQ(Ask(overlay.Get(), "C:\\New\\x"), S_FALSE);
-}
-
-TEST_F(ModuleOverlay, WithoutTheSharedStampTheTableStaysAsLoaded)
-{
-    // Another kind of object has taken the name.
-    const HANDLE taken = CreateMutexW(nullptr, FALSE, TEXT("SharedMemoryForsndxdll"));
-    AddAccount("A", "C:\\A");
-    {
-        const Module module;
-        EXPECT_THAT(WholeTrace(),
-                    Contains(testing::StartsWith(
-                        "LIPCSharedMemoryBuffer::_Create CreateFileMapping failed returned error: ")));
-        const auto overlay = module.Overlay();
-        RemoveAllSettings();
-        const TraceCapture trace;
-        module.StateChanged();
-        EXPECT_EQ(Ask(overlay.Get(), "C:\\A\\x"), S_OK);
-        EXPECT_EQ(trace.Texts(), Join({{"StateChanged", "CheckPaths"},
-                                       WalkLines("C:\\A\\x", {"C:\\A"}),
-                                       {"LShellExt::IsMemberOf returned: 1"}}));
-    }
-    CloseHandle(taken);
 }
 
 TEST_F(ModuleOverlay, ManyThreadsAskWhileAnotherAnnouncesChanges)

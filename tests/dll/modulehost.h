@@ -64,8 +64,7 @@ class Module
         handle_ = LoadLibraryW(Wide(ModulePath()).c_str());
         if (handle_ == nullptr)
         {
-            throw std::runtime_error(ModulePath() + " cannot be loaded: error " +
-                                     std::to_string(GetLastError()));
+            throw std::runtime_error("not loaded: error " + std::to_string(GetLastError()));
         }
     }
     void Free()
@@ -81,12 +80,7 @@ class Module
     template <class Function>
     Function* Export(const char* name) const
     {
-        void* address = reinterpret_cast<void*>(GetProcAddress(handle_, name));
-        if (address == nullptr)
-        {
-            throw std::runtime_error(std::string("no export ") + name);
-        }
-        return reinterpret_cast<Function*>(address);
+        return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(handle_, name)));
     }
 
     HRESULT GetClassObject(REFCLSID classId, REFIID interfaceId, void** out) const
@@ -300,30 +294,6 @@ inline std::string ObjectLine(const void* object)
     return "LComDiagnostic::ObjectCreate this=" + std::to_string(reinterpret_cast<std::intptr_t>(object));
 }
 
-// The lines of a load of the account table, for accounts in the registry's order; folders may be empty. What
-// the settings report of their own is left out by WithoutSettings.
-inline Lines LoadLines(const Lines& folders)
-{
-    Lines lines = {"LoadPaths", "LoadPaths 64bit build, using 32bit registry"};
-    for (const std::string& folder : folders)
-    {
-        lines.push_back("LoadPaths got one");
-        lines.insert(lines.end(), folder.empty() ? 0 : 1, "LoadPaths Add: pNew->szFolderPath");
-    }
-    return lines;
-}
-
-inline Lines WithoutSettings(Lines lines)
-{
-    std::erase_if(lines,
-                  [](const std::string& line)
-                  {
-                      return line.starts_with("LSharedSettings32Record::") ||
-                             line.starts_with("LSettings32ListIteratorTemplate<");
-                  });
-    return lines;
-}
-
 inline Lines Join(std::initializer_list<Lines> parts)
 {
     Lines all;
@@ -350,13 +320,6 @@ inline testing::Matcher<Lines> AreLines(const Lines& expected)
 inline Lines WholeTrace(const std::string& path = TraceFilePath())
 {
     return Texts(ParseTrace(ReadWholeFile(path)));
-}
-
-// The newest one of the older trace files.
-inline std::string OlderTraceFilePath()
-{
-    const std::string path = TraceFilePath();
-    return path.substr(0, path.size() - 4) + ".1.txt";
 }
 
 // Two lines for each folder looked at.

@@ -76,6 +76,22 @@ inline void ReplaceImport(MappedModule image, const std::string& name, void* rep
 #endif
 }
 
+#ifdef _WIN32
+// What the loader tells of a module: the system's headers do not have it.
+struct LoadedModule
+{
+    ULONG flags;
+    const UNICODE_STRING* path;
+    const UNICODE_STRING* name;
+    void* base;
+    ULONG size;
+};
+using LoadNotification = void CALLBACK(ULONG reason, const LoadedModule*, void* context);
+extern "C" NTSTATUS NTAPI LdrRegisterDllNotification(ULONG flags, LoadNotification*, void* context,
+                                                     void** cookie);
+extern "C" NTSTATUS NTAPI LdrUnregisterDllNotification(void* cookie);
+#endif
+
 // Calls a function when the module of that file name has been mapped and linked, and none of its code has
 // run yet. One at a time.
 class BeforeConstruction
@@ -90,38 +106,21 @@ class BeforeConstruction
     {
         fileName_ = Wide(fileName);
         callback_ = callback;
-        System<LONG(ULONG, Notification*, void*, void**)>("LdrRegisterDllNotification")(0, &Notify, nullptr,
-                                                                                        &cookie_);
+        LdrRegisterDllNotification(0, &Notify, nullptr, &cookie_);
     }
     ~BeforeConstruction()
     {
-        System<LONG(void*)>("LdrUnregisterDllNotification")(cookie_);
+        LdrUnregisterDllNotification(cookie_);
     }
 
   private:
-    struct Loaded
-    {
-        ULONG flags;
-        const UNICODE_STRING* path;
-        const UNICODE_STRING* name;
-        void* base;
-        ULONG size;
-    };
-    using Notification = void CALLBACK(ULONG, const Loaded*, void*);
-
-    static void CALLBACK Notify(ULONG reason, const Loaded* module, void*)
+    static void CALLBACK Notify(ULONG reason, const LoadedModule* module, void*)
     {
         constexpr ULONG loaded = 1;
         if (reason == loaded && lstrcmpiW(module->name->Buffer, fileName_.c_str()) == 0)
         {
             callback_(static_cast<HMODULE>(module->base));
         }
-    }
-    template <class Function>
-    static Function* System(const char* name)
-    {
-        return reinterpret_cast<Function*>(
-            reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), name)));
     }
 
     inline static WideString fileName_;
