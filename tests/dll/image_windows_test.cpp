@@ -12,7 +12,6 @@
 #include "tests/dll/modulehost.h"
 
 using namespace sndxtest;
-using testing::ElementsAre;
 
 namespace
 {
@@ -20,13 +19,10 @@ namespace
 class ModuleImage : public ModuleTest
 {
   protected:
-    IMAGE_NT_HEADERS64 Headers() const
-    {
-        return Table<IMAGE_NT_HEADERS64>(static_cast<DWORD>(Table<IMAGE_DOS_HEADER>(0)->e_lfanew))[0];
-    }
     IMAGE_DATA_DIRECTORY Directory(std::size_t index) const
     {
-        return Headers().OptionalHeader.DataDirectory[index];
+        const auto headers = static_cast<DWORD>(Table<IMAGE_DOS_HEADER>(0)->e_lfanew);
+        return Table<IMAGE_NT_HEADERS64>(headers)->OptionalHeader.DataDirectory[index];
     }
     template <class T>
     const T* Table(DWORD address) const
@@ -43,14 +39,12 @@ class ModuleImage : public ModuleTest
     }
 
   private:
-    Module module_;
+    const Module module_;
 };
-
 } // namespace
 
 TEST_F(ModuleImage, ExportsTheFourEntryPointsAndNothingElse)
 {
-    EXPECT_EQ(Headers().FileHeader.Machine, IMAGE_FILE_MACHINE_AMD64);
     const IMAGE_DATA_DIRECTORY directory = Directory(IMAGE_DIRECTORY_ENTRY_EXPORT);
     const auto& table = *Table<IMAGE_EXPORT_DIRECTORY>(directory.VirtualAddress);
     EXPECT_STREQ(Table<char>(table.Name), "sndxdll.dll");
@@ -59,7 +53,7 @@ TEST_F(ModuleImage, ExportsTheFourEntryPointsAndNothingElse)
     {
         names.emplace_back(Table<char>(Table<DWORD>(table.AddressOfNames)[i]));
     }
-    EXPECT_THAT(names, ElementsAre("DllCanUnloadNow", "DllGetClassObject", "DllMain", "StateChanged"));
+    EXPECT_EQ(names, (Lines{"DllCanUnloadNow", "DllGetClassObject", "DllMain", "StateChanged"}));
     // None by ordinal alone either, and each is code of this module, not forwarded to another one.
     ASSERT_EQ(table.NumberOfFunctions, 4u);
     for (DWORD i = 0; i < table.NumberOfFunctions; ++i)

@@ -93,23 +93,17 @@ TEST_F(ModuleMenu, UnusableDataIsRefusedAndNothingOfItKept)
 {
     AddAccount("A", "C:\\A");
     const Module module;
-    struct
-    {
-        const char* what;
-        std::vector<std::string> paths;
-        DropOptions options;
-    } cases[] = {
-        {"no such format", {"C:\\A\\x"}, {.noDropFormat = true}},
-        {"failing", {"C:\\A\\x"}, {.failGetData = true}},
-        {"no memory, with an owner", {"C:\\A\\x"}, {.nullBlock = true, .withOwner = true}},
-        {"no paths", {}, {.withOwner = true}},
+    const std::pair<std::vector<std::string>, DropOptions> cases[] = {
+        {{"C:\\A\\x"}, {.noDropFormat = true}},
+        {{"C:\\A\\x"}, {.failGetData = true}},
+        {{"C:\\A\\x"}, {.nullBlock = true, .withOwner = true}},
+        {{}, {.withOwner = true}},
     };
-    for (const auto& c : cases)
+    for (const auto& [paths, options] : cases)
     {
-        SCOPED_TRACE(c.what);
         MenuHandler handler(module);
         const TraceCapture trace;
-        EXPECT_EQ(handler.Select(c.paths, c.options), E_INVALIDARG);
+        EXPECT_EQ(handler.Select(paths, options), E_INVALIDARG);
         EXPECT_THAT(trace.Texts(), AreLines({initialize}));
         EXPECT_EQ(DropDataObject::LiveObjects(), 0);
         EXPECT_EQ(DropDataObject::LiveMediums(), 0);
