@@ -148,10 +148,9 @@ TEST(ModuleVersion, IsOfADiagnosticGermanLibraryVersion3)
     EXPECT_EQ(fixed->dwProductVersionMS, 0x00030000u);
     EXPECT_EQ(fixed->dwFileFlags & fixed->dwFileFlagsMask, static_cast<DWORD>(VS_FF_DEBUG));
     EXPECT_EQ(fixed->dwFileType, static_cast<DWORD>(VFT_DLL));
-    const auto* translation = static_cast<const WORD*>(value("\\VarFileInfo\\Translation"));
+    const auto* translation = static_cast<const DWORD*>(value("\\VarFileInfo\\Translation"));
     ASSERT_NE(translation, nullptr);
-    EXPECT_EQ(translation[0], 0x0407);
-    EXPECT_EQ(translation[1], 1200);
+    EXPECT_EQ(*translation, DWORD{MAKELONG(0x0407, 1200)});
 
     const std::pair<const char*, const char*> texts[] = {
         {"CompanyName", "Taleno Software"},

@@ -59,20 +59,15 @@ TEST_P(ModuleMemory, WholeJobLeavesNothingBehind)
 
 INSTANTIATE_TEST_SUITE_P(Modes, ModuleMemory, testing::Values(0, 1, 2, 3, 5));
 
-namespace
-{
-// Kept reachable for leak checkers when the module that made it is gone.
-IUnknown* g_forgotten = nullptr;
-} // namespace
-
 TEST_F(MainJobLeaks, ForgottenMenuObjectIsListedWithAllItsBlocks)
 {
+    static IUnknown* forgotten = nullptr; // reachable for leak checkers when the module is gone
     const auto paths = Select(selected);
     const ModuleHeap heap(ModuleFileName());
     Module module;
     {
         MenuHandler handler(module, paths);
-        handler.Menu()->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&g_forgotten));
+        handler.Menu()->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&forgotten));
     }
     module.StateChanged();
     module.Free();
@@ -94,7 +89,7 @@ TEST_F(MainJobLeaks, ForgottenMenuObjectIsListedWithAllItsBlocks)
         expected.push_back("** " + std::to_string(size) + " Bytes allocated by " + function + " in gen/" +
                            place + ") after trace line " + std::to_string(at) + " [" + stamped.at(at) + "]");
     };
-    const std::size_t made = lineOf.at(ObjectLine(g_forgotten));
+    const std::size_t made = lineOf.at(ObjectLine(forgotten));
     // Two interfaces, the count, the list of strings; then the object's entry in the registry.
     expectBlock(8 + 8 + 8 + 24, "LComClassFactory<class LSendoraContextMenu>::CreateInstance",
                 "com.h (line 804", made);
@@ -127,5 +122,5 @@ TEST_F(MainJobLeaks, ForgottenMenuObjectIsListedWithAllItsBlocks)
     std::sort(expected.begin(), expected.end());
     EXPECT_EQ(listed, expected);
     ModuleHeap::ReleaseLive();
-    g_forgotten = nullptr;
+    forgotten = nullptr;
 }

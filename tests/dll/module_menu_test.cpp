@@ -109,7 +109,8 @@ TEST_F(ModuleMenu, UnusableDataIsRefusedAndNothingOfItKept)
         EXPECT_EQ(DropDataObject::LiveMediums(), 0);
         EXPECT_EQ(handler.Query(menu_), nothingAdded);
     }
-    EXPECT_EQ(MenuHandler(module).Init()->Initialize(nullptr, nullptr, nullptr), E_INVALIDARG);
+    const auto init = module.Create<IShellExtInit>(menuClass, IID_IShellExtInit);
+    EXPECT_EQ(init->Initialize(nullptr, nullptr, nullptr), E_INVALIDARG);
 }
 
 TEST_F(ModuleMenu, SubmenuIsInsertedAtTheShellsPositionWithTheShellsIdentifiers)

@@ -100,7 +100,6 @@ TEST_F(ModuleOverlay, IconIsTheFirstOneOfTheModule)
     int number = -1;
     DWORD flags = 0;
     EXPECT_EQ(overlay->GetOverlayInfo(buffer, 0, &number, &flags), E_INVALIDARG);
-    EXPECT_EQ(overlay->GetOverlayInfo(buffer, -1, &number, &flags), E_INVALIDARG);
     EXPECT_EQ(overlay->GetOverlayInfo(nullptr, 8, &number, &flags), E_INVALIDARG);
     EXPECT_EQ(overlay->GetOverlayInfo(buffer, 8, nullptr, &flags), E_INVALIDARG);
     EXPECT_EQ(overlay->GetOverlayInfo(buffer, 8, &number, nullptr), E_INVALIDARG);

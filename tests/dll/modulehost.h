@@ -154,7 +154,6 @@ class MenuHandler
         return menu_->InvokeCommand(&info);
     }
     IContextMenu* Menu() const { return menu_.Get(); }
-    IShellExtInit* Init() const { return init_.Get(); }
 
   private:
     ComRef<IShellExtInit> init_;
