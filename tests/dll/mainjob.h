@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "tests/dll/modulehost.h"
-#include "tests/gen/debug/leakchecker.h"
+#include "tests/support/leakchecker.h"
 
 namespace sndxtest
 {

@@ -11,29 +11,85 @@ namespace
 {
 using ModuleLoad = ModuleTest;
 
-// What a load writes, without most of the header and what the settings report of their own.
-Lines LoadTrace()
+bool UnderWine()
 {
-    Lines lines = WholeTrace();
-    const auto isEnd = [](const std::string& line) { return line.starts_with("Run Heap Size = "); };
-    lines.erase(lines.begin() + 1, std::find_if(lines.begin(), lines.end(), isEnd));
-    std::erase_if(lines,
-                  [](const std::string& line)
-                  {
-                      return line.starts_with("LSharedSettings32Record::") ||
-                             line.starts_with("LSettings32ListIteratorTemplate<");
-                  });
+    return GetProcAddress(GetModuleHandleW(TEXT("kernel32.dll")), "wine_get_unix_file_name") != nullptr;
+}
+
+std::string Screen(int width, int height)
+{
+    return std::to_string(GetSystemMetrics(width)) + " x " + std::to_string(GetSystemMetrics(height));
+}
+
+Lines HeaderLines()
+{
+    MEMORYSTATUSEX memory = {};
+    memory.dwLength = sizeof memory;
+    GlobalMemoryStatusEx(&memory);
+    OSVERSIONINFOW version = {};
+    version.dwOSVersionInfoSize = sizeof version;
+    GetVersionExW(&version);
+    Lines lines = {"DIAGNOSTIC VERSION TRACE Sendora File Transfer v. 3.00 r. 455535", "Build Date/Time: ...",
+                   "Execution Date/Time: ...", "Target Processor: X64",
+                   "Command line: " + Utf8(GetCommandLineW())};
+    if (!UnderWine())
+    {
+        lines.push_back("LDLLLoadFunctionNoError Cannot find the library function: wine_get_unix_file_name");
+    }
+    lines.push_back("Windows Version: " + std::to_string(version.dwMajorVersion) + "." +
+                    std::to_string(version.dwMinorVersion) + "...");
+    if (UnderWine())
+    {
+        lines.push_back("Running under Wine version: ...");
+    }
+    lines.insert(lines.end(),
+                 {"Processor Details: ...", "System memory: " + std::to_string(memory.ullTotalPhys),
+                  "Virtual Screen resolution: " + Screen(SM_CXVIRTUALSCREEN, SM_CYVIRTUALSCREEN),
+                  "Primary Screen resolution: " + Screen(SM_CXSCREEN, SM_CYSCREEN),
+                  "NOTE: This file should never be created on release version software.",
+                  "      If it appears please contact Taleno Software Support.", std::string(68, '-'),
+                  "Run Heap Size = ..."});
     return lines;
 }
 
-Lines LoadedWith(const Lines& accounts)
+const Lines attachLines = {"LIPCSharedMemory<T>::LIPCSharedMemory SharedMemoryForsndxdll",
+                           "LIPCSharedMemoryBuffer::_Create SharedMemoryForsndxdll",
+                           "LSystemLockMutex::~LSystemLockMutex", "DLL_PROCESS_ATTACH"};
+
+// The lines of a load of the account table, for accounts in the registry's order; folders may be empty.
+Lines LoadLines(const Lines& folders, bool accountsExist = true)
 {
-    return Join(
-        {{"DIAGNOSTIC VERSION TRACE Sendora File Transfer v. 3.00 r. 455535", "Run Heap Size = ...",
-          "LIPCSharedMemory<T>::LIPCSharedMemory SharedMemoryForsndxdll",
-          "LIPCSharedMemoryBuffer::_Create SharedMemoryForsndxdll", "LSystemLockMutex::~LSystemLockMutex",
-          "DLL_PROCESS_ATTACH", "LoadPaths", "LoadPaths 64bit build, using 32bit registry"},
-         accounts});
+    const std::string record = "LSharedSettings32Record::";
+    Lines lines = {"LoadPaths",
+                   "LoadPaths 64bit build, using 32bit registry",
+                   record + "LSharedSettings32Record ",
+                   record + "LSharedSettings32Record Software\\Taleno Software\\Sendora\\Accounts",
+                   record + "LSharedSettings32Record ",
+                   record + "LSharedSettings32Record ",
+                   "LSettings32ListIteratorTemplate<class LSharedSettings32Record>::InitCommon "};
+    if (!accountsExist)
+    {
+        lines.push_back("RegOpenKeyEx failed:..."); // the system's words
+    }
+    if (!folders.empty())
+    {
+        lines.push_back(record + "OpenSubRecord ");
+    }
+    for (std::size_t i = 0; i < folders.size(); ++i)
+    {
+        lines.insert(lines.end(), {record + "IsValid ", "LoadPaths got one", record + "GetString "});
+        if (!folders[i].empty())
+        {
+            lines.insert(lines.end(),
+                         {record + "GetInt ", record + "GetString ", "LoadPaths Add: pNew->szFolderPath"});
+        }
+        if (i + 1 < folders.size())
+        {
+            lines.push_back(record + "OpenSubRecord ");
+        }
+    }
+    lines.push_back(record + "IsValid ");
+    return lines;
 }
 } // namespace
 
@@ -43,12 +99,11 @@ TEST_F(ModuleLoad, WritesTheHeaderAndTheWayOfEveryAccountIntoTheTable)
     AddAccount("B", "");
     AddAccount("C", "C:\\Elsewhere\\");
     Module module;
-    const Lines loaded = LoadedWith({"LoadPaths got one", "LoadPaths Add: pNew->szFolderPath",
-                                     "LoadPaths got one", // B has no folder
-                                     "LoadPaths got one", "LoadPaths Add: pNew->szFolderPath"});
-    EXPECT_THAT(LoadTrace(), AreLines(loaded));
+    const Lines loaded =
+        Join({HeaderLines(), attachLines, LoadLines({Items().Path(), "", "C:\\Elsewhere\\"})});
+    EXPECT_THAT(WholeTrace(), AreLines(loaded));
     module.Free();
-    EXPECT_THAT(LoadTrace(), AreLines(Join({loaded, ClosingLines()})));
+    EXPECT_THAT(WholeTrace(), AreLines(Join({loaded, ClosingLines()})));
 }
 
 TEST_F(ModuleLoad, SecondLifeBeginsAnewAndKeepsTheOldTrace)
@@ -63,7 +118,7 @@ TEST_F(ModuleLoad, SecondLifeBeginsAnewAndKeepsTheOldTrace)
     module.Load();
     const std::string path = TraceFilePath();
     EXPECT_EQ(ReadWholeFile(path.substr(0, path.size() - 4) + ".1.txt"), firstTrace);
-    EXPECT_THAT(LoadTrace(), AreLines(LoadedWith({"RegOpenKeyEx failed:..."})));
+    EXPECT_THAT(WholeTrace(), AreLines(Join({HeaderLines(), attachLines, LoadLines({}, false)})));
     EXPECT_EQ(module.Overlay()->IsMemberOf(Wide(Items().File("a")).c_str(), 0), S_FALSE);
 }
 
