@@ -1,8 +1,6 @@
 // The request to the main program: what arrives at the other end of the pipe, in another process, and how the
 // module bears a main program that is missing, slow or broken.
 
-#include <chrono>
-
 #ifdef __SANITIZE_ADDRESS__
 #include <sanitizer/lsan_interface.h>
 #endif
@@ -14,7 +12,6 @@ using namespace sndxtest;
 
 namespace
 {
-using Clock = std::chrono::steady_clock;
 using Paths = std::vector<std::string>;
 
 constexpr UINT_PTR upload = 0;
@@ -75,13 +72,13 @@ class ModuleRequest : public ModuleTest
     HRESULT Invoke(UINT_PTR verb, MenuHandler& handler)
     {
         trace_.Restart();
-        const auto start = Clock::now();
+        const DWORD start = GetTickCount();
         const HRESULT result = handler.Invoke(verb);
-        milliseconds_ = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+        milliseconds_ = GetTickCount() - start;
         return result;
     }
     // Of the last Invoke.
-    void ExpectTime(long long least, long long most) const
+    void ExpectTime(DWORD least, DWORD most) const
     {
         EXPECT_GE(milliseconds_, least);
         EXPECT_LT(milliseconds_, most);
@@ -95,7 +92,7 @@ class ModuleRequest : public ModuleTest
   private:
     Module module_;
     TraceCapture trace_;
-    long long milliseconds_ = 0;
+    DWORD milliseconds_ = 0;
 };
 } // namespace
 
@@ -157,23 +154,19 @@ TEST_F(ModuleRequest, MainProgramIsStartedOnceAndReadyBeforeItIsSentAnything)
 
 TEST_F(ModuleRequest, MainProgramThatDoesNotComeUpMeansFailure)
 {
-    const struct
+    const std::pair<std::string, const char*> cases[] = {{"", ""},
+                                                         {"C:\\missing\\main.exe", ""},
+                                                         {Items().File("text.exe"), ""}, // no program
+                                                         {MainProgramPath(), "--no-pipe --duration 500"},
+                                                         {MainProgramPath(), "--exit-at-once"}};
+    for (const auto& [path, options] : cases)
     {
-        std::string path;
-        const char* options;
-    } cases[] = {{"", ""},
-                 {"C:\\missing\\main.exe", ""},
-                 {Items().File("text.exe"), ""}, // no program
-                 {MainProgramPath(), "--no-pipe --duration 500"},
-                 {MainProgramPath(), "--exit-at-once"}};
-    for (const auto& c : cases)
-    {
-        SetUserString("Settings", "InstallerPath", c.path);
-        SetStartOptions(c.options);
-        EXPECT_EQ(Invoke(upload, {"C:\\a"}), E_FAIL) << c.path << c.options;
+        SetUserString("Settings", "InstallerPath", path);
+        SetStartOptions(options);
+        EXPECT_EQ(Invoke(upload, {"C:\\a"}), E_FAIL) << path << options;
         ExpectTime(0, 5000);
-        ExpectTrace({settingsLines, c.path.empty() ? sharedLines : Lines(), absentLines, secondOpenLines,
-                     absentLines});
+        ExpectTrace(
+            {settingsLines, path.empty() ? sharedLines : Lines(), absentLines, secondOpenLines, absentLines});
     }
 }
 
@@ -209,18 +202,25 @@ TEST_F(ModuleRequest, BusyPipeIsWaitedForTwice)
 
 TEST_F(ModuleRequest, ReaderThatNeverReadsIsGivenUpAfterTheTimeOut)
 {
-    for (const bool readsLater : {false, true})
+    // Options, the least time in milliseconds, what arrives. Closing waits for the reader, until it goes.
+    const std::tuple<Paths, DWORD, std::string> cases[] = {
+        {{"--requests", "1", "--read-after", "4000"}, 3900, RequestBytes(words[0], {"C:\\a"})},
+        // The header fits the buffer; the payload is withdrawn after five seconds.
+        {{"--requests", "1", "--read-after", "6000"}, 5900, HeaderBytes(4 + 520 * 2)},
+        {{"--never-read", "--duration", "6000"}, 5000, ""},
+    };
+    std::string expected;
+    for (const auto& [options, least, received] : cases)
     {
-        // The header fits the buffer; the payload is withdrawn after five seconds; closing waits until the
-        // header is read or the reader goes.
-        ChildProcess server = readsLater
-                                  ? Serve({"--buffer", "64", "--requests", "1", "--read-after", "6000"})
-                                  : Serve({"--buffer", "64", "--never-read", "--duration", "6000"});
+        Paths all = {"--buffer", "64"};
+        all.insert(all.end(), options.begin(), options.end());
+        ChildProcess server = Serve(all);
         EXPECT_EQ(Invoke(upload, {"C:\\a"}), S_OK);
-        ExpectTime(5000, 10000);
+        ExpectTime(least, 10000);
         ExpectTrace({settingsLines, sharedLines});
         server.Wait();
-        EXPECT_TRUE(Received() == (readsLater ? HeaderBytes(4 + 520 * 2) : "")) << readsLater;
+        expected += received;
+        EXPECT_TRUE(Received() == expected) << least;
     }
 }
 
