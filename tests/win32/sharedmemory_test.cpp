@@ -137,18 +137,22 @@ TEST_F(SharedMemory, ABlockThatCannotBeMappedIsGivenUpSilently)
 TEST_F(SharedMemory, ClosingIsCompleteAndMayBeRepeated)
 {
     Block block(wide_, false, false);
+    const void* const first = block.View();
     block._Create(Wide(name_ + "b").c_str(), 16, false, false);
     EXPECT_FALSE(Exists(name_)) << "the block of the earlier call";
     EXPECT_EQ(block.Size(), 16u);
-    const void* const view = block.View();
+    const void* const second = block.View();
     block.Close();
     block.Close();
     EXPECT_FALSE(block.IsValid());
     EXPECT_EQ(block.Size(), 0u);
     EXPECT_FALSE(Exists(name_ + "b"));
-    MEMORY_BASIC_INFORMATION memory = {};
-    ASSERT_NE(VirtualQuery(view, &memory, sizeof(memory)), 0u);
-    EXPECT_EQ(memory.State, DWORD{MEM_FREE});
+    for (const void* const view : {first, second})
+    {
+        MEMORY_BASIC_INFORMATION memory = {};
+        EXPECT_NE(VirtualQuery(view, &memory, sizeof(memory)), 0u);
+        EXPECT_EQ(memory.State, DWORD{MEM_FREE});
+    }
     EXPECT_EQ(HandlesLeft([this] { const Block one(wide_, false, true); }), 0);
 }
 } // namespace
