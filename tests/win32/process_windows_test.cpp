@@ -1,5 +1,4 @@
-// That a started program inherits nothing. The native layer has nothing to inherit; that the program is
-// waited for, and that no handle of it is kept, is tested with the module's requests.
+// That a started program inherits nothing. Windows only: the native layer has nothing to inherit.
 
 #include <gtest/gtest.h>
 
