@@ -1,5 +1,5 @@
-// Stand-in for the module's allocation operators in programs that link product code directly: the tracking form
-// takes plain memory and delete stays the runtime's, because the test framework's own blocks are not the
+// Stand-in for the module's allocation operators in programs that link product code directly: the tracking
+// form takes plain memory and delete stays the runtime's, because the test framework's own blocks are not the
 // tracker's. FailAllocation makes tracked allocations fail.
 
 #include <new>

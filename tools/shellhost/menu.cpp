@@ -61,7 +61,8 @@ MenuOptions ParseMenuOptions(const Arguments& arguments)
         unsigned long number = 0;
         if (!ParseNumber(value, 0xFFFFFFFFul, number))
         {
-            throw UsageError(std::string(name).append(": '").append(value).append("' is not a number of 32 bits"));
+            throw UsageError(
+                std::string(name).append(": '").append(value).append("' is not a number of 32 bits"));
         }
         (name == "--cmd-first" ? options.cmdFirst : options.cmdLast) = static_cast<UINT>(number);
     }
