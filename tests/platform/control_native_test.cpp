@@ -1,8 +1,4 @@
-// Failures on demand, which only the POSIX layer has. And memory where Wine is no measure: it shows a
-// program's written data as not yet copied for writing, and DebugBreak ends a process by an exception of its
-// own.
-
-#include <csignal>
+// Failures on demand, which only the POSIX layer has.
 
 #include <gtest/gtest.h>
 
@@ -27,14 +23,5 @@ TEST(Control, FailuresMeetTheCallsTheyAreMeantFor)
     EXPECT_EQ(sndxposix::PendingFailures(), 1u);
     sndxposix::ResetFailures();
     EXPECT_EQ(ErrorOf(DeleteFileW(TEXT("C:\\none"))), ERROR_FILE_NOT_FOUND);
-}
-
-TEST(NativeMemory, DataOfTheProgramIsWriteableAndDebugBreakStopsIt)
-{
-    static int data = 1;
-    MEMORY_BASIC_INFORMATION information;
-    ASSERT_EQ(VirtualQuery(&data, &information, sizeof information), sizeof information);
-    EXPECT_EQ(information.Protect, PAGE_READWRITE);
-    EXPECT_EXIT(DebugBreak(), testing::KilledBySignal(SIGTRAP), "");
 }
 } // namespace

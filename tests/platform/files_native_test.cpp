@@ -3,10 +3,10 @@
 
 #include <atomic>
 #include <csignal>
+#include <filesystem>
 #include <string>
 #include <thread>
 
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -32,61 +32,33 @@ class NativeFiles : public testing::Test
     const std::string unixPath = ToUnixPath(Wide(path).c_str());
 };
 
-TEST_F(NativeFiles, ANameThatGoesWhileItIsOpenedIsNotOpened)
-{
-    // Deleted and made again by one thread, opened by another: an open that got hold of the old file would
-    // write into nowhere.
-    std::jthread remover(
-        [&](const std::stop_token& stop)
-        {
-            while (!stop.stop_requested())
-            {
-                if (DeleteFileW(Wide(path).c_str()))
-                {
-                    CloseHandle(OpenFile(path, GENERIC_WRITE, 7, OPEN_ALWAYS));
-                }
-            }
-        });
-    int opened = 0;
-    for (int i = 0; i < 5000; ++i)
-    {
-        const Handle file(OpenFile(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS));
-        if (file.IsOpen())
-        {
-            // Nobody can delete it now: what is written is what the name leads to.
-            DWORD bytes = 0;
-            EXPECT_TRUE(WriteFile(file, &i, sizeof i, &bytes, nullptr));
-            int found = -1;
-            const int direct = open(unixPath.c_str(), O_RDONLY | O_CLOEXEC);
-            EXPECT_EQ(read(direct, &found, sizeof found), static_cast<ssize_t>(sizeof found));
-            close(direct);
-            EXPECT_EQ(found, i);
-            ++opened;
-        }
-    }
-    EXPECT_GT(opened, 0);
-}
-
-TEST_F(NativeFiles, OpensAtTheSameMomentDoNotMissEachOther)
+// An open that missed another one would let two inside; one that got hold of a file just deleted would write
+// into nowhere.
+TEST_F(NativeFiles, OpensAndDeletionsAtTheSameMomentDoNotMissEachOther)
 {
     std::atomic<int> inside{0};
     std::atomic<int> opened{0};
-    const auto open = [&]
+    const auto openAndDelete = [&]
     {
         for (int round = 0; round < 3000; ++round)
         {
-            const Handle file(OpenFile(path, GENERIC_WRITE, 0));
+            DeleteFileW(Wide(path).c_str());
+            const Handle file(OpenFile(path, GENERIC_WRITE, 0, OPEN_ALWAYS));
             if (file.IsOpen())
             {
                 EXPECT_EQ(inside.fetch_add(1), 0);
+                DWORD bytes = 0;
+                EXPECT_TRUE(WriteFile(file, "written", 7, &bytes, nullptr));
+                std::error_code error;
+                EXPECT_EQ(std::filesystem::file_size(unixPath, error), 7u);
                 ++opened;
-                std::this_thread::yield();
                 --inside;
             }
         }
     };
     {
-        const std::jthread threads[] = {std::jthread(open), std::jthread(open), std::jthread(open)};
+        const std::jthread threads[] = {std::jthread(openAndDelete), std::jthread(openAndDelete),
+                                        std::jthread(openAndDelete)};
     }
     EXPECT_GT(opened, 100);
 }
@@ -114,10 +86,8 @@ TEST(NativePaths, DrivesAndSeparators)
         {u"C:", driveC},
         {u"c:/a\\b", driveC + "/a/b"},
         {u"C:\\a\\.\\b\\..\\c\\", driveC + "/a/c"},
-        {u"C:\\..\\..\\a", driveC + "/a"},
         {u"\\\\?\\C:\\a", driveC + "/a"},
         {u"z:\\proc\\self", "/proc/self"},
-        {u"Z:\\..", "/"},
         {u"Q:\\a", ""},
         {u"\\\\server\\share", ""},
         {u"", ""},

@@ -180,22 +180,6 @@ TEST_F(ConnectedPipe, AfterTheServerHasClosedTheRestCanBeRead)
     EXPECT_EQ(ErrorOf(OpenClient()), ERROR_FILE_NOT_FOUND);
 }
 
-TEST_F(ConnectedPipe, DisconnectLosesWhatIsUnreadAndTellsTheOldClient)
-{
-    EXPECT_EQ(Write(server, "lost", transfer), ERROR_SUCCESS);
-    EXPECT_EQ(Write(client, std::string(100, 'p'), pending), ERROR_IO_PENDING);
-    EXPECT_TRUE(DisconnectNamedPipe(server));
-    EXPECT_EQ(Result(client, pending), ERROR_PIPE_NOT_CONNECTED);
-    EXPECT_EQ(Connect(server, pending), ERROR_IO_PENDING);
-    const Handle fresh(OpenClient());
-    EXPECT_EQ(Result(server, pending), ERROR_SUCCESS);
-    EXPECT_EQ(Available(client), -long{ERROR_PIPE_NOT_CONNECTED});
-    EXPECT_EQ(Write(client, "x", transfer), ERROR_PIPE_NOT_CONNECTED);
-    EXPECT_EQ(Read(client), "error 233");
-    EXPECT_EQ(Write(fresh, "new", transfer), ERROR_SUCCESS);
-    EXPECT_EQ(Read(server), "new");
-}
-
 TEST_F(Pipes, FlushEndsWhenTheReaderHasReadOrGone)
 {
     const DWORD errors[] = {ERROR_SUCCESS, ERROR_BROKEN_PIPE, ERROR_PIPE_NOT_CONNECTED};

@@ -58,19 +58,6 @@ TEST_F(Registry, KeysAreFoundByPathsInAnyCaseAndEndWithTheirTree)
     EXPECT_EQ(RegDeleteTreeW(key_, TEXT("One\\T w o")), LONG{ERROR_FILE_NOT_FOUND});
 }
 
-TEST_F(Registry, EnumerationIsSortedWithoutRegardToCase)
-{
-    for (const char* name : {"zeta", "10", "Beta2", "alpha", "9", "beta", "account 1", "\u00E4"})
-    {
-        EXPECT_EQ(Key(Key::Create, key_, name).error, 0);
-    }
-    EXPECT_EQ(key_.SubKeys(), (Names{"10", "9", "account 1", "alpha", "beta", "Beta2", "zeta", "\u00E4"}));
-    WCHAR name[6];
-    EXPECT_EQ(RegEnumKeyW(key_, 3, name, 5), LONG{ERROR_MORE_DATA});
-    EXPECT_EQ(RegEnumKeyW(key_, 3, name, 6), 0);
-    EXPECT_EQ(RegEnumKeyW(key_, 8, name, 6), LONG{ERROR_NO_MORE_ITEMS});
-}
-
 SNDX_CHILD(WritesRegistryValues)
 {
     const Key key(Key::Create, HKEY_CURRENT_USER, testPath + "\\" + arguments[0]);
