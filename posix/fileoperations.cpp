@@ -32,7 +32,8 @@ bool WithNameFree(const std::string& path, const struct stat& status, Operation 
     const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!file.IsOpen())
     {
-        return run(); // one that this user cannot read is locked by nobody of his
+        // One that this user cannot read is locked by nobody of his.
+        return errno == ENOENT ? FailWithErrno(errno, path) : run();
     }
     const FileGuard guard(file.Get());
     if (!guard.IsHeld() || ConflictsWithOthers(file.Get(), FILE_SHARE_DELETE,
@@ -40,7 +41,8 @@ bool WithNameFree(const std::string& path, const struct stat& status, Operation 
     {
         return FailWith(ERROR_SHARING_VIOLATION);
     }
-    return run();
+    // A new file that has got the name meanwhile may be open; the name was free in between.
+    return StillNames(path, file.Get()) ? run() : FailWithErrno(ENOENT, path);
 }
 
 int RenameWithoutReplacing(const std::string& from, const std::string& to)
