@@ -137,7 +137,17 @@ TEST_F(MainProgram, ExitCodesTellUsageFromFailure)
 {
     EXPECT_EQ(Start({"--exit-at-once"}).Wait(), 0);
     EXPECT_FALSE(Exists("ready"));
-    EXPECT_EQ(Start({"--bogus"}).Wait(), 2);
+    const std::vector<std::string> wrong[] = {{"--bogus"},
+                                              {"file"},
+                                              {"--buffer"},
+                                              {"--instances", "0"},
+                                              {"--instances", "255"},
+                                              {"--close-early", "-1"},
+                                              {"--buffer", "99999999999999999999"}};
+    for (const auto& arguments : wrong)
+    {
+        EXPECT_EQ(Start(arguments).Wait(), 2) << arguments.front();
+    }
     EXPECT_EQ(Start({"--no-pipe", "--output", File("missing\\file")}).Wait(), 1);
     StartAndWait({});
     ChildProcess second = ChildProcess::Program(SNDX_MAINPROGRAM, {"--pipe", name_, "--duration", "20000"});

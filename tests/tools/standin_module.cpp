@@ -25,24 +25,24 @@ bool Contains(const WideString& path, const WCHAR* word)
     return path.find(word) != WideString::npos;
 }
 
-// An object of either class: it offers the interface of its own only.
+// An object of either class.
 class Handler final : public IShellIconOverlayIdentifier, public IContextMenu, public IShellExtInit
 {
   public:
-    explicit Handler(bool isOverlay) : isOverlay_(isOverlay) { ++handlers; }
+    Handler() { ++handlers; }
     virtual ~Handler() { --handlers; }
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
     {
         *out = nullptr;
-        if (isOverlay_ && IsEqualIID(iid, IID_IShellIconOverlayIdentifier))
+        if (IsEqualIID(iid, IID_IShellIconOverlayIdentifier))
         {
             *out = static_cast<IShellIconOverlayIdentifier*>(this);
         }
-        else if (!isOverlay_ && IsEqualIID(iid, IID_IContextMenu))
+        else if (IsEqualIID(iid, IID_IContextMenu))
         {
             *out = static_cast<IContextMenu*>(this);
         }
-        else if (!isOverlay_ && IsEqualIID(iid, IID_IShellExtInit))
+        else if (IsEqualIID(iid, IID_IShellExtInit))
         {
             *out = static_cast<IShellExtInit*>(this);
         }
@@ -130,7 +130,6 @@ class Handler final : public IShellIconOverlayIdentifier, public IContextMenu, p
     }
 
   private:
-    const bool isOverlay_;
     ULONG references_ = 1;
     std::vector<WideString> paths_;
 };
@@ -139,7 +138,6 @@ class Handler final : public IShellIconOverlayIdentifier, public IContextMenu, p
 class Factory final : public IClassFactory
 {
   public:
-    explicit Factory(bool isOverlay) : isOverlay_(isOverlay) {}
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
     {
         *out = IsEqualIID(iid, IID_IClassFactory) ? this : nullptr;
@@ -149,19 +147,14 @@ class Factory final : public IClassFactory
     ULONG STDMETHODCALLTYPE Release() override { return 1; }
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID iid, void** out) override
     {
-        IContextMenu* const handler = new Handler(isOverlay_);
+        IContextMenu* const handler = new Handler;
         const HRESULT result = handler->QueryInterface(iid, out);
         handler->Release();
         return result;
     }
     HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
-
-  private:
-    const bool isOverlay_;
 };
-
-Factory overlayFactory(true);
-Factory contextMenuFactory(false);
+Factory factory;
 } // namespace
 
 #ifdef _WIN32
@@ -172,9 +165,8 @@ Factory contextMenuFactory(false);
 
 EXPORTED HRESULT STDMETHODCALLTYPE DllGetClassObject(REFCLSID classId, REFIID iid, void** out)
 {
-    return IsEqualCLSID(classId, overlayClass)       ? overlayFactory.QueryInterface(iid, out)
-           : IsEqualCLSID(classId, contextMenuClass) ? contextMenuFactory.QueryInterface(iid, out)
-                                                     : CLASS_E_CLASSNOTAVAILABLE;
+    const bool isKnown = IsEqualCLSID(classId, overlayClass) || IsEqualCLSID(classId, contextMenuClass);
+    return isKnown ? factory.QueryInterface(iid, out) : CLASS_E_CLASSNOTAVAILABLE;
 }
 
 EXPORTED HRESULT STDMETHODCALLTYPE DllCanUnloadNow()
