@@ -1,5 +1,16 @@
 include(GoogleTest)
 
+# sndx_test_sources(VARIABLE PATTERN …)
+# The test sources of a folder for this target: those of the other one alone are named so.
+macro(sndx_test_sources variable)
+  file(GLOB ${variable} CONFIGURE_DEPENDS ${ARGN})
+  if(WIN32)
+    list(FILTER ${variable} EXCLUDE REGEX "_native_test\\.cpp$")
+  else()
+    list(FILTER ${variable} EXCLUDE REGEX "_windows_test\\.cpp$")
+  endif()
+endmacro()
+
 # sndx_add_test(NAME SOURCES … [LIBS …])
 # One test program; every test of it is run in a process of its own, natively with a private root folder.
 # Under Wine all tests share one prefix (registry, pipe names, trace files), so they run one at a time.

@@ -1,17 +1,17 @@
 #pragma once
 // Text in tests is UTF-8 std::string, so that one expectation serves both targets.
 
-#include <string>
-#include <string_view>
-
-#include <windows.h>
+#include "tools/text.h"
 
 namespace sndxtest
 {
-using WideString = std::basic_string<WCHAR>;
+using sndxtools::Utf8;
+using sndxtools::Wide;
+using sndxtools::WideString;
 
-// Lone surrogates and invalid bytes become U+FFFD. Null gives "(null pointer)".
-std::string Utf8(const WCHAR* text);
-std::string Utf8(const WideString& text);
-WideString Wide(std::string_view utf8);
+// Null gives "(null pointer)".
+inline std::string Utf8(const WCHAR* text)
+{
+    return text == nullptr ? "(null pointer)" : Utf8(sndxtools::WideView(text));
+}
 } // namespace sndxtest
