@@ -2,7 +2,7 @@
 
 #include "dll/classfactories.h"
 #include "dll/folders.h"
-#include "gen/debug/tracefile.h"
+#include "diag/tracefile.h"
 
 // The module's static objects, constructed in this order when it is loaded, before DllMain, and destroyed in
 // the reverse order when it is unloaded. They stand in one source because the order across sources would be

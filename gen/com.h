@@ -11,6 +11,8 @@
 #include "gen/compiler.h"
 #include "gen/debug.h"
 #include "gen/list.h"
+// The one include that runs up from gen/: the registry owns its lock, and its name and place are fixed by the
+// reports that name gen/com.
 #include "win32/mutex.h"
 
 // Byte-for-byte equality.

@@ -9,7 +9,7 @@ from collections import namedtuple
 
 from messages.cppsource import arguments, enclosing_functions, tokenize
 
-SOURCES = ("gen", "win32", "dll")
+SOURCES = ("gen", "win32", "diag", "dll")
 
 # How the reporting functions make a line of their arguments: "{0}" is the text of argument 0, "<0>" an inserted
 # value, "{0%}" a format; the second item is the kind of line, or the argument that tells it.

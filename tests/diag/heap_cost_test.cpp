@@ -4,7 +4,7 @@
 #include <chrono>
 #include <limits>
 
-#include "tests/gen/debug/heapprobe.h"
+#include "tests/diag/heapprobe.h"
 
 using namespace sndxtest;
 

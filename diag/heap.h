@@ -1,7 +1,7 @@
 #pragma once
 // Tracked allocation: every block carries a record and, in front of the caller's memory, a four-byte tag that
 // leads back to it; live blocks stand in a table, and what is left when the trace ends is listed. Included by
-// the rooms of gen/debug, the module's operators and tests.
+// the rooms of diag, the module's operators and tests.
 //
 // A per-user setting, read once, selects the memory mode: 0 and 1 plain blocks; 2 an inaccessible page behind
 // each block; 3 one in front of it; 5 released memory is never used again and inaccessible. Any other value

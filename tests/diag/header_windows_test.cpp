@@ -6,7 +6,7 @@
 
 #include <gmock/gmock.h>
 
-#include "gen/debug/environment.h"
+#include "diag/environment.h"
 #include "tests/support/tracefile.h"
 
 // The program's own slot for the import.

@@ -1,4 +1,4 @@
-#include "gen/debug/environment.h"
+#include "diag/environment.h"
 
 #include <atomic>
 #include <initializer_list>

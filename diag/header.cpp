@@ -1,9 +1,9 @@
-#include "gen/debug/header.h"
+#include "diag/header.h"
 
 #include <time.h>
 
 #include "gen/debug.h"
-#include "gen/debug/environment.h"
+#include "diag/environment.h"
 #include "gen/stringtools.h"
 #include "win32/settings.h"
 

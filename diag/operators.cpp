@@ -3,7 +3,7 @@
 // programs have a plain stand-in for this file: a test framework's own blocks are not the tracker's.
 
 #include "gen/debug.h"
-#include "gen/debug/heap.h"
+#include "diag/heap.h"
 
 void* operator new(std::size_t uSize, const char* szFile, const char* szFunction, std::int32_t nLine) noexcept
 {

@@ -2,7 +2,7 @@
 // The blocks of the memory modes: how record, tag and user data lie in memory. The record of a block is made
 // here but filled in by the tracker.
 
-#include "gen/debug/heap.h"
+#include "diag/heap.h"
 
 enum class LMemoryMode : std::int32_t
 {

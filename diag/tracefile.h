@@ -1,6 +1,6 @@
 #pragma once
 // The trace file: its path, the lines in it, its older generations, its start and its end. Included by the
-// rooms of gen/debug, the module's start-up and tests; everybody else reports through gen/debug.h.
+// rooms of diag, the module's start-up and tests; everybody else reports through gen/debug.h.
 
 #include "gen/types.h"
 

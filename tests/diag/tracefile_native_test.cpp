@@ -6,7 +6,7 @@
 #include <gmock/gmock.h>
 
 #include "gen/debug.h"
-#include "gen/debug/tracefile.h"
+#include "diag/tracefile.h"
 #include "sndxposix.h"
 #include "tests/support/child.h"
 #include "tests/support/tracefile.h"

@@ -5,8 +5,8 @@
 #include <gmock/gmock.h>
 
 #include "gen/debug.h"
-#include "gen/debug/environment.h"
-#include "gen/debug/header.h"
+#include "diag/environment.h"
+#include "diag/header.h"
 #include "sndxposix.h"
 #include "tests/support/reports.h"
 #include "tests/support/settings.h"

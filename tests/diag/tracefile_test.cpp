@@ -6,7 +6,7 @@
 #include <gmock/gmock.h>
 
 #include "gen/debug.h"
-#include "gen/debug/tracefile.h"
+#include "diag/tracefile.h"
 #include "tests/support/debuggeroutput.h"
 #include "tests/support/reports.h"
 #include "win32/file.h"

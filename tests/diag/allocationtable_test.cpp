@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "gen/debug/allocationtable.h"
+#include "diag/allocationtable.h"
 
 namespace
 {

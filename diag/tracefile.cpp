@@ -1,4 +1,4 @@
-#include "gen/debug/tracefile.h"
+#include "diag/tracefile.h"
 
 #include <atomic>
 
@@ -6,8 +6,8 @@
 #include <time.h>
 
 #include "gen/debug.h"
-#include "gen/debug/header.h"
-#include "gen/debug/heap.h"
+#include "diag/header.h"
+#include "diag/heap.h"
 #include "gen/stringtools.h"
 #include "win32/file.h"
 

@@ -1,7 +1,7 @@
 // Accesses that the memory modes make fault: a process of its own touches one byte and its handler for access
 // violations tells by the exit code whether it was that byte.
 
-#include "tests/gen/debug/heapprobe.h"
+#include "tests/diag/heapprobe.h"
 #include "tests/support/child.h"
 
 #ifndef _WIN32

@@ -9,8 +9,8 @@
 #include <gmock/gmock.h>
 
 #include "gen/debug.h"
-#include "gen/debug/environment.h"
-#include "gen/debug/header.h"
+#include "diag/environment.h"
+#include "diag/header.h"
 #include "tests/support/reports.h"
 #include "win32/library.h"
 #include "win32/settings.h"

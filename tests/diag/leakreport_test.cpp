@@ -8,8 +8,8 @@
 #endif
 
 #include "gen/debug.h"
-#include "gen/debug/tracefile.h"
-#include "tests/gen/debug/heapprobe.h"
+#include "diag/tracefile.h"
+#include "tests/diag/heapprobe.h"
 #include "tests/support/leakreport.h"
 
 using namespace sndxtest;

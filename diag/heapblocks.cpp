@@ -1,4 +1,4 @@
-#include "gen/debug/heapblocks.h"
+#include "diag/heapblocks.h"
 
 #include <malloc.h>
 #include <stdlib.h>

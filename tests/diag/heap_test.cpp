@@ -7,8 +7,8 @@
 #include <gtest/gtest.h>
 
 #include "gen/debug.h"
-#include "gen/debug/tracefile.h"
-#include "tests/gen/debug/heapprobe.h"
+#include "diag/tracefile.h"
+#include "tests/diag/heapprobe.h"
 #include "tests/support/child.h"
 #include "tests/support/reports.h"
 

@@ -15,7 +15,7 @@
 
 #include <windows.h>
 
-#include "gen/debug/heap.h"
+#include "diag/heap.h"
 #include "tests/support/leakchecker.h"
 #include "tests/support/settings.h"
 #include "tests/support/tracefile.h"

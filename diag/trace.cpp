@@ -6,7 +6,7 @@
 
 #include "gen/charsets.h"
 #include "gen/debug.h"
-#include "gen/debug/tracefile.h"
+#include "diag/tracefile.h"
 #include "gen/stringtools.h"
 
 namespace

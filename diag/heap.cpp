@@ -1,4 +1,4 @@
-#include "gen/debug/heap.h"
+#include "diag/heap.h"
 
 #include <atomic>
 #include <new>
@@ -7,9 +7,9 @@
 #include <string.h>
 
 #include "gen/debug.h"
-#include "gen/debug/allocationtable.h"
-#include "gen/debug/heapblocks.h"
-#include "gen/debug/tracefile.h"
+#include "diag/allocationtable.h"
+#include "diag/heapblocks.h"
+#include "diag/tracefile.h"
 #include "win32/file.h"
 #include "win32/mutex.h"
 #include "win32/settings.h"

@@ -1,4 +1,4 @@
-#include "gen/debug/allocationtable.h"
+#include "diag/allocationtable.h"
 
 #include <bit>
 
