@@ -1,6 +1,7 @@
 #include "diag/tracefile.h"
 
 #include <atomic>
+#include <iterator>
 
 #include <string.h>
 #include <time.h>
@@ -26,17 +27,73 @@ constinit std::atomic<bool> g_bTerminated{false};
 
 constexpr std::size_t g_uLineSize = LTRACELINESIZE;
 
-// The handle of the line that is being written, from directly behind the open until directly before the
-// close; of this process's threads only one can have one, because the file admits one writer at a time. A
-// thread that ends with the process in between leaves the handle open, and with it the file closed to every
-// later line.
-constinit std::atomic<HANDLE> g_hWriting{nullptr};
+// Values of the handles that earlier opens of the trace file got, by the low digits of the value. The system
+// gives a value that was closed again, so the few there are keep coming back.
+constinit std::atomic<HANDLE> g_hEarlier[32]{};
 
-// Milliseconds that all lines written at the end of the process may wait for the file together.
-constinit std::uint32_t g_uEndWaitLeft = 250;
+// False when the file cannot be opened. Other writers, threads or processes, are waited for, up to the
+// time-out.
+bool AppendWithin(const WCHAR* szPath, const char* szLine, std::uint32_t uTimeoutMs)
+{
+    LWriteFileRef file(szPath, uTimeoutMs);
+    if (!file.IsOpen())
+    {
+        return false;
+    }
+    const auto uValue = reinterpret_cast<std::uintptr_t>(file.Get());
+    g_hEarlier[uValue / 4 % std::size(g_hEarlier)].store(file.Get(), std::memory_order_relaxed);
+    file.Write(szLine, strlen(szLine));
+    return true;
+}
 
-// Appends to the trace file. Other writers, threads or processes, are waited for, up to the time-out; a line
-// that cannot be written is lost, which nothing could report.
+bool IsSameFile(const BY_HANDLE_FILE_INFORMATION& a, const BY_HANDLE_FILE_INFORMATION& b)
+{
+    return a.dwVolumeSerialNumber == b.dwVolumeSerialNumber && a.nFileIndexHigh == b.nFileIndexHigh &&
+           a.nFileIndexLow == b.nFileIndexLow;
+}
+
+// At the end of the process: closes what a thread left open that died between opening and closing the file,
+// which would stay closed to every later line. The thread may have died inside the open itself, before
+// anybody could note its handle; so the values of earlier opens are looked at. One that is the trace file now
+// is such a handle, because this is the only thread left; any other is somebody else's by now.
+void CloseLeftOpen(const WCHAR* szPath)
+{
+    constexpr DWORD uShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const LFileRef probe(LFile::OpenWithRetry(szPath, FILE_READ_ATTRIBUTES, uShareAll, OPEN_EXISTING, 0));
+    BY_HANDLE_FILE_INFORMATION trace = {};
+    if (!probe.IsOpen() || !GetFileInformationByHandle(probe.Get(), &trace))
+    {
+        return;
+    }
+    for (const std::atomic<HANDLE>& hEarlier : g_hEarlier)
+    {
+        const HANDLE hValue = hEarlier.load(std::memory_order_relaxed);
+        BY_HANDLE_FILE_INFORMATION found = {};
+        if (hValue != nullptr && hValue != probe.Get() && GetFileInformationByHandle(hValue, &found) &&
+            IsSameFile(found, trace))
+        {
+            const LHandle leftOpen(hValue);
+        }
+    }
+}
+
+// Bounded for all lines together, because the user waits for the end of the process: another process may be
+// writing, or a handle that was never noted is left open.
+void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine)
+{
+    static constinit std::uint32_t uWaitLeftMs = 250;
+    if (AppendWithin(szPath, szLine, 0))
+    {
+        return;
+    }
+    CloseLeftOpen(szPath);
+    const std::uint32_t uBefore = GetTickCount();
+    AppendWithin(szPath, szLine, uWaitLeftMs);
+    const std::uint32_t uWaited = GetTickCount() - uBefore;
+    uWaitLeftMs -= uWaited < uWaitLeftMs ? uWaited : uWaitLeftMs;
+}
+
+// A line that cannot be written is lost, which nothing could report.
 void AppendToFile(const char* szLine)
 {
     const WCHAR* szPath = LDebugGetFilePath();
@@ -44,25 +101,13 @@ void AppendToFile(const char* szLine)
     {
         return;
     }
-    const bool bProcessEnds = LDebugProcessEnd::HasBegun();
-    if (bProcessEnds)
+    if (LDebugProcessEnd::HasBegun())
     {
-        const LHandle leftOpen(g_hWriting.exchange(nullptr, std::memory_order_relaxed));
+        AppendAtProcessEnd(szPath, szLine);
     }
-    const std::uint32_t uTimeoutMs = bProcessEnds ? g_uEndWaitLeft : 3000;
-    const std::uint32_t uBefore = GetTickCount();
+    else
     {
-        LWriteFileRef file(szPath, uTimeoutMs, g_hWriting);
-        if (file.IsOpen())
-        {
-            file.Write(szLine, strlen(szLine));
-            g_hWriting.store(nullptr, std::memory_order_relaxed);
-        }
-    }
-    if (bProcessEnds)
-    {
-        const std::uint32_t uWaited = GetTickCount() - uBefore;
-        g_uEndWaitLeft -= uWaited < g_uEndWaitLeft ? uWaited : g_uEndWaitLeft;
+        AppendWithin(szPath, szLine, 3000);
     }
 }
 

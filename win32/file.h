@@ -16,6 +16,8 @@ class LFileRef
 
     // A null handle counts as open.
     bool IsOpen() const { return hFile != INVALID_HANDLE_VALUE; }
+    // Still owned by this object.
+    HANDLE Get() const { return hFile; }
     void Close();
 
   protected:
@@ -42,11 +44,6 @@ class LWriteFileRef : public LFileRef
   public:
     LWriteFileRef(const WCHAR* szPath, std::uint32_t uTimeoutMs)
         : LFileRef(LFile::OpenForAppend(szPath, uTimeoutMs))
-    {
-    }
-    // Shows the handle in hOpened as soon as there is one.
-    LWriteFileRef(const WCHAR* szPath, std::uint32_t uTimeoutMs, std::atomic<HANDLE>& hOpened)
-        : LFileRef(LFile::OpenForAppend(szPath, uTimeoutMs, hOpened))
     {
     }
     std::uint32_t Write(const void* Buffer, std::size_t BufferSize) { return _Write(Buffer, BufferSize); }
