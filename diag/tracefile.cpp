@@ -12,7 +12,6 @@
 #include "gen/debug.h"
 #include "gen/stringtools.h"
 #include "win32/file.h"
-#include "win32/handle.h"
 
 namespace
 {
@@ -46,47 +45,62 @@ bool AppendWithin(const WCHAR* szPath, const char* szLine, std::uint32_t uTimeou
     return true;
 }
 
-bool IsSameFile(const BY_HANDLE_FILE_INFORMATION& a, const BY_HANDLE_FILE_INFORMATION& b)
+bool IsSameTime(const FILETIME& a, const FILETIME& b)
 {
-    return a.dwVolumeSerialNumber == b.dwVolumeSerialNumber && a.nFileIndexHigh == b.nFileIndexHigh &&
-           a.nFileIndexLow == b.nFileIndexLow;
+    return a.dwLowDateTime == b.dwLowDateTime && a.dwHighDateTime == b.dwHighDateTime;
 }
 
-// At the end of the process: closes what a thread left open that died between opening and closing the file,
-// which would stay closed to every later line. The thread may have died inside the open itself, before
-// anybody could note its handle; so the values of earlier opens are looked at. One that is the trace file now
-// is such a handle, because this is the only thread left; any other is somebody else's by now.
-void CloseLeftOpen(const WCHAR* szPath)
+// At the end of the process: the handle that a thread left open which died between opening and closing the
+// file; null when there is none. The thread may have died inside the open itself, before anybody could note
+// its handle; so the values of earlier opens are looked at. One that is the trace file now is such a handle,
+// because this is the only thread left; any other is somebody else's by now. Size and times tell.
+HANDLE FindLeftOpen(const WCHAR* szPath)
 {
-    constexpr DWORD uShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const LFileRef probe(LFile::OpenWithRetry(szPath, FILE_READ_ATTRIBUTES, uShareAll, OPEN_EXISTING, 0));
-    BY_HANDLE_FILE_INFORMATION trace = {};
-    if (!probe.IsOpen() || !GetFileInformationByHandle(probe.Get(), &trace))
+    WIN32_FILE_ATTRIBUTE_DATA trace = {};
+    if (!GetFileAttributesExW(szPath, GetFileExInfoStandard, &trace))
     {
-        return;
+        return nullptr;
     }
     for (const std::atomic<HANDLE>& hEarlier : g_hEarlier)
     {
         const HANDLE hValue = hEarlier.load(std::memory_order_relaxed);
         BY_HANDLE_FILE_INFORMATION found = {};
-        if (hValue != nullptr && hValue != probe.Get() && GetFileInformationByHandle(hValue, &found) &&
-            IsSameFile(found, trace))
+        if (hValue != nullptr && GetFileInformationByHandle(hValue, &found) &&
+            found.nFileSizeHigh == trace.nFileSizeHigh && found.nFileSizeLow == trace.nFileSizeLow &&
+            IsSameTime(found.ftLastWriteTime, trace.ftLastWriteTime) &&
+            IsSameTime(found.ftCreationTime, trace.ftCreationTime))
         {
-            const LHandle leftOpen(hValue);
+            return hValue;
         }
     }
+    return nullptr;
 }
 
-// Bounded for all lines together, because the user waits for the end of the process: another process may be
-// writing, or a handle that was never noted is left open.
+// As long as a dead thread's handle is open, nobody else can write; so the last lines go through it, and the
+// system closes it with the process. (Not closed and opened again: under Wine the thread may have died while
+// the file's descriptor was handed over, and then the process ends at once when another handle is used.)
+// Otherwise another process is writing, or the dead thread's handle was never noted; all lines together wait
+// for that a quarter of a second, because the user waits for the end of the process.
 void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine)
 {
+    static constinit HANDLE hLeftOpen = nullptr;
     static constinit std::uint32_t uWaitLeftMs = 250;
-    if (AppendWithin(szPath, szLine, 0))
+    if (hLeftOpen == nullptr)
     {
+        if (AppendWithin(szPath, szLine, 0))
+        {
+            return;
+        }
+        hLeftOpen = FindLeftOpen(szPath);
+    }
+    if (hLeftOpen != nullptr)
+    {
+        const LARGE_INTEGER nNowhere = {};
+        DWORD uWritten = 0;
+        SetFilePointerEx(hLeftOpen, nNowhere, nullptr, FILE_END);
+        WriteFile(hLeftOpen, szLine, static_cast<DWORD>(strlen(szLine)), &uWritten, nullptr);
         return;
     }
-    CloseLeftOpen(szPath);
     const std::uint32_t uBefore = GetTickCount();
     AppendWithin(szPath, szLine, uWaitLeftMs);
     const std::uint32_t uWaited = GetTickCount() - uBefore;
