@@ -95,9 +95,8 @@ TEST_P(TrackerMode, BlocksLieAsItSaysOrAreNull)
         ReleaseBlock(user, array);
     }
     // Memory that cannot be had: sizes whose sum with the record wraps, and one that is merely too much.
-    const Lines failed = mode <= 1   ? Lines{"LMemAllocation::Record malloc returned nullptr"}
-                         : mode <= 3 ? Lines{"LMemAllocation::Record _aligned_malloc returned nullptr"}
-                                     : Lines();
+    const Lines failed = {mode == 2 || mode == 3 ? "LMemAllocation::Record _aligned_malloc returned nullptr"
+                                                 : "LMemAllocation::Record malloc returned nullptr"};
     constexpr std::size_t most = std::numeric_limits<std::size_t>::max();
     for (const std::size_t size : {most, most - 59, most - 67, most - page - 3, most / 2})
     {

@@ -16,6 +16,7 @@ using namespace sndxtest;
 using testing::ElementsAre;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::StartsWith;
 
 namespace
 {
@@ -83,6 +84,18 @@ TEST_F(LeakReport, ListsTheLargestFirstWithTheLineWrittenAfterEach)
     EXPECT_THAT(Shown(2), EndsWith("**after the large one]"));
     EXPECT_THAT(Shown(3), EndsWith("  after the empty one]"));
     EXPECT_THAT(Shown(4), EndsWith("**" + LeakStart(70900).substr(2) + "]"));
+}
+
+TEST_F(LeakReport, ABlockWhoseTagWasOverwrittenIsPassedOverWithoutAStop)
+{
+    const Breakpoints breakpoints;
+    Make(10);
+    auto* const damaged = static_cast<char*>(Make(20));
+    const std::string tag = Tag(damaged);
+    std::memset(damaged - 4, 0, 4);
+    EXPECT_THAT(Report(), ElementsAre(LeakStart(10), StartsWith(Leak(10, 0)), leakEnd));
+    EXPECT_EQ(Breakpoints::Take(), 0);
+    tag.copy(damaged - 4, 4);
 }
 
 TEST_F(LeakReport, LongLinesAreCutAt511Characters)

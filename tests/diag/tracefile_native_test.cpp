@@ -6,6 +6,7 @@
 #include <gmock/gmock.h>
 
 #include "gen/debug.h"
+#include "diag/lifetime.h"
 #include "diag/tracefile.h"
 #include "sndxposix.h"
 #include "tests/support/child.h"
