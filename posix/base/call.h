@@ -12,6 +12,7 @@ namespace sndxposix
 // The Windows error code for an errno value.
 DWORD ErrorFromErrno(int error);
 
+void SetLastError(DWORD code);
 // Sets the last error; the result is what the failed function returns.
 template <class Result = bool>
 Result FailWith(DWORD code, Result failure = Result{})

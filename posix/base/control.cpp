@@ -4,6 +4,7 @@
 #include "sndxposix.h"
 
 #include "posix/base/call.h"
+#include "posix/base/locked.h"
 #include "sndx/base.h"
 
 #include <atomic>
@@ -11,7 +12,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -32,19 +32,11 @@ struct Failure
 
 constexpr std::size_t maximumDebugOutput = std::size_t{1} << 20;
 
-// Never destroyed: modules call the layer in their static destructors, at the very end of the process.
 struct Control
 {
-    std::mutex mutex;
     std::vector<Failure> failures;
     std::string debugOutput;
 };
-
-Control& TheControl()
-{
-    static Control& control = *new Control;
-    return control;
-}
 
 // Number of failures asked for, so that the ordinary call need not take the lock.
 std::atomic<unsigned> pendingFailures{0};
@@ -76,13 +68,12 @@ void AppendToFile(const char* path, std::string_view text)
 
 bool KeepDebugOutput(std::string_view text)
 {
-    Control& control = TheControl();
-    const std::lock_guard lock(control.mutex);
-    control.debugOutput.append(text);
+    const Locked<Control> control;
+    control->debugOutput.append(text);
     // Cut seldom: moving the rest costs as much as keeping it.
-    if (control.debugOutput.size() > 2 * maximumDebugOutput)
+    if (control->debugOutput.size() > 2 * maximumDebugOutput)
     {
-        control.debugOutput.erase(0, control.debugOutput.size() - maximumDebugOutput);
+        control->debugOutput.erase(0, control->debugOutput.size() - maximumDebugOutput);
     }
     if (const char* path = std::getenv("SENDORA_DEBUGOUTPUT"); path != nullptr && *path != 0)
     {
@@ -137,17 +128,15 @@ void SetCurrentThreadId(std::uint32_t id)
 
 void FailCall(const char* function, std::uint32_t error, unsigned skip)
 {
-    Control& control = TheControl();
-    const std::lock_guard lock(control.mutex);
-    control.failures.push_back({function, error, skip});
+    const Locked<Control> control;
+    control->failures.push_back({function, error, skip});
     ++pendingFailures;
 }
 
 void ResetFailures()
 {
-    Control& control = TheControl();
-    const std::lock_guard lock(control.mutex);
-    control.failures.clear();
+    const Locked<Control> control;
+    control->failures.clear();
     pendingFailures = 0;
 }
 
@@ -162,36 +151,34 @@ bool FailNextCall(const char* function)
     {
         return false;
     }
-    Control& control = TheControl();
-    const std::lock_guard lock(control.mutex);
+    const Locked<Control> control;
     // Every request for the function counts the call; of those that are due the first one takes it.
-    auto due = control.failures.end();
-    for (auto failure = control.failures.begin(); failure != control.failures.end(); ++failure)
+    auto due = control->failures.end();
+    for (auto failure = control->failures.begin(); failure != control->failures.end(); ++failure)
     {
         if (failure->function == function && failure->skip > 0)
         {
             --failure->skip;
         }
-        else if (failure->function == function && due == control.failures.end())
+        else if (failure->function == function && due == control->failures.end())
         {
             due = failure;
         }
     }
-    if (due == control.failures.end())
+    if (due == control->failures.end())
     {
         return false;
     }
     SetLastError(due->error);
-    control.failures.erase(due);
+    control->failures.erase(due);
     --pendingFailures;
     return true;
 }
 
 std::string TakeDebugOutput()
 {
-    Control& control = TheControl();
-    const std::lock_guard lock(control.mutex);
-    return std::exchange(control.debugOutput, {});
+    const Locked<Control> control;
+    return std::exchange(control->debugOutput, {});
 }
 
 extern "C" DWORD WINAPI GetTickCount()

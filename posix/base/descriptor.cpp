@@ -2,8 +2,6 @@
 
 #include "posix/base/descriptor.h"
 
-#include <cerrno>
-
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -21,22 +19,6 @@ bool LockCall(int file, int command, off_t byte, off_t length, struct flock& loc
     lock.l_len = length;
     return TEMP_FAILURE_RETRY(fcntl(file, command, &lock)) == 0;
 }
-
-// transfer(done) moves the rest from there on, as pread() and pwrite() do.
-template <class Transfer>
-bool MoveAll(std::size_t size, Transfer transfer)
-{
-    for (std::size_t done = 0; done < size;)
-    {
-        const ssize_t count = transfer(done);
-        if (count == 0 || (count < 0 && errno != EINTR))
-        {
-            return false;
-        }
-        done += count > 0 ? static_cast<std::size_t>(count) : 0;
-    }
-    return true;
-}
 } // namespace
 
 bool ReadAt(int file, void* buffer, std::size_t size, off_t offset)
@@ -44,7 +26,7 @@ bool ReadAt(int file, void* buffer, std::size_t size, off_t offset)
     const auto transfer = [&](std::size_t done) {
         return pread(file, static_cast<char*>(buffer) + done, size - done, offset + static_cast<off_t>(done));
     };
-    return MoveAll(size, transfer);
+    return MoveAll(size, transfer) == size;
 }
 
 bool WriteAt(int file, const void* buffer, std::size_t size, off_t offset)
@@ -54,7 +36,7 @@ bool WriteAt(int file, const void* buffer, std::size_t size, off_t offset)
         return pwrite(file, static_cast<const char*>(buffer) + done, size - done,
                       offset + static_cast<off_t>(done));
     };
-    return MoveAll(size, transfer);
+    return MoveAll(size, transfer) == size;
 }
 
 bool StillNames(const std::string& path, int file)

@@ -1,6 +1,7 @@
 #pragma once
 // POSIX descriptors: their owner, whole transfers, and locks on single bytes of a file.
 
+#include <cerrno>
 #include <cstddef>
 #include <string>
 #include <utility>
@@ -35,6 +36,20 @@ class Descriptor
     int value_;
 };
 
+// Moves size bytes unless the end of the file or an error comes first; the number moved. transfer(done) moves
+// the rest from there on, as read() and write() do. errno is 0 when there was no error.
+template <class Transfer>
+std::size_t MoveAll(std::size_t size, Transfer transfer)
+{
+    errno = 0;
+    std::size_t done = 0;
+    for (ssize_t count = 1; done < size && count > 0;)
+    {
+        count = TEMP_FAILURE_RETRY(transfer(done));
+        done += count > 0 ? static_cast<std::size_t>(count) : 0;
+    }
+    return done;
+}
 // True when all bytes were moved; a short file reads as failure.
 bool ReadAt(int file, void* buffer, std::size_t size, off_t offset);
 bool WriteAt(int file, const void* buffer, std::size_t size, off_t offset);

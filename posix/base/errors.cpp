@@ -50,13 +50,12 @@ DWORD ErrorFromErrno(int error)
     return found == std::end(codes) ? DWORD{ERROR_GEN_FAILURE} : found->windows;
 }
 
+void SetLastError(DWORD code)
+{
+    lastError = code;
+}
 extern "C" DWORD WINAPI GetLastError()
 {
     return lastError;
-}
-
-extern "C" void WINAPI SetLastError(DWORD code)
-{
-    lastError = code;
 }
 } // namespace sndxposix

@@ -2,9 +2,10 @@
 
 #include "posix/base/handles.h"
 
-#include <mutex>
 #include <utility>
 #include <vector>
+
+#include "posix/base/locked.h"
 
 namespace sndxposix
 {
@@ -14,11 +15,10 @@ namespace
 // as Windows does: a program that goes on using a closed handle must meet another object some day.
 struct HandleTable
 {
-    std::mutex mutex;
     std::vector<std::shared_ptr<KernelObject>> entries;
     std::vector<std::size_t> free;
 
-    // The entry of a handle, null for one that is not open. Under the lock.
+    // The entry of a handle, null for one that is not open.
     std::shared_ptr<KernelObject>* Find(HANDLE handle)
     {
         const auto value = reinterpret_cast<std::uintptr_t>(handle);
@@ -26,51 +26,41 @@ struct HandleTable
         return isOpen && entries[value / 4 - 1] ? &entries[value / 4 - 1] : nullptr;
     }
 };
-
-// Never destroyed: modules close handles in their static destructors, at the very end of the process.
-HandleTable& Table()
-{
-    static HandleTable& table = *new HandleTable;
-    return table;
-}
 } // namespace
 
 HANDLE InsertHandle(std::shared_ptr<KernelObject> object)
 {
-    HandleTable& table = Table();
-    const std::lock_guard lock(table.mutex);
-    std::size_t index = table.entries.size();
-    if (table.free.empty())
+    const Locked<HandleTable> table;
+    std::size_t index = table->entries.size();
+    if (table->free.empty())
     {
-        table.entries.push_back(std::move(object));
+        table->entries.push_back(std::move(object));
     }
     else
     {
-        index = table.free.back();
-        table.free.pop_back();
-        table.entries[index] = std::move(object);
+        index = table->free.back();
+        table->free.pop_back();
+        table->entries[index] = std::move(object);
     }
     return reinterpret_cast<HANDLE>((index + 1) * 4);
 }
 
 std::shared_ptr<KernelObject> LookupHandle(HANDLE handle)
 {
-    HandleTable& table = Table();
-    const std::lock_guard lock(table.mutex);
-    const auto* const entry = table.Find(handle);
+    const Locked<HandleTable> table;
+    const auto* const entry = table->Find(handle);
     return entry == nullptr ? FailWith(ERROR_INVALID_HANDLE, nullptr) : *entry;
 }
 
 bool RemoveHandle(HANDLE handle)
 {
-    HandleTable& table = Table();
     std::shared_ptr<KernelObject> last; // dies after the lock is gone: its destructor may take other locks
-    const std::lock_guard lock(table.mutex);
-    auto* const entry = table.Find(handle);
+    const Locked<HandleTable> table;
+    auto* const entry = table->Find(handle);
     if (entry != nullptr)
     {
         last.swap(*entry);
-        table.free.push_back(static_cast<std::size_t>(entry - table.entries.data()));
+        table->free.push_back(static_cast<std::size_t>(entry - table->entries.data()));
     }
     return entry != nullptr;
 }

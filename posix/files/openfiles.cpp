@@ -47,46 +47,30 @@ int OpenDescriptor(const std::string& path, bool writes, DWORD disposition, bool
     }
     return file;
 }
-
-// Moves all of size bytes unless the end of the file or an error comes first. transfer(done) moves the
-// rest from there on, as read() and write() do. False with the last error set when nothing at all was moved.
-template <class Transfer>
-bool TransferAll(DWORD size, DWORD& done, Transfer transfer)
-{
-    for (done = 0; done < size;)
-    {
-        const ssize_t count = transfer(done);
-        if (count == 0)
-        {
-            return true;
-        }
-        if (count > 0)
-        {
-            done += static_cast<DWORD>(count);
-        }
-        else if (errno != EINTR)
-        {
-            return done != 0 || FailWithErrno();
-        }
-    }
-    return true;
-}
 } // namespace
 
 BOOL FileObject::Read(void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* /*overlapped*/)
 {
-    const auto transfer = [&](DWORD done)
+    const auto transfer = [&](std::size_t done)
     { return read(file_.Get(), static_cast<char*>(buffer) + done, size - done); };
-    return (kinds_ & FILE_SHARE_READ) == 0 ? FailWith(ERROR_ACCESS_DENIED)
-                                           : TransferAll(size, *bytes, transfer);
+    if ((kinds_ & FILE_SHARE_READ) == 0)
+    {
+        return FailWith(ERROR_ACCESS_DENIED);
+    }
+    *bytes = static_cast<DWORD>(MoveAll(size, transfer));
+    return *bytes != 0 || errno == 0 || FailWithErrno();
 }
 
 BOOL FileObject::Write(const void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* /*overlapped*/)
 {
-    const auto transfer = [&](DWORD done)
+    const auto transfer = [&](std::size_t done)
     { return write(file_.Get(), static_cast<const char*>(buffer) + done, size - done); };
-    return (kinds_ & FILE_SHARE_WRITE) == 0 ? FailWith(ERROR_ACCESS_DENIED)
-                                            : TransferAll(size, *bytes, transfer);
+    if ((kinds_ & FILE_SHARE_WRITE) == 0)
+    {
+        return FailWith(ERROR_ACCESS_DENIED);
+    }
+    *bytes = static_cast<DWORD>(MoveAll(size, transfer));
+    return *bytes != 0 || errno == 0 || FailWithErrno();
 }
 
 BOOL FileObject::Flush()

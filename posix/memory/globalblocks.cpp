@@ -4,9 +4,9 @@
 
 #include <cstdlib>
 #include <map>
-#include <mutex>
 
 #include "posix/base/call.h"
+#include "posix/base/locked.h"
 #include "sndx/memory.h"
 
 namespace sndxposix
@@ -22,50 +22,34 @@ struct Block
 
 // All live blocks by handle: a fixed block's is its address, a moveable one's the address of a small block
 // of its own, so that a program that takes the handle for the address is found out.
-struct Blocks
-{
-    std::mutex mutex;
-    std::map<void*, Block> all;
-};
-
-// Never destroyed: modules release blocks in their static destructors.
-Blocks& TheBlocks()
-{
-    static Blocks& blocks = *new Blocks;
-    return blocks;
-}
+using Blocks = std::map<void*, Block>;
 
 // Calls use(block) for a live block. Otherwise sets the last error and returns what `failed` says.
 template <class Result, class Use>
 Result WithBlock(HGLOBAL handle, Result failed, Use use)
 {
-    Blocks& blocks = TheBlocks();
-    const std::lock_guard lock(blocks.mutex);
-    const auto found = blocks.all.find(handle);
-    return found == blocks.all.end() ? FailWith(ERROR_INVALID_HANDLE, failed) : use(found->second);
+    const Locked<Blocks> blocks;
+    const auto found = blocks->find(handle);
+    return found == blocks->end() ? FailWith(ERROR_INVALID_HANDLE, failed) : use(found->second);
 }
 
 HGLOBAL Release(HGLOBAL handle)
 {
-    const auto release = [&](Block& block) -> HGLOBAL
+    const auto gone = Locked<Blocks>()->extract(handle);
+    if (gone.empty())
     {
-        if (block.data != handle)
-        {
-            std::free(handle);
-        }
-        std::free(block.data);
-        TheBlocks().all.erase(handle);
-        return nullptr;
-    };
-    return handle == nullptr ? nullptr : WithBlock(handle, handle, release);
+        return handle == nullptr ? nullptr : FailWith(ERROR_INVALID_HANDLE, handle);
+    }
+    std::free(gone.mapped().data);
+    std::free(gone.mapped().data == handle ? nullptr : handle);
+    return nullptr;
 }
 } // namespace
 
 std::span<const BYTE> FindGlobalBlock(const void* handleOrAddress)
 {
-    Blocks& blocks = TheBlocks();
-    const std::lock_guard lock(blocks.mutex);
-    for (const auto& [handle, block] : blocks.all)
+    const Locked<Blocks> blocks;
+    for (const auto& [handle, block] : *blocks)
     {
         if (handle == handleOrAddress || block.data == handleOrAddress)
         {
@@ -86,9 +70,7 @@ extern "C" HGLOBAL WINAPI GlobalAlloc(UINT flags, SIZE_T size)
             std::free(data);
             return FailWith(ERROR_NOT_ENOUGH_MEMORY, nullptr);
         }
-        Blocks& blocks = TheBlocks();
-        const std::lock_guard lock(blocks.mutex);
-        blocks.all[handle] = {data, size, 0};
+        (*Locked<Blocks>())[handle] = {data, size, 0};
         return handle;
     };
     return Guarded(HGLOBAL{}, body);

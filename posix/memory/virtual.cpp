@@ -5,7 +5,6 @@
 #include <cstring>
 #include <iterator>
 #include <map>
-#include <mutex>
 #include <string_view>
 
 #include <fcntl.h>
@@ -14,6 +13,7 @@
 
 #include "posix/base/call.h"
 #include "posix/base/descriptor.h"
+#include "posix/base/locked.h"
 #include "sndx/memory.h"
 
 namespace sndxposix
@@ -135,18 +135,7 @@ bool FindRegion(std::uintptr_t page, MEMORY_BASIC_INFORMATION& information)
 }
 
 // Sizes of what VirtualAlloc has given, which VirtualFree does not get told.
-struct Reservations
-{
-    std::mutex mutex;
-    std::map<void*, std::size_t> sizes;
-};
-
-// Never destroyed: modules release memory in their static destructors.
-Reservations& TheReservations()
-{
-    static Reservations& reservations = *new Reservations;
-    return reservations;
-}
+using Reservations = std::map<void*, std::size_t>;
 
 // Rounds a range up to whole pages. False for an empty range and one that leaves the user's space.
 bool ToPages(const void* address, std::size_t size, std::uintptr_t& begin, std::size_t& length)
@@ -228,25 +217,20 @@ extern "C" LPVOID WINAPI VirtualAlloc(LPVOID address, SIZE_T size, DWORD type, D
         {
             return FailWith(ERROR_NOT_ENOUGH_MEMORY, nullptr);
         }
-        Reservations& reservations = TheReservations();
-        const std::lock_guard lock(reservations.mutex);
-        reservations.sizes[block] = length;
+        (*Locked<Reservations>())[block] = length;
         return block;
     };
-    return Guarded(LPVOID{}, body);
+    return Call("VirtualAlloc", LPVOID{}, body);
 }
 
 extern "C" BOOL WINAPI VirtualFree(LPVOID address, SIZE_T size, DWORD type)
 {
-    Reservations& reservations = TheReservations();
-    const std::lock_guard lock(reservations.mutex);
-    const auto found = reservations.sizes.find(address);
-    if (size != 0 || type != MEM_RELEASE || found == reservations.sizes.end())
+    if (FailNextCall("VirtualFree"))
     {
-        return FailWith(ERROR_INVALID_PARAMETER);
+        return FALSE;
     }
-    munmap(address, found->second);
-    reservations.sizes.erase(found);
-    return TRUE;
+    const bool isWhole = size == 0 && type == MEM_RELEASE;
+    const auto found = isWhole ? Locked<Reservations>()->extract(address) : Reservations::node_type();
+    return !found.empty() ? munmap(address, found.mapped()) == 0 : FailWith(ERROR_INVALID_PARAMETER);
 }
 } // namespace sndxposix

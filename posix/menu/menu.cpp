@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <map>
-#include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "posix/base/call.h"
+#include "posix/base/locked.h"
 #include "sndx/menu.h"
 
 namespace sndxposix
@@ -20,62 +21,42 @@ struct MenuItem
     std::u16string text;
 };
 
-using Menu = std::vector<MenuItem>;
-
 struct MenuTable
 {
-    std::mutex mutex;
-    std::map<HMENU, Menu> menus;
+    std::map<HMENU, std::vector<MenuItem>> menus;
     UINT_PTR next = 0;
+
+    // Null with the last error set for what is no menu.
+    std::vector<MenuItem>* Find(HMENU handle)
+    {
+        const auto found = menus.find(handle);
+        return found == menus.end() ? FailWith(ERROR_INVALID_MENU_HANDLE, nullptr) : &found->second;
+    }
+
+    bool Destroy(HMENU handle)
+    {
+        const auto gone = menus.extract(handle);
+        if (gone.empty())
+        {
+            return FailWith(ERROR_INVALID_MENU_HANDLE);
+        }
+        for (const MenuItem& item : gone.mapped())
+        {
+            Destroy(item.popup);
+        }
+        return true;
+    }
 };
 
-// Never destroyed, as the other tables of the layer.
-MenuTable& Table()
+// Nothing, with the last error set, when there is no such item.
+std::optional<MenuItem> ItemAt(HMENU handle, UINT position)
 {
-    static MenuTable& table = *new MenuTable;
-    return table;
-}
-
-// Runs use(table, menu) under the table's lock; `failure`, with the last error set, for what is no menu.
-template <class Result, class Use>
-Result WithMenu(HMENU handle, Result failure, Use&& use)
-{
-    const auto body = [&]() -> Result
-    {
-        MenuTable& table = Table();
-        const std::lock_guard lock(table.mutex);
-        const auto found = table.menus.find(handle);
-        return found == table.menus.end() ? FailWith(ERROR_INVALID_MENU_HANDLE, failure)
-                                          : use(table, found->second);
-    };
-    return Guarded(failure, body);
-}
-
-// Runs use(table, item) on the item at the position.
-template <class Result, class Use>
-Result WithItem(HMENU handle, UINT position, Result failure, Use&& use)
-{
-    const auto body = [&](MenuTable& table, const Menu& menu) -> Result
-    {
-        return position >= menu.size() ? FailWith(ERROR_MENU_ITEM_NOT_FOUND, failure)
-                                       : use(table, menu[position]);
-    };
-    return WithMenu(handle, failure, body);
-}
-
-void Destroy(MenuTable& table, HMENU handle)
-{
-    const auto found = table.menus.find(handle);
-    if (found == table.menus.end())
-    {
-        return;
-    }
-    const Menu menu = std::move(found->second);
-    table.menus.erase(found);
-    for (const MenuItem& item : menu)
-    {
-        Destroy(table, item.popup);
-    }
+    const Locked<MenuTable> table;
+    const auto* const menu = table->Find(handle);
+    const bool exists = menu != nullptr && position < menu->size();
+    return exists ? std::optional((*menu)[position])
+                  : FailWith(menu == nullptr ? ERROR_INVALID_MENU_HANDLE : ERROR_MENU_ITEM_NOT_FOUND,
+                             std::nullopt);
 }
 } // namespace
 
@@ -83,11 +64,10 @@ extern "C" HMENU WINAPI CreatePopupMenu()
 {
     const auto body = []
     {
-        MenuTable& table = Table();
-        const std::lock_guard lock(table.mutex);
+        const Locked<MenuTable> table;
         // Values are not used twice, so that a destroyed menu stays invalid.
-        const HMENU handle = reinterpret_cast<HMENU>(0x10001 + 2 * table.next++);
-        table.menus.try_emplace(handle);
+        const HMENU handle = reinterpret_cast<HMENU>(0x10001 + 2 * table->next++);
+        table->menus.try_emplace(handle);
         return handle;
     };
     return Call("CreatePopupMenu", HMENU{}, body);
@@ -95,36 +75,29 @@ extern "C" HMENU WINAPI CreatePopupMenu()
 
 extern "C" BOOL WINAPI DestroyMenu(HMENU handle)
 {
-    const auto destroy = [&](MenuTable& table, Menu&)
-    {
-        Destroy(table, handle);
-        return TRUE;
-    };
-    return FailNextCall("DestroyMenu") ? FALSE : WithMenu(handle, FALSE, destroy);
+    return Call("DestroyMenu", FALSE, [&]() -> BOOL { return Locked<MenuTable>()->Destroy(handle); });
 }
 
 extern "C" BOOL WINAPI InsertMenuW(HMENU handle, UINT position, UINT flags, UINT_PTR id, LPCWSTR text)
 {
-    const auto insert = [&](MenuTable& table, Menu& menu) -> BOOL
+    const auto body = [&]() -> BOOL
     {
-        MenuItem item{id, nullptr, text == nullptr ? u"" : text};
-        if ((flags & MF_POPUP) != 0)
+        const Locked<MenuTable> table;
+        const HMENU popup = (flags & MF_POPUP) != 0 ? reinterpret_cast<HMENU>(id) : nullptr;
+        auto* const menu = table->Find(handle);
+        if (menu == nullptr || (popup != nullptr && table->Find(popup) == nullptr))
         {
-            item.popup = reinterpret_cast<HMENU>(id);
-            if (!table.menus.contains(item.popup))
-            {
-                return FailWith(ERROR_INVALID_MENU_HANDLE);
-            }
+            return FALSE;
         }
-        const auto at = static_cast<std::ptrdiff_t>(std::min<std::size_t>(position, menu.size()));
-        menu.insert(menu.begin() + at, std::move(item));
+        if ((flags & MF_BYPOSITION) == 0)
+        {
+            return FailWith(ERROR_INVALID_PARAMETER);
+        }
+        const auto at = static_cast<std::ptrdiff_t>(std::min<std::size_t>(position, menu->size()));
+        menu->insert(menu->begin() + at, MenuItem{id, popup, text == nullptr ? u"" : text});
         return TRUE;
     };
-    if ((flags & MF_BYPOSITION) == 0)
-    {
-        return FailWith(ERROR_INVALID_PARAMETER);
-    }
-    return FailNextCall("InsertMenuW") ? FALSE : WithMenu(handle, FALSE, insert);
+    return Call("InsertMenuW", FALSE, body);
 }
 
 extern "C" BOOL WINAPI AppendMenuW(HMENU menu, UINT flags, UINT_PTR id, LPCWSTR text)
@@ -134,39 +107,31 @@ extern "C" BOOL WINAPI AppendMenuW(HMENU menu, UINT flags, UINT_PTR id, LPCWSTR 
 
 extern "C" int WINAPI GetMenuItemCount(HMENU handle)
 {
-    return WithMenu(handle, -1, [](MenuTable&, const Menu& menu) { return static_cast<int>(menu.size()); });
+    const Locked<MenuTable> table;
+    const auto* const menu = table->Find(handle);
+    return menu == nullptr ? -1 : static_cast<int>(menu->size());
 }
 
 extern "C" UINT WINAPI GetMenuItemID(HMENU menu, int position)
 {
-    const auto identifier = [](MenuTable&, const MenuItem& item)
-    { return item.popup != nullptr ? 0xFFFFFFFFu : static_cast<UINT>(item.id); };
-    return WithItem(menu, static_cast<UINT>(position), 0xFFFFFFFFu, identifier);
+    const auto item = ItemAt(menu, static_cast<UINT>(position));
+    return item && item->popup == nullptr ? static_cast<UINT>(item->id) : 0xFFFFFFFFu;
 }
 
 extern "C" int WINAPI GetMenuStringW(HMENU menu, UINT position, LPWSTR text, int capacity, UINT /*flags*/)
 {
-    const bool hasRoom = text != nullptr && capacity > 0;
-    if (hasRoom)
+    const std::u16string found = ItemAt(menu, position).value_or(MenuItem()).text;
+    if (text == nullptr || capacity <= 0)
     {
-        text[0] = 0;
+        return static_cast<int>(found.size());
     }
-    const auto copy = [&](MenuTable&, const MenuItem& item)
-    {
-        std::size_t length = item.text.size();
-        if (hasRoom)
-        {
-            length = item.text.copy(text, static_cast<std::size_t>(capacity) - 1);
-            text[length] = 0;
-        }
-        return static_cast<int>(length);
-    };
-    return WithItem(menu, position, 0, copy);
+    const std::size_t length = found.copy(text, static_cast<std::size_t>(capacity) - 1);
+    text[length] = 0;
+    return static_cast<int>(length);
 }
 
 extern "C" HMENU WINAPI GetSubMenu(HMENU menu, int position)
 {
-    return WithItem(menu, static_cast<UINT>(position), HMENU{},
-                    [](MenuTable&, const MenuItem& item) { return item.popup; });
+    return ItemAt(menu, static_cast<UINT>(position)).value_or(MenuItem()).popup;
 }
 } // namespace sndxposix

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -13,6 +12,7 @@
 #include <unistd.h>
 
 #include "posix/base/call.h"
+#include "posix/base/locked.h"
 #include "posix/files/paths.h"
 #include "posix/text/charsets.h"
 #include "sndx/modules.h"
@@ -32,32 +32,6 @@ struct Module
     unsigned uses;
 };
 
-// The loader's state. Its lock is held while constructors, destructors and DllMain run, as on Windows: a
-// module must not wait there for another thread that loads or frees. It is recursive because they may
-// themselves load and free.
-struct Loader
-{
-    std::recursive_mutex mutex;
-    std::vector<Module> modules;
-
-    Module* Find(HMODULE handle)
-    {
-        const auto found = std::find_if(modules.begin(), modules.end(),
-                                        [&](const Module& module) { return module.handle == handle; });
-        return found == modules.end() ? nullptr : &*found;
-    }
-};
-
-std::u16string_view FileName(std::u16string_view path)
-{
-    return path.substr(path.find_last_of(u"\\/") + 1);
-}
-
-bool HasFolder(std::u16string_view path)
-{
-    return path.find_first_of(u"\\/:") != path.npos;
-}
-
 std::string ProgramFile()
 {
     std::error_code error;
@@ -67,32 +41,44 @@ std::string ProgramFile()
 // The first page of the program's image; its headers lie behind the file header.
 HMODULE ProgramHandle()
 {
-    static const HMODULE handle =
-        reinterpret_cast<HMODULE>(getauxval(AT_PHDR) & ~static_cast<unsigned long>(0xFFF));
-    return handle;
+    return reinterpret_cast<HMODULE>(getauxval(AT_PHDR) & ~static_cast<unsigned long>(0xFFF));
 }
 
-// Never destroyed: it serves the end of the process.
-Loader& TheLoader()
+// The loader's state, also for the end of the process. Its lock is held while constructors, destructors and
+// DllMain run, as on Windows: a module must not wait there for another thread that loads or frees. It is
+// recursive because they may themselves load and free.
+struct LoaderState
 {
-    static Loader& loader = *[]
+    // Programs look into the two behind the program for functions of newer systems, or of Wine; there are
+    // none. Any distinct addresses serve as their handles.
+    HINSTANCE__ pseudoModules[2] = {};
+    std::vector<Module> modules{
+        {ProgramHandle(), dlopen(nullptr, RTLD_NOW), nullptr, ToWindowsPath(ProgramFile()), 1},
+        {&pseudoModules[0], nullptr, nullptr, u"C:\\windows\\system32\\kernel32.dll", 1},
+        {&pseudoModules[1], nullptr, nullptr, u"C:\\windows\\system32\\ntdll.dll", 1}};
+
+    // Null when no module meets the condition.
+    template <class Condition>
+    Module* FindIf(Condition condition)
     {
-        auto* const created = new Loader;
-        created->modules.reserve(16);
-        created->modules.push_back(
-            {ProgramHandle(), dlopen(nullptr, RTLD_NOW), nullptr, ToWindowsPath(ProgramFile()), 1});
-        // Programs look into these for functions of newer systems, or of Wine; there are none. Any distinct
-        // addresses serve as their handles.
-        static HINSTANCE__ pseudoModules[2];
-        for (int i = 0; i < 2; ++i)
-        {
-            created->modules.push_back(
-                {&pseudoModules[i], nullptr, nullptr,
-                 i == 0 ? u"C:\\windows\\system32\\kernel32.dll" : u"C:\\windows\\system32\\ntdll.dll", 1});
-        }
-        return created;
-    }();
-    return loader;
+        const auto found = std::find_if(modules.begin(), modules.end(), condition);
+        return found == modules.end() ? nullptr : &*found;
+    }
+    Module* Find(HMODULE handle)
+    {
+        return FindIf([&](const Module& module) { return module.handle == handle; });
+    }
+};
+using Loader = Locked<LoaderState, std::recursive_mutex>;
+
+std::u16string_view FileName(std::u16string_view path)
+{
+    return path.substr(path.find_last_of(u"\\/") + 1);
+}
+
+bool HasFolder(std::u16string_view path)
+{
+    return path.find_first_of(u"\\/:") != path.npos;
 }
 
 // Without an extension the name means a .dll; a dot at the end means none.
@@ -106,13 +92,10 @@ std::u16string WithExtension(std::u16string_view name)
     return std::u16string(name) + (file.find(u'.') == file.npos ? u".dll" : u"");
 }
 
-Module* FindByName(Loader& loader, std::u16string_view name)
+Module* FindByName(const Loader& loader, std::u16string_view name)
 {
     const std::u16string wanted = FoldCase(FileName(WithExtension(name)));
-    const auto found =
-        std::find_if(loader.modules.begin(), loader.modules.end(),
-                     [&](const Module& module) { return FoldCase(FileName(module.path)) == wanted; });
-    return found == loader.modules.end() ? nullptr : &*found;
+    return loader->FindIf([&](const Module& module) { return FoldCase(FileName(module.path)) == wanted; });
 }
 
 // The POSIX path of the file to load; empty when there is none.
@@ -137,11 +120,10 @@ std::string FindFile(std::u16string_view name)
 // the module loaded last comes first.
 void DetachAtExit()
 {
-    Loader& loader = TheLoader();
-    const std::lock_guard lock(loader.mutex);
-    const auto last = std::find_if(loader.modules.rbegin(), loader.modules.rend(),
+    const Loader loader;
+    const auto last = std::find_if(loader->modules.rbegin(), loader->modules.rend(),
                                    [](const Module& module) { return module.entry != nullptr; });
-    if (last != loader.modules.rend())
+    if (last != loader->modules.rend())
     {
         const EntryPoint entry = std::exchange(last->entry, nullptr);
         int endOfProcess = 0; // any address will do: not null is the message
@@ -151,8 +133,7 @@ void DetachAtExit()
 
 HMODULE Load(std::u16string_view name)
 {
-    Loader& loader = TheLoader();
-    const std::lock_guard lock(loader.mutex);
+    const Loader loader;
     if (Module* const loaded = HasFolder(name) ? nullptr : FindByName(loader, name))
     {
         ++loaded->uses;
@@ -171,7 +152,7 @@ HMODULE Load(std::u16string_view name)
         return FailWith(ERROR_BAD_EXE_FORMAT, nullptr);
     }
     const auto handle = reinterpret_cast<HMODULE>(map->l_addr);
-    if (Module* const loaded = loader.Find(handle))
+    if (Module* const loaded = loader->Find(handle))
     {
         ++loaded->uses;
         dlclose(library); // one use of dlopen's is enough
@@ -179,14 +160,14 @@ HMODULE Load(std::u16string_view name)
     }
     const auto entry = reinterpret_cast<EntryPoint>(dlsym(library, "DllMain"));
     // Known to the loader before DllMain asks for its own name.
-    loader.modules.push_back({handle, library, entry, ToWindowsPath(path), 1});
+    loader->modules.push_back({handle, library, entry, ToWindowsPath(path), 1});
     if (entry == nullptr || entry(handle, DLL_PROCESS_ATTACH, nullptr))
     {
         std::atexit(DetachAtExit);
         return handle;
     }
     entry(handle, DLL_PROCESS_DETACH, nullptr);
-    std::erase_if(loader.modules, [&](const Module& module) { return module.handle == handle; });
+    std::erase_if(loader->modules, [&](const Module& module) { return module.handle == handle; });
     dlclose(library);
     return FailWith(ERROR_DLL_INIT_FAILED, nullptr);
 }
@@ -198,9 +179,8 @@ Result WithModule(const char* function, HMODULE handle, Result failure, Use&& us
 {
     const auto body = [&]() -> Result
     {
-        Loader& loader = TheLoader();
-        const std::lock_guard lock(loader.mutex);
-        Module* const module = loader.Find(handle);
+        const Loader loader;
+        Module* const module = loader->Find(handle);
         return module == nullptr ? FailWith(ERROR_MOD_NOT_FOUND, failure) : use(loader, *module);
     };
     return Call(function, failure, body);
@@ -219,7 +199,7 @@ extern "C" HMODULE WINAPI LoadLibraryA(LPCSTR path)
 
 extern "C" BOOL WINAPI FreeLibrary(HMODULE handle)
 {
-    const auto release = [&](Loader& loader, Module& module)
+    const auto release = [&](const Loader& loader, Module& module)
     {
         // The program and the pseudo modules stay, however often they are freed.
         if (module.uses > 1 || module.library == nullptr || module.handle == ProgramHandle())
@@ -234,7 +214,7 @@ extern "C" BOOL WINAPI FreeLibrary(HMODULE handle)
         }
         // Its destructors may still ask for its name. They may not free it again.
         dlclose(library);
-        std::erase_if(loader.modules, [&](const Module& gone) { return gone.handle == handle; });
+        std::erase_if(loader->modules, [&](const Module& gone) { return gone.handle == handle; });
         return TRUE;
     };
     return WithModule("FreeLibrary", handle, FALSE, release);
@@ -242,7 +222,7 @@ extern "C" BOOL WINAPI FreeLibrary(HMODULE handle)
 
 extern "C" FARPROC WINAPI GetProcAddress(HMODULE handle, LPCSTR name)
 {
-    const auto find = [&](Loader&, const Module& module)
+    const auto find = [&](const Loader&, const Module& module)
     {
         void* const address = module.library == nullptr ? nullptr : dlsym(module.library, name);
         return address == nullptr ? FailWith(ERROR_PROC_NOT_FOUND, FARPROC{})
@@ -259,8 +239,7 @@ extern "C" HMODULE WINAPI GetModuleHandleW(LPCWSTR name)
         {
             return ProgramHandle();
         }
-        Loader& loader = TheLoader();
-        const std::lock_guard lock(loader.mutex);
+        const Loader loader;
         const Module* const module = FindByName(loader, name);
         return module == nullptr ? FailWith(ERROR_MOD_NOT_FOUND, HMODULE{}) : module->handle;
     };
@@ -269,7 +248,7 @@ extern "C" HMODULE WINAPI GetModuleHandleW(LPCWSTR name)
 
 extern "C" DWORD WINAPI GetModuleFileNameW(HMODULE handle, LPWSTR buffer, DWORD size)
 {
-    const auto copy = [&](Loader&, const Module& module)
+    const auto copy = [&](const Loader&, const Module& module)
     {
         if (size > module.path.size())
         {
@@ -289,6 +268,6 @@ extern "C" BOOL WINAPI DisableThreadLibraryCalls(HMODULE handle)
 {
     // Nothing to switch off: the layer tells no module of threads.
     return WithModule("DisableThreadLibraryCalls", handle, FALSE,
-                      [](Loader&, const Module&) { return TRUE; });
+                      [](const Loader&, const Module&) { return TRUE; });
 }
 } // namespace sndxposix

@@ -31,21 +31,11 @@ OVERLAPPED ReadUnderLock(const OVERLAPPED* overlapped)
 
 DWORD ErrorFromStatus(ULONG_PTR status)
 {
-    switch (status)
-    {
-    case statusSuccess:
-        return ERROR_SUCCESS;
-    case statusPending:
-        return ERROR_IO_INCOMPLETE;
-    case statusPipeDisconnected:
-        return ERROR_PIPE_NOT_CONNECTED;
-    case statusCancelled:
-        return ERROR_OPERATION_ABORTED;
-    case statusPipeBroken:
-        return ERROR_BROKEN_PIPE;
-    default:
-        return ERROR_IO_DEVICE;
-    }
+    return status == statusSuccess            ? ERROR_SUCCESS
+           : status == statusPending          ? ERROR_IO_INCOMPLETE
+           : status == statusPipeDisconnected ? ERROR_PIPE_NOT_CONNECTED
+           : status == statusCancelled        ? ERROR_OPERATION_ABORTED
+                                              : ERROR_BROKEN_PIPE;
 }
 
 void WatchTransfers(const std::shared_ptr<PipeEnd>& end)

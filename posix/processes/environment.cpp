@@ -3,11 +3,11 @@
 #include "posix/processes/environment.h"
 
 #include <cstdlib>
-#include <mutex>
 
 #include <unistd.h>
 
 #include "posix/base/call.h"
+#include "posix/base/locked.h"
 #include "posix/text/charsets.h"
 #include "sndx/processes.h"
 
@@ -15,18 +15,16 @@ namespace sndxposix
 {
 namespace
 {
-// Never destroyed, as the tables of the layer.
-std::mutex& EnvironmentMutex()
+// Stands for the C library's environment, whose readers it does not lock out.
+struct Environment
 {
-    static std::mutex& mutex = *new std::mutex;
-    return mutex;
-}
+};
 } // namespace
 
 std::vector<std::string> CopyEnvironment()
 {
     std::vector<std::string> variables;
-    const std::lock_guard lock(EnvironmentMutex());
+    const Locked<Environment> environment;
     for (char** variable = environ; *variable != nullptr; ++variable)
     {
         variables.emplace_back(*variable);
@@ -37,7 +35,7 @@ std::vector<std::string> CopyEnvironment()
 extern "C" BOOL WINAPI SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value)
 {
     const std::string variable = Utf8(name);
-    const std::lock_guard lock(EnvironmentMutex());
+    const Locked<Environment> environment;
     const int result =
         value == nullptr ? unsetenv(variable.c_str()) : setenv(variable.c_str(), Utf8(value).c_str(), 1);
     return result == 0 || FailWith(ERROR_INVALID_PARAMETER);

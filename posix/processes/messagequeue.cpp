@@ -7,14 +7,13 @@
 #include <cstdlib>
 #include <deque>
 #include <map>
-#include <memory>
-#include <mutex>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "posix/base/call.h"
+#include "posix/base/locked.h"
 #include "posix/processes/environment.h"
 #include "posix/sync/waiting.h"
 #include "sndx/processes.h"
@@ -29,18 +28,7 @@ struct Queue
     bool hasNew = false; // since the thread last looked
 };
 
-// Never destroyed, as a thread may outlive the library's static objects.
-struct Queues
-{
-    std::mutex mutex;
-    std::map<DWORD, Queue> byThread;
-};
-
-Queues& TheQueues()
-{
-    static Queues& queues = *new Queues;
-    return queues;
-}
+using Queues = std::map<DWORD, Queue>; // by thread
 
 // Runs use(queue) on the calling thread's queue, which goes with the thread, under the lock of all queues.
 template <class Use>
@@ -49,15 +37,11 @@ auto WithOwnQueue(Use use)
     struct Owner
     {
         const DWORD thread = GetCurrentThreadId();
-        ~Owner()
-        {
-            const std::lock_guard lock(TheQueues().mutex);
-            TheQueues().byThread.erase(thread);
-        }
+        ~Owner() { Locked<Queues>()->erase(thread); }
     };
     static thread_local const Owner owner;
-    const std::lock_guard lock(TheQueues().mutex);
-    return use(TheQueues().byThread[owner.thread]);
+    const Locked<Queues> queues;
+    return use((*queues)[owner.thread]);
 }
 
 // The descriptor on which the parent waits for this process to become idle; -1 for none.
@@ -123,9 +107,9 @@ extern "C" BOOL WINAPI PostThreadMessageW(DWORD thread, UINT message, WPARAM wPa
 {
     const auto body = [&]() -> BOOL
     {
-        const std::lock_guard lock(TheQueues().mutex);
-        const auto found = TheQueues().byThread.find(thread);
-        if (found == TheQueues().byThread.end())
+        const Locked<Queues> queues;
+        const auto found = queues->find(thread);
+        if (found == queues->end())
         {
             return FailWith(ERROR_INVALID_THREAD_ID);
         }

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <fstream>
-#include <mutex>
 #include <optional>
 #include <utility>
 
@@ -16,6 +15,7 @@
 
 #include "posix/base/call.h"
 #include "posix/base/descriptor.h"
+#include "posix/base/locked.h"
 #include "posix/files/paths.h"
 #include "posix/text/charsets.h"
 #include "sndx/registry.h"
@@ -67,14 +67,12 @@ class Store
   public:
     LSTATUS Look(const RegistryUse& look)
     {
-        const std::lock_guard lock(mutex_);
         const LSTATUS error = Refresh();
         return error != 0 ? error : look(root_);
     }
 
     LSTATUS Alter(const RegistryUse& change)
     {
-        const std::lock_guard lock(mutex_);
         // Holders only read and write the file, so the wait is short; a killed one's lock ends with it.
         const Descriptor lockFile(
             open((RootFolder() + "/registry.lock").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0666));
@@ -192,27 +190,20 @@ class Store
         return 0;
     }
 
-    std::mutex mutex_;
     RegistryKey root_;
     std::optional<Stamp> stamp_; // nothing: the tree is to be read
     Descriptor file_;
 };
 
-// Never destroyed: modules read settings in their static destructors, at the very end of the process.
-Store& TheStore()
-{
-    static Store& store = *new Store;
-    return store;
-}
 } // namespace
 
 LONG LookIntoRegistry(const RegistryUse& look)
 {
-    return TheStore().Look(look);
+    return Locked<Store>()->Look(look);
 }
 
 LONG AlterRegistry(const RegistryUse& change)
 {
-    return TheStore().Alter(change);
+    return Locked<Store>()->Alter(change);
 }
 } // namespace sndxposix

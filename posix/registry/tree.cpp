@@ -21,17 +21,9 @@ std::u16string RegistryOrder(std::u16string_view name)
 
 bool IsRegistryName(std::u16string_view name)
 {
-    for (std::size_t i = 0; i < name.size(); ++i)
-    {
-        const unsigned kind = name[i] & 0xFC00u;
-        const bool pair = kind == 0xD800 && i + 1 < name.size() && (name[i + 1] & 0xFC00u) == 0xDC00;
-        if (name[i] < 0x20 || name[i] == 0x7F || kind == 0xDC00 || (kind == 0xD800 && !pair))
-        {
-            return false;
-        }
-        i += pair ? 1 : 0;
-    }
-    return true;
+    // Half a surrogate pair does not come back from UTF-8.
+    return Utf16(Utf8(name)) == name &&
+           std::none_of(name.begin(), name.end(), [](char16_t unit) { return unit < 0x20 || unit == 0x7F; });
 }
 
 bool AppendElement(RegistryPath& path, std::u16string_view name)

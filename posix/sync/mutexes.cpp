@@ -3,13 +3,13 @@
 
 #include <atomic>
 #include <map>
-#include <mutex>
 
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "posix/base/locked.h"
 #include "posix/sync/namedobjects.h"
 #include "posix/sync/waiting.h"
 
@@ -84,19 +84,8 @@ class MutexObject : public KernelObject
     unsigned depth_ = 0;          // the owner's
 };
 
-// The mutexes that this process holds: all handles of one name share one object here. Never destroyed:
-// modules use mutexes in their static destructors, at the very end of the process.
-struct Mutexes
-{
-    std::mutex mutex;
-    std::map<std::string, std::weak_ptr<MutexObject>> named;
-};
-
-Mutexes& TheMutexes()
-{
-    static Mutexes& mutexes = *new Mutexes;
-    return mutexes;
-}
+// The mutexes that this process holds: all handles of one name share one object here.
+using Mutexes = std::map<std::string, std::weak_ptr<MutexObject>>;
 
 pthread_mutex_t FreshMutex()
 {
@@ -119,9 +108,8 @@ std::shared_ptr<MutexObject> Enter(const WCHAR* name, NamedFile::Access access, 
     {
         return nullptr;
     }
-    Mutexes& mutexes = TheMutexes();
-    const std::lock_guard lock(mutexes.mutex);
-    std::weak_ptr<MutexObject>& entry = mutexes.named[*path];
+    const Locked<Mutexes> mutexes;
+    std::weak_ptr<MutexObject>& entry = (*mutexes)[*path];
     auto object = entry.lock();
     existed = object != nullptr;
     if (!object)
@@ -132,7 +120,7 @@ std::shared_ptr<MutexObject> Enter(const WCHAR* name, NamedFile::Access access, 
             file ? mmap(nullptr, mappedSize, PROT_READ | PROT_WRITE, MAP_SHARED, file->File(), 0) : nullptr;
         if (page == nullptr || page == MAP_FAILED)
         {
-            mutexes.named.erase(*path);
+            mutexes->erase(*path);
             return file ? FailWithErrno(object) : nullptr;
         }
         object = std::make_shared<MutexObject>(std::move(file), page);

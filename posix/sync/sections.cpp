@@ -1,12 +1,12 @@
 // Sections: memory that processes share by name, and its views.
 
 #include <map>
-#include <mutex>
 
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include "posix/base/handles.h"
+#include "posix/base/locked.h"
 #include "posix/sync/namedobjects.h"
 #include "sndx/sync.h"
 
@@ -23,18 +23,8 @@ struct SectionObject : public KernelObject
     std::uint64_t size = 0;
 };
 
-// Views by address, with their sizes. Never destroyed: modules unmap in their static destructors.
-struct Views
-{
-    std::mutex mutex;
-    std::map<const void*, std::size_t> sizes;
-};
-
-Views& TheViews()
-{
-    static Views& views = *new Views;
-    return views;
-}
+// Views by address, with their sizes.
+using Views = std::map<const void*, std::size_t>;
 
 // size counts for a new section only. Null with the last error set.
 std::shared_ptr<SectionObject> Enter(const WCHAR* name, NamedFile::Access access, std::uint64_t size,
@@ -108,9 +98,7 @@ extern "C" LPVOID WINAPI MapViewOfFile(HANDLE section, DWORD access, DWORD offse
     {
         return FailWithErrno(nullptr);
     }
-    Views& views = TheViews();
-    const std::lock_guard lock(views.mutex);
-    views.sizes[view] = size;
+    (*Locked<Views>())[view] = size;
     return view;
 }
 
@@ -120,9 +108,7 @@ extern "C" BOOL WINAPI UnmapViewOfFile(LPCVOID address)
     {
         return FALSE;
     }
-    Views& views = TheViews();
-    const std::lock_guard lock(views.mutex);
-    const auto view = views.sizes.extract(address);
+    const auto view = Locked<Views>()->extract(address);
     return !view.empty() ? munmap(const_cast<void*>(address), view.mapped()) == 0
                          : FailWith(ERROR_INVALID_ADDRESS);
 }

@@ -71,7 +71,8 @@ extern "C" DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID /*source*/, DWORD co
     {
         return 0;
     }
-    constexpr DWORD required = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
+    constexpr DWORD required =
+        FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS;
     if (buffer == nullptr || (flags & required) != required)
     {
         return FailWith(ERROR_INVALID_PARAMETER, DWORD{0});
@@ -81,27 +82,17 @@ extern "C" DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID /*source*/, DWORD co
     {
         return FailWith(ERROR_MR_MID_NOT_FOUND, DWORD{0});
     }
-    const std::size_t length = text.size() + 2;
-    LPWSTR target = buffer;
-    if ((flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0)
+    // size is the least number of units of the block.
+    const std::size_t units = std::max<std::size_t>(text.size() + 3, size);
+    auto* const block = static_cast<LPWSTR>(GlobalAlloc(GMEM_FIXED, units * sizeof(WCHAR)));
+    *reinterpret_cast<LPWSTR*>(buffer) = block;
+    if (block == nullptr)
     {
-        // size is then the least number of units of the block.
-        target = static_cast<LPWSTR>(
-            GlobalAlloc(GMEM_FIXED, std::max<std::size_t>(length + 1, size) * sizeof(WCHAR)));
-        *reinterpret_cast<LPWSTR*>(buffer) = target;
-        if (target == nullptr)
-        {
-            return 0;
-        }
+        return 0;
     }
-    else if (size <= length)
-    {
-        return FailWith(ERROR_INSUFFICIENT_BUFFER, DWORD{0});
-    }
-    text.copy(target, text.size());
-    target[length - 2] = u'\r';
-    target[length - 1] = u'\n';
-    target[length] = 0;
-    return static_cast<DWORD>(length);
+    const std::size_t length = text.copy(block, text.size());
+    constexpr std::u16string_view end = u"\r\n";
+    block[length + end.copy(block + length, end.size())] = 0;
+    return static_cast<DWORD>(length + end.size());
 }
 } // namespace sndxposix

@@ -62,7 +62,6 @@ bool Convert(Output<Char>& out, const Char*& format, Arguments& arguments)
 {
     char spelling[16]; // flag, width and precision, then the letter
     std::size_t count = 0;
-    bool isLong = false;
     for (; (*format >= '0' && *format <= '9') || *format == '.'; ++format)
     {
         if (count == sizeof spelling - 1)
@@ -71,6 +70,8 @@ bool Convert(Output<Char>& out, const Char*& format, Arguments& arguments)
         }
         spelling[count++] = static_cast<char>(*format);
     }
+    bool isLong = false;
+    const bool hasSize = *format == 'I' || *format == 'l';
     for (; *format == 'I' || *format == 'l'; ++format)
     {
         isLong = *format == 'I' || format[1] == 'l' || isLong; // a single l is 32 bits
@@ -90,9 +91,13 @@ bool Convert(Output<Char>& out, const Char*& format, Arguments& arguments)
         return PutNumber(out, "016X", reinterpret_cast<long long>(va_arg(arguments.list, void*)));
     case 's':
     {
+        if (count != 1 || hasSize)
+        {
+            return false;
+        }
         const Char* const text = va_arg(arguments.list, const Char*);
         text == nullptr ? out.Put(std::string_view("(null)")) : out.Put(std::basic_string_view<Char>(text));
-        return count == 1;
+        return true;
     }
     case '%':
         out.Put(std::string_view("%"));

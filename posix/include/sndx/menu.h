@@ -5,7 +5,6 @@
 
 #define MF_BYPOSITION 0x0400u
 #define MF_STRING 0x0000u
-#define MF_ENABLED 0x0000u
 #define MF_POPUP 0x0010u
 
 extern "C"

@@ -39,9 +39,7 @@ struct IShellExtInit : IUnknown
 #define CMF_VERBSONLY 0x2u
 #define CMF_EXPLORE 0x4u
 
-#define GCS_VERBA 0x0u
 #define GCS_HELPTEXTA 0x1u
-#define GCS_VALIDATEA 0x2u
 #define GCS_VERBW 0x4u
 #define GCS_HELPTEXTW 0x5u
 #define GCS_VALIDATEW 0x6u

@@ -123,5 +123,4 @@ using REFCLSID = const GUID&;
 extern "C"
 {
     DWORD WINAPI GetLastError();
-    void WINAPI SetLastError(DWORD code);
 }
