@@ -4,6 +4,7 @@
 #include "sndxposix.h"
 
 #include "posix/base/call.h"
+#include "posix/base/descriptor.h"
 #include "posix/base/locked.h"
 #include "sndx/base.h"
 
@@ -56,14 +57,9 @@ std::uint32_t RealTickCount()
 
 void AppendToFile(const char* path, std::string_view text)
 {
-    const int file = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-    if (file < 0)
-    {
-        return;
-    }
+    const Descriptor file(open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
     // One write, so that lines of several processes do not mix. There is nobody to tell of a failure.
-    [[maybe_unused]] const ssize_t written = write(file, text.data(), text.size());
-    close(file);
+    [[maybe_unused]] const ssize_t written = write(file.Get(), text.data(), text.size());
 }
 
 bool KeepDebugOutput(std::string_view text)

@@ -6,21 +6,21 @@
 
 namespace sndxposix
 {
-#define SNDX_SYSTEM_IID(number)                                                                              \
-    {                                                                                                        \
-        number, 0, 0,                                                                                        \
-        {                                                                                                    \
-            0xC0, 0, 0, 0, 0, 0, 0, 0x46                                                                     \
-        }                                                                                                    \
-    }
+namespace
+{
+constexpr IID SystemId(DWORD number)
+{
+    return {number, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
+}
+} // namespace
 
 extern "C"
 {
-    extern const IID IID_IUnknown = SNDX_SYSTEM_IID(0x00000000);
-    extern const IID IID_IClassFactory = SNDX_SYSTEM_IID(0x00000001);
-    extern const IID IID_IDataObject = SNDX_SYSTEM_IID(0x0000010E);
-    extern const IID IID_IContextMenu = SNDX_SYSTEM_IID(0x000214E4);
-    extern const IID IID_IShellExtInit = SNDX_SYSTEM_IID(0x000214E8);
+    extern const IID IID_IUnknown = SystemId(0x00000000);
+    extern const IID IID_IClassFactory = SystemId(0x00000001);
+    extern const IID IID_IDataObject = SystemId(0x0000010E);
+    extern const IID IID_IContextMenu = SystemId(0x000214E4);
+    extern const IID IID_IShellExtInit = SystemId(0x000214E8);
     extern const IID IID_IShellIconOverlayIdentifier = {
         0x0C6C4200, 0xC589, 0x11D0, {0x99, 0x9A, 0x00, 0xC0, 0x4F, 0xD6, 0x55, 0xE1}};
 }

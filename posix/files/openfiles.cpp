@@ -4,11 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "posix/base/descriptor.h"
 #include "posix/files/attributes.h"
-#include "posix/files/fileobject.h"
 #include "posix/files/sharemodes.h"
 #include "posix/pipes/pipeend.h"
 #include "posix/text/charsets.h"
+#include "sndx/files.h"
 
 namespace sndxposix
 {
@@ -47,39 +48,49 @@ int OpenDescriptor(const std::string& path, bool writes, DWORD disposition, bool
     }
     return file;
 }
-} // namespace
 
-BOOL FileObject::Read(void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* /*overlapped*/)
+class FileObject final : public StreamObject
 {
-    const auto transfer = [&](std::size_t done)
-    { return read(file_.Get(), static_cast<char*>(buffer) + done, size - done); };
-    if ((kinds_ & FILE_SHARE_READ) == 0)
+  public:
+    // kinds are the kinds of access as FILE_SHARE_ bits.
+    FileObject(Descriptor file, DWORD kinds) : file_(std::move(file)), kinds_(kinds) {}
+    ~FileObject() override { UnlockAllBytes(file_.Get()); }
+    int Number() const { return file_.Get(); }
+
+    // There are no overlapped transfers of files.
+    BOOL Read(void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* /*overlapped*/) override
     {
-        return FailWith(ERROR_ACCESS_DENIED);
+        const auto transfer = [&](std::size_t done)
+        { return read(file_.Get(), static_cast<char*>(buffer) + done, size - done); };
+        if ((kinds_ & FILE_SHARE_READ) == 0)
+        {
+            return FailWith(ERROR_ACCESS_DENIED);
+        }
+        *bytes = static_cast<DWORD>(MoveAll(size, transfer));
+        return *bytes != 0 || errno == 0 || FailWithErrno();
     }
-    *bytes = static_cast<DWORD>(MoveAll(size, transfer));
-    return *bytes != 0 || errno == 0 || FailWithErrno();
-}
-
-BOOL FileObject::Write(const void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* /*overlapped*/)
-{
-    const auto transfer = [&](std::size_t done)
-    { return write(file_.Get(), static_cast<const char*>(buffer) + done, size - done); };
-    if ((kinds_ & FILE_SHARE_WRITE) == 0)
+    BOOL Write(const void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* /*overlapped*/) override
     {
-        return FailWith(ERROR_ACCESS_DENIED);
+        const auto transfer = [&](std::size_t done)
+        { return write(file_.Get(), static_cast<const char*>(buffer) + done, size - done); };
+        if ((kinds_ & FILE_SHARE_WRITE) == 0)
+        {
+            return FailWith(ERROR_ACCESS_DENIED);
+        }
+        *bytes = static_cast<DWORD>(MoveAll(size, transfer));
+        return *bytes != 0 || errno == 0 || FailWithErrno();
     }
-    *bytes = static_cast<DWORD>(MoveAll(size, transfer));
-    return *bytes != 0 || errno == 0 || FailWithErrno();
-}
+    BOOL Flush() override { return fsync(file_.Get()) == 0 || FailWithErrno(); }
 
-BOOL FileObject::Flush()
-{
-    return fsync(file_.Get()) == 0 || FailWithErrno();
-}
+  private:
+    const Descriptor file_;
+    const DWORD kinds_;
+};
 
-std::shared_ptr<FileObject> FileObject::Open(const std::string& path, DWORD access, DWORD share,
-                                             DWORD disposition, DWORD attributes)
+// Opens as CreateFileW does; path is a POSIX path. attributes are those for a new file. Null with the last
+// error set on failure; after success the last error tells whether the file had existed.
+std::shared_ptr<FileObject> Open(const std::string& path, DWORD access, DWORD share, DWORD disposition,
+                                 DWORD attributes)
 {
     if (disposition < CREATE_NEW || disposition > OPEN_ALWAYS)
     {
@@ -141,6 +152,8 @@ std::shared_ptr<FileObject> FileObject::Open(const std::string& path, DWORD acce
     }
     return FailWith(ERROR_SHARING_VIOLATION, nullptr);
 }
+} // namespace
+
 extern "C" HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share,
                                      LPSECURITY_ATTRIBUTES /*security*/, DWORD disposition, DWORD flags,
                                      HANDLE /*templateFile*/)
@@ -153,8 +166,7 @@ extern "C" HANDLE WINAPI CreateFileW(LPCWSTR path, DWORD access, DWORD share,
             return OpenPipeClient(path, access, flags);
         }
         const std::string resolved = ResolveArgument(path);
-        const auto file =
-            resolved.empty() ? nullptr : FileObject::Open(resolved, access, share, disposition, flags);
+        const auto file = resolved.empty() ? nullptr : Open(resolved, access, share, disposition, flags);
         return file ? InsertHandle(file) : INVALID_HANDLE_VALUE;
     };
     return Call("CreateFileW", INVALID_HANDLE_VALUE, body);

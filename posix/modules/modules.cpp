@@ -250,16 +250,12 @@ extern "C" DWORD WINAPI GetModuleFileNameW(HMODULE handle, LPWSTR buffer, DWORD 
 {
     const auto copy = [&](const Loader&, const Module& module)
     {
-        if (size > module.path.size())
-        {
-            buffer[module.path.copy(buffer, size)] = 0;
-            return static_cast<DWORD>(module.path.size());
-        }
         if (size > 0)
         {
             buffer[module.path.copy(buffer, size - 1)] = 0;
         }
-        return FailWith(ERROR_INSUFFICIENT_BUFFER, size);
+        return size > module.path.size() ? static_cast<DWORD>(module.path.size())
+                                         : FailWith(ERROR_INSUFFICIENT_BUFFER, size);
     };
     return WithModule("GetModuleFileNameW", handle == nullptr ? ProgramHandle() : handle, DWORD{0}, copy);
 }

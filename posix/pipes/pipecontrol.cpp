@@ -24,16 +24,6 @@ off_t SlotOffset(std::size_t index)
 }
 } // namespace
 
-off_t ServerByte(std::size_t index)
-{
-    return firstSlotByte + 2 * static_cast<off_t>(index);
-}
-
-off_t ClientByte(std::size_t index)
-{
-    return ServerByte(index) + 1;
-}
-
 PipeHeader PipeControl::ReadHeader() const
 {
     PipeHeader header{};
@@ -52,16 +42,6 @@ void PipeControl::WriteSlot(std::size_t index, const PipeSlot& slot) const
 {
     // The slot's bytes exist since it was taken, so that no space can be missing.
     WriteAt(File(), &slot, sizeof slot, SlotOffset(index));
-}
-
-bool PipeControl::IsServerAlive(std::size_t index) const
-{
-    return IsByteLockedByOther(File(), ServerByte(index));
-}
-
-bool PipeControl::IsClientAlive(std::size_t index) const
-{
-    return IsByteLockedByOther(File(), ClientByte(index));
 }
 
 std::size_t PipeControl::CountServers() const

@@ -128,13 +128,10 @@ BOOL PipeEnd::Peek(DWORD& available) const
     Visit visit(*this);
     PipeSlot& slot = visit.slot;
     const State state = Look(slot);
-    if (state == State::Listening || (state == State::Disconnected && side_ == Side::Server))
+    if (state == State::Listening || state == State::Disconnected)
     {
-        return FailWith(ERROR_BAD_PIPE);
-    }
-    if (state == State::Disconnected)
-    {
-        return FailWith(ERROR_PIPE_NOT_CONNECTED);
+        const bool wasConnected = state == State::Disconnected && side_ == Side::Client;
+        return FailWith(wasConnected ? ERROR_PIPE_NOT_CONNECTED : ERROR_BAD_PIPE);
     }
     const PipeFlow& flow = slot.flow[Incoming()];
     if (state == State::PeerGone && flow.read == flow.written)

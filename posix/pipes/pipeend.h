@@ -60,6 +60,16 @@ struct PipeSlot
     PipeFlow flow[2];
 };
 
+// The bytes of a slot that its two ends lock.
+constexpr off_t ServerByte(std::size_t index)
+{
+    return firstSlotByte + 2 * static_cast<off_t>(index);
+}
+constexpr off_t ClientByte(std::size_t index)
+{
+    return ServerByte(index) + 1;
+}
+
 // The control file, seen by one holder.
 class PipeControl
 {
@@ -71,8 +81,8 @@ class PipeControl
     PipeHeader ReadHeader() const;
     PipeSlot ReadSlot(std::size_t index) const;
     void WriteSlot(std::size_t index, const PipeSlot& slot) const;
-    bool IsServerAlive(std::size_t index) const;
-    bool IsClientAlive(std::size_t index) const;
+    bool IsServerAlive(std::size_t index) const { return IsByteLockedByOther(File(), ServerByte(index)); }
+    bool IsClientAlive(std::size_t index) const { return IsByteLockedByOther(File(), ClientByte(index)); }
     std::size_t CountServers() const;
     std::optional<std::size_t> FindListening() const;
     // Takes a slot without server and client for a server end, with fresh files. own is the slot that the
@@ -83,9 +93,6 @@ class PipeControl
   private:
     const std::unique_ptr<NamedFile> file_;
 };
-
-off_t ServerByte(std::size_t index);
-off_t ClientByte(std::size_t index);
 
 // The control file of the pipe \\.\pipe\NAME. Nothing, with ERROR_INVALID_NAME, for another path.
 std::optional<std::string> PipePath(const WCHAR* name);

@@ -200,17 +200,10 @@ DWORD PipeEnd::Refusal(Kind kind, State state) const
     {
         return ERROR_ACCESS_DENIED;
     }
-    switch (state)
-    {
-    case State::Disconnected:
-        return ERROR_PIPE_NOT_CONNECTED;
-    case State::Listening:
-        return ERROR_PIPE_LISTENING;
-    case State::PeerGone:
-        return kind == Kind::Write ? ERROR_NO_DATA : ERROR_SUCCESS;
-    default:
-        return ERROR_SUCCESS;
-    }
+    return state == State::Disconnected                      ? ERROR_PIPE_NOT_CONNECTED
+           : state == State::Listening                       ? ERROR_PIPE_LISTENING
+           : state == State::PeerGone && kind == Kind::Write ? ERROR_NO_DATA
+                                                             : ERROR_SUCCESS;
 }
 
 BOOL PipeEnd::Read(void* buffer, DWORD size, DWORD* bytes, OVERLAPPED* overlapped)

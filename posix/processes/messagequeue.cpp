@@ -14,7 +14,6 @@
 
 #include "posix/base/call.h"
 #include "posix/base/locked.h"
-#include "posix/processes/environment.h"
 #include "posix/sync/waiting.h"
 #include "sndx/processes.h"
 

@@ -19,7 +19,7 @@
 #include "posix/base/descriptor.h"
 #include "posix/files/paths.h"
 #include "posix/processes/commandline.h"
-#include "posix/processes/environment.h"
+#include "posix/processes/messagequeue.h"
 #include "posix/sync/waiting.h"
 #include "posix/text/charsets.h"
 #include "sndx/processes.h"
@@ -143,9 +143,7 @@ bool ProcessObject::Terminate(DWORD code)
 // ERROR_SUCCESS when the file can be started.
 DWORD CheckProgram(const std::string& path)
 {
-    struct stat status
-    {
-    };
+    struct stat status = {};
     if (path.empty() || stat(path.c_str(), &status) != 0)
     {
         return ERROR_FILE_NOT_FOUND;
@@ -177,11 +175,13 @@ constexpr int childIdleDescriptor = 3;
 
 std::vector<std::string> ChildEnvironment(int idlePipe)
 {
-    struct stat status
-    {
-    };
+    struct stat status = {};
     fstat(idlePipe, &status);
-    std::vector<std::string> result = CopyEnvironment();
+    std::vector<std::string> result;
+    for (char** variable = environ; *variable != nullptr; ++variable)
+    {
+        result.emplace_back(*variable);
+    }
     result.push_back(std::string(idleVariable) + "=" + std::to_string(childIdleDescriptor) + ":" +
                      std::to_string(status.st_ino));
     return result;
@@ -311,5 +311,13 @@ extern "C" DWORD WINAPI WaitForInputIdle(HANDLE process, DWORD milliseconds)
     }
     return WaitUntil([&object] { return object->IsIdle(); }, milliseconds, sharedStatePoll) ? WAIT_OBJECT_0
                                                                                             : WAIT_TIMEOUT;
+}
+
+extern "C" BOOL WINAPI SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value)
+{
+    const std::string variable = Utf8(name);
+    const int result =
+        value == nullptr ? unsetenv(variable.c_str()) : setenv(variable.c_str(), Utf8(value).c_str(), 1);
+    return result == 0 || FailWith(ERROR_INVALID_PARAMETER);
 }
 } // namespace sndxposix

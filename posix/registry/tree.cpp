@@ -9,13 +9,10 @@ namespace sndxposix
 std::u16string RegistryOrder(std::u16string_view name)
 {
     std::u16string order = FoldCase(name);
-    for (char16_t& unit : order)
-    {
-        if (unit >= u'a' && unit <= u'z')
-        {
-            unit = static_cast<char16_t>(unit - u'a' + u'A');
-        }
-    }
+    std::transform(order.begin(), order.end(), order.begin(),
+                   [](char16_t unit) {
+                       return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - u'a' + u'A') : unit;
+                   });
     return order;
 }
 

@@ -3,6 +3,7 @@
 #include "posix/sync/waiting.h"
 
 #include <algorithm>
+#include <atomic>
 #include <condition_variable>
 #include <vector>
 
@@ -20,19 +21,13 @@ struct Waiters
 {
     std::mutex mutex;
     std::condition_variable changed;
-    std::uint64_t generation = 0; // counts the calls of NotifyWaiters
+    std::atomic<std::uint64_t> generation = 0; // counts the calls of NotifyWaiters
 };
 
 Waiters& TheWaiters()
 {
     static Waiters& waiters = *new Waiters;
     return waiters;
-}
-
-std::uint64_t Generation()
-{
-    const std::lock_guard lock(TheWaiters().mutex);
-    return TheWaiters().generation;
 }
 
 constexpr std::chrono::microseconds eagerPoll{100};
@@ -94,7 +89,7 @@ bool WaitUntil(const std::function<bool()>& attempt, DWORD milliseconds, std::ch
     for (;;)
     {
         // Read first: what changes after the attempt has looked must keep the thread from sleeping.
-        const std::uint64_t seen = Generation();
+        const std::uint64_t seen = waiters.generation;
         const bool pending = PumpOverlapped();
         if (attempt())
         {
@@ -117,32 +112,6 @@ bool WaitUntil(const std::function<bool()>& attempt, DWORD milliseconds, std::ch
         std::unique_lock lock(waiters.mutex);
         waiters.changed.wait_until(lock, now + sleep, [&] { return waiters.generation != seen; });
     }
-}
-
-std::optional<DWORD> EventObject::TryWait()
-{
-    const std::lock_guard lock(mutex_);
-    if (!signalled_)
-    {
-        return std::nullopt;
-    }
-    signalled_ = manualReset_;
-    return WAIT_OBJECT_0;
-}
-
-void EventObject::Set()
-{
-    {
-        const std::lock_guard lock(mutex_);
-        signalled_ = true;
-    }
-    NotifyWaiters();
-}
-
-void EventObject::Reset()
-{
-    const std::lock_guard lock(mutex_);
-    signalled_ = false;
 }
 
 std::shared_ptr<EventObject> FindEvent(HANDLE handle)

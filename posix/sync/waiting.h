@@ -1,10 +1,10 @@
 #pragma once
 // Blocking inside the layer: one routine that tries, sleeps and tries again; and events.
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
 
 #include "posix/base/handles.h"
 #include "sndx/sync.h"
@@ -27,14 +27,21 @@ class EventObject : public KernelObject
   public:
     EventObject(bool manualReset, bool signalled) : manualReset_(manualReset), signalled_(signalled) {}
     bool IsWaitable() const override { return true; }
-    std::optional<DWORD> TryWait() override;
-    void Set();
-    void Reset();
+    std::optional<DWORD> TryWait() override
+    {
+        const bool satisfied = manualReset_ ? signalled_.load() : signalled_.exchange(false);
+        return satisfied ? std::optional<DWORD>(WAIT_OBJECT_0) : std::nullopt;
+    }
+    void Set()
+    {
+        signalled_ = true;
+        NotifyWaiters();
+    }
+    void Reset() { signalled_ = false; }
 
   private:
     const bool manualReset_;
-    std::mutex mutex_;
-    bool signalled_;
+    std::atomic<bool> signalled_;
 };
 
 // The event an OVERLAPPED names, or null. Leaves the last error alone.

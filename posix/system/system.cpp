@@ -1,6 +1,7 @@
 // What the layer says about the system.
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 
@@ -108,24 +109,15 @@ extern "C" BOOL WINAPI VerifyVersionInfoW(LPOSVERSIONINFOEXW info, DWORD typeMas
     {
         return FALSE;
     }
-    struct Part
-    {
-        DWORD type;
-        DWORD own;
-        DWORD wanted;
-    };
-    // From the most significant part on; the first that differs decides.
-    for (const Part& part : {Part{VER_MAJORVERSION, majorVersion, info->dwMajorVersion},
-                             Part{VER_MINORVERSION, minorVersion, info->dwMinorVersion},
-                             Part{VER_SERVICEPACKMAJOR, 0, info->wServicePackMajor},
-                             Part{VER_SERVICEPACKMINOR, 0, info->wServicePackMinor}})
-    {
-        if ((typeMask & part.type) != 0 && part.own != part.wanted)
-        {
-            return part.own > part.wanted || FailWith(ERROR_OLD_WIN_VERSION);
-        }
-    }
-    return TRUE;
+    const auto asked = [&](DWORD type, DWORD part) { return (typeMask & type) != 0 ? part : 0; };
+    // From the most significant part on; the first that differs decides. There is no service pack.
+    const std::array<DWORD, 4> own = {asked(VER_MAJORVERSION, majorVersion),
+                                      asked(VER_MINORVERSION, minorVersion)};
+    const std::array<DWORD, 4> wanted = {asked(VER_MAJORVERSION, info->dwMajorVersion),
+                                         asked(VER_MINORVERSION, info->dwMinorVersion),
+                                         asked(VER_SERVICEPACKMAJOR, info->wServicePackMajor),
+                                         asked(VER_SERVICEPACKMINOR, info->wServicePackMinor)};
+    return own >= wanted || FailWith(ERROR_OLD_WIN_VERSION);
 }
 
 extern "C" ULONGLONG WINAPI VerSetConditionMask(ULONGLONG mask, DWORD typeMask, BYTE condition)
@@ -139,16 +131,8 @@ extern "C" int WINAPI GetSystemMetrics(int index)
     {
         return 0;
     }
-    switch (index)
-    {
-    case SM_CXSCREEN:
-    case SM_CXVIRTUALSCREEN:
-        return Screen().width;
-    case SM_CYSCREEN:
-    case SM_CYVIRTUALSCREEN:
-        return Screen().height;
-    default:
-        return 0;
-    }
+    const bool isWidth = index == SM_CXSCREEN || index == SM_CXVIRTUALSCREEN;
+    const bool isHeight = index == SM_CYSCREEN || index == SM_CYVIRTUALSCREEN;
+    return isWidth ? Screen().width : isHeight ? Screen().height : 0;
 }
 } // namespace sndxposix

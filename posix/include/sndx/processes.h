@@ -38,12 +38,6 @@ struct PROCESS_INFORMATION
 };
 using LPPROCESS_INFORMATION = PROCESS_INFORMATION*;
 
-struct SNDX_POINT
-{
-    LONG x;
-    LONG y;
-};
-
 struct MSG
 {
     HWND hwnd; // always null: there are no windows, only messages posted to threads
@@ -51,7 +45,7 @@ struct MSG
     WPARAM wParam;
     LPARAM lParam;
     DWORD time; // tick count of the posting
-    SNDX_POINT pt;
+    POINT pt;
 };
 using LPMSG = MSG*;
 
@@ -90,6 +84,7 @@ extern "C"
     // One block for all arguments, to be released with LocalFree.
     LPWSTR* WINAPI CommandLineToArgvW(LPCWSTR commandLine, int* count);
 
-    // Null as value removes the variable.
+    // Null as value removes the variable. No other thread may start a process or read the environment
+    // meanwhile.
     BOOL WINAPI SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value);
 }

@@ -6,12 +6,6 @@
 
 SNDX_DECLARE_HANDLE(HDROP);
 
-struct POINT
-{
-    LONG x;
-    LONG y;
-};
-
 // Header of a block of dropped files; the list of names begins pFiles bytes behind its start and ends with
 // an empty name.
 struct DROPFILES
