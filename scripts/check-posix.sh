@@ -47,16 +47,15 @@ for name, path in sorted(declared.items()):
     if name in CANNOT_FAIL and (can_fail or not is_products):
         faults.append("scripts/check-posix.sh: %s has no place among the calls that cannot fail" % name)
 
-seen = {}
+seen = set()
 for path in sorted(text):
     for name, number in re.findall(r"^\s*#\s*define\s+(ERROR_\w+)\s+(\w+)", text[path], re.M):
         number = number.rstrip("uUL")
         if not path.endswith("sndx/errors.h"):
             faults.append("%s: %s is no business of this file; error codes stand in sndx/errors.h" % (path, name))
-        for key in (name, number):
-            if key in seen:
-                faults.append("%s: %s is defined a second time" % (path, seen[key] + " " + key))
-            seen[key] = name
+        if name in seen or number in seen:
+            faults.append("%s: %s, the name or the number %s, is defined a second time" % (path, name, number))
+        seen |= {name, number}
 print("\n".join(faults) if faults else "%d calls, %d error codes" % (len(declared), len(seen) // 2))
 sys.exit(bool(faults))
 '
