@@ -12,9 +12,10 @@
 
 #include <gtest/gtest.h>
 
-#include "posix/internal.h"
+#include "posix/files/paths.h"
 #include "tests/platform/handle.h"
-#include "tests/platform/temporaryfolder.h"
+#include "tests/support/temporaryfolder.h"
+#include "tests/support/text.h"
 
 namespace
 {

@@ -4,6 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <windows.h>
+
+#include <shlobj.h>
+
 #include "tests/platform/handle.h"
 #include "tests/platform/testmodule/testmodule.h"
 #include "tests/support/child.h"
@@ -14,11 +18,11 @@ namespace
 {
 using namespace sndxtest;
 
-std::string InTemporaryFolder(const std::string& name)
+std::string InDataFolder(const std::string& name)
 {
     WCHAR folder[MAX_PATH];
-    GetTempPathW(MAX_PATH, folder);
-    return Utf8(folder) + name;
+    SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder);
+    return Utf8(folder) + "\\" + name;
 }
 
 std::string FileNameOf(HMODULE module)
@@ -34,14 +38,14 @@ class Modules : public testing::Test
     ~Modules() override { Clear(); }
 
     // What the module has noted since the test began.
-    static std::string Log() { return ReadWholeFile(InTemporaryFolder(TESTMODULE_LOG)); }
+    static std::string Log() { return ReadWholeFile(InDataFolder(TESTMODULE_LOG)); }
 
   private:
     static void Clear()
     {
         for (const char* name : {TESTMODULE_LOG, TESTMODULE_REFUSAL})
         {
-            DeleteFileW(Wide(InTemporaryFolder(name)).c_str());
+            DeleteFileW(Wide(InDataFolder(name)).c_str());
         }
     }
 };
@@ -84,9 +88,9 @@ TEST_F(Modules, AreDetachedAndDestroyedAtTheEndOfTheProcess)
 
 TEST_F(Modules, ThatRefuseToAttachAreNotLoaded)
 {
-    WriteWholeFile(InTemporaryFolder(TESTMODULE_REFUSAL), "");
+    WriteWholeFile(InDataFolder(TESTMODULE_REFUSAL), "");
     EXPECT_EQ(LoadLibraryA(TESTMODULE_FILE), nullptr);
-    EXPECT_EQ(GetLastError(), 1114u); // ERROR_DLL_INIT_FAILED
+    EXPECT_EQ(GetLastError(), ERROR_DLL_INIT_FAILED);
     EXPECT_EQ(GetModuleHandleW(Wide(TESTMODULE_FILE).c_str()), nullptr);
     EXPECT_TRUE(Log().starts_with("construct attach ") && Log().ends_with("destruct ")) << Log();
 }

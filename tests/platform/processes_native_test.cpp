@@ -30,24 +30,17 @@ class NativeProcesses : public ::testing::Test
 SNDX_CHILD(MessageLoop)
 {
     WaitFor("become idle");
-    MSG message;
-    return arguments[0] == "GetMessage"
-               ? GetMessageW(&message, nullptr, 0, 0)
-               : static_cast<int>(MsgWaitForMultipleObjects(0, nullptr, FALSE, 60000, QS_ALLINPUT));
+    return static_cast<int>(MsgWaitForMultipleObjects(0, nullptr, FALSE, 60000, QS_ALLINPUT));
 }
 
 TEST_F(NativeProcesses, AreIdleWhenTheyFirstWaitForMessagesOrHaveEnded)
 {
-    for (const char* way : {"GetMessage", "MsgWait"})
-    {
-        ClearPoints();
-        ChildProcess child("MessageLoop", {way});
-        EXPECT_EQ(WAIT_TIMEOUT, WaitForInputIdle(child.Handle(), 50));
-        Announce("become idle");
-        EXPECT_EQ(0u, WaitForInputIdle(child.Handle(), INFINITE));
-        EXPECT_TRUE(child.IsRunning());
-        EXPECT_EQ(0u, WaitForInputIdle(child.Handle(), 0)) << "idle once is idle";
-    }
+    ChildProcess child("MessageLoop", {});
+    EXPECT_EQ(WAIT_TIMEOUT, WaitForInputIdle(child.Handle(), 50));
+    Announce("become idle");
+    EXPECT_EQ(0u, WaitForInputIdle(child.Handle(), INFINITE));
+    EXPECT_TRUE(child.IsRunning());
+    EXPECT_EQ(0u, WaitForInputIdle(child.Handle(), 0)) << "idle once is idle";
     ChildProcess ending = ChildProcess::Program("/bin/sleep", {"0.05"});
     EXPECT_EQ(WAIT_TIMEOUT, WaitForInputIdle(ending.Handle(), 10));
     EXPECT_EQ(0u, WaitForInputIdle(ending.Handle(), INFINITE));

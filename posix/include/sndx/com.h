@@ -74,8 +74,6 @@ struct IDataObject : IUnknown
     virtual HRESULT STDMETHODCALLTYPE EnumDAdvise(IEnumSTATDATA** result) = 0;
 };
 
-#define OLE_E_ADVISENOTSUPPORTED (static_cast<HRESULT>(0x80040003u))
-
 #define COINIT_APARTMENTTHREADED 2u
 
 extern "C"

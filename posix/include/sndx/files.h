@@ -1,11 +1,8 @@
 #pragma once
-// Files and folders. Paths are Windows paths of drives C: and Z:; both separators count and letters match
+// Files. Paths are Windows paths of drives C: and Z:; both separators count and letters match
 // in either case.
 
 #include "sndx/base.h"
-
-#define ERROR_GEN_FAILURE 31u
-#define ERROR_DISK_FULL 112u
 
 // Access.
 #define GENERIC_READ 0x80000000u
@@ -29,8 +26,6 @@
 #define INVALID_FILE_ATTRIBUTES 0xFFFFFFFFu
 #define FILE_FLAG_OVERLAPPED 0x40000000u
 
-#define FILE_BEGIN 0u
-#define FILE_CURRENT 1u
 #define FILE_END 2u
 
 extern "C"
@@ -47,14 +42,7 @@ extern "C"
     BOOL WINAPI DeleteFileW(LPCWSTR path);
     // Does not replace an existing target.
     BOOL WINAPI MoveFileW(LPCWSTR from, LPCWSTR to);
-    BOOL WINAPI CopyFileW(LPCWSTR from, LPCWSTR to, BOOL failIfExists);
     DWORD WINAPI GetFileAttributesW(LPCWSTR path);
     // Keeps FILE_ATTRIBUTE_ARCHIVE and nothing else.
     BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes);
-    BOOL WINAPI CreateDirectoryW(LPCWSTR path, LPSECURITY_ATTRIBUTES security);
-    BOOL WINAPI RemoveDirectoryW(LPCWSTR path);
-
-    // The folder for temporary files with its separator; it exists after the call. The length without the
-    // terminator, or the size needed when size units are too few.
-    DWORD WINAPI GetTempPathW(DWORD size, LPWSTR buffer);
 }

@@ -3,9 +3,6 @@
 
 #include "sndx/base.h"
 
-#define ERROR_NOT_LOCKED 158u
-#define ERROR_INVALID_ADDRESS 487u
-
 #define PAGE_NOACCESS 0x01u
 #define PAGE_READONLY 0x02u
 #define PAGE_READWRITE 0x04u

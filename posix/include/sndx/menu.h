@@ -5,11 +5,7 @@
 
 #define MF_BYPOSITION 0x0400u
 #define MF_STRING 0x0000u
-#define MF_ENABLED 0x0000u
 #define MF_POPUP 0x0010u
-
-#define ERROR_INVALID_MENU_HANDLE 1401u
-#define ERROR_MENU_ITEM_NOT_FOUND 1456u
 
 extern "C"
 {
@@ -29,6 +25,4 @@ extern "C"
     // Units copied without terminator; the text's length when there is no buffer; 0 when there is no text.
     int WINAPI GetMenuStringW(HMENU menu, UINT item, LPWSTR text, int capacity, UINT flags);
     HMENU WINAPI GetSubMenu(HMENU menu, int position);
-    // Flags of the item; for a sub-menu its number of items in bits 8 to 15. 0xFFFFFFFF when missing.
-    UINT WINAPI GetMenuState(HMENU menu, UINT item, UINT flags);
 }

@@ -3,8 +3,6 @@
 
 #include "sndx/base.h"
 
-#define ERROR_DLL_INIT_FAILED 1114u
-
 #define DLL_PROCESS_DETACH 0u
 #define DLL_PROCESS_ATTACH 1u
 #define DLL_THREAD_ATTACH 2u // the two for threads are never sent here

@@ -4,7 +4,6 @@
 #include "sndx/base.h"
 
 #define STILL_ACTIVE 259u
-#define ERROR_INVALID_THREAD_ID 1444u
 
 struct STARTUPINFOW
 {
@@ -39,12 +38,6 @@ struct PROCESS_INFORMATION
 };
 using LPPROCESS_INFORMATION = PROCESS_INFORMATION*;
 
-struct SNDX_POINT
-{
-    LONG x;
-    LONG y;
-};
-
 struct MSG
 {
     HWND hwnd; // always null: there are no windows, only messages posted to threads
@@ -52,7 +45,7 @@ struct MSG
     WPARAM wParam;
     LPARAM lParam;
     DWORD time; // tick count of the posting
-    SNDX_POINT pt;
+    POINT pt;
 };
 using LPMSG = MSG*;
 
@@ -82,17 +75,16 @@ extern "C"
     // 0 once the process has first waited for messages, or has ended; WAIT_TIMEOUT; WAIT_FAILED.
     DWORD WINAPI WaitForInputIdle(HANDLE process, DWORD milliseconds);
 
-    // A message loop of a program without windows. The first wait for messages tells the parent's
-    // WaitForInputIdle that the program is up.
-    BOOL WINAPI GetMessageW(LPMSG message, HWND window, UINT first, UINT last);
+    // The calling thread's next message; window and the range are not looked at.
     BOOL WINAPI PeekMessageW(LPMSG message, HWND window, UINT first, UINT last, UINT remove);
-    // A thread has a queue from its first call of one of the two above or of MsgWaitForMultipleObjects on.
+    // A thread has a queue from its first call of the one above or of MsgWaitForMultipleObjects on.
     BOOL WINAPI PostThreadMessageW(DWORD thread, UINT message, WPARAM wParam, LPARAM lParam);
 
     LPWSTR WINAPI GetCommandLineW();
     // One block for all arguments, to be released with LocalFree.
     LPWSTR* WINAPI CommandLineToArgvW(LPCWSTR commandLine, int* count);
 
-    // Null as value removes the variable.
+    // Null as value removes the variable. No other thread may start a process or read the environment
+    // meanwhile.
     BOOL WINAPI SetEnvironmentVariableW(LPCWSTR name, LPCWSTR value);
 }

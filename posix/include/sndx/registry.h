@@ -32,10 +32,6 @@ using LSTATUS = LONG;
 #define REG_CREATED_NEW_KEY 1u
 #define REG_OPENED_EXISTING_KEY 2u
 
-#define ERROR_BAD_PATHNAME 161u
-#define ERROR_REGISTRY_CORRUPT 1015u
-#define ERROR_KEY_DELETED 1018u
-
 extern "C"
 {
     // All return an error code and leave the last error alone. A null or empty path names the key itself.

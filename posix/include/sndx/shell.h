@@ -6,12 +6,6 @@
 
 SNDX_DECLARE_HANDLE(HDROP);
 
-struct POINT
-{
-    LONG x;
-    LONG y;
-};
-
 // Header of a block of dropped files; the list of names begins pFiles bytes behind its start and ends with
 // an empty name.
 struct DROPFILES
@@ -39,9 +33,7 @@ struct IShellExtInit : IUnknown
 #define CMF_VERBSONLY 0x2u
 #define CMF_EXPLORE 0x4u
 
-#define GCS_VERBA 0x0u
 #define GCS_HELPTEXTA 0x1u
-#define GCS_VALIDATEA 0x2u
 #define GCS_VERBW 0x4u
 #define GCS_HELPTEXTW 0x5u
 #define GCS_VALIDATEW 0x6u

@@ -6,9 +6,7 @@
 #include <pthread.h>
 
 #include "sndx/base.h"
-
-#define ERROR_FILENAME_EXCED_RANGE 206u
-#define ERROR_INVALID_ADDRESS 487u
+#include "sndx/memory.h"
 
 #define WAIT_OBJECT_0 0u
 #define WAIT_ABANDONED 0x80u
@@ -19,7 +17,6 @@
 
 #define SYNCHRONIZE 0x00100000u
 
-#define PAGE_READWRITE 0x04u
 #define FILE_MAP_WRITE 0x0002u
 #define FILE_MAP_READ 0x0004u
 #define FILE_MAP_ALL_ACCESS 0x000F001Fu
@@ -46,10 +43,9 @@ extern "C"
                                LPCWSTR name);
     BOOL WINAPI SetEvent(HANDLE event);
 
-    // With a name: creates the mutex, or opens the existing one (last error ERROR_ALREADY_EXISTS, no
-    // ownership given). The security attributes are not looked at. A mutex is owned by a thread, which may
-    // own it several times over; it is abandoned when that thread or process ends, and also when the process
-    // closes its last handle to a mutex that other processes hold.
+    // Creates the mutex of the name, or opens the existing one (last error ERROR_ALREADY_EXISTS, no ownership
+    // given). There are none without a name. The security attributes are not looked at. A mutex is owned by a
+    // thread, which may own it several times over; it is abandoned when that thread or process ends.
     HANDLE WINAPI CreateMutexW(LPSECURITY_ATTRIBUTES security, BOOL initialOwner, LPCWSTR name);
     HANDLE WINAPI OpenMutexW(DWORD access, BOOL inherit, LPCWSTR name);
     BOOL WINAPI ReleaseMutex(HANDLE mutex);
@@ -63,8 +59,9 @@ extern "C"
                                            DWORD milliseconds, DWORD wakeMask);
     void WINAPI Sleep(DWORD milliseconds);
 
-    // Memory backed by the paging file only: file is INVALID_HANDLE_VALUE and protection PAGE_READWRITE. New
-    // memory is zero. An existing section keeps its size (last error ERROR_ALREADY_EXISTS).
+    // Memory with a name, backed by the paging file only: file is INVALID_HANDLE_VALUE and protection
+    // PAGE_READWRITE. New memory is zero. An existing section keeps its size (last error
+    // ERROR_ALREADY_EXISTS).
     HANDLE WINAPI CreateFileMappingW(HANDLE file, LPSECURITY_ATTRIBUTES security, DWORD protection,
                                      DWORD sizeHigh, DWORD sizeLow, LPCWSTR name);
     HANDLE WINAPI OpenFileMappingW(DWORD access, BOOL inherit, LPCWSTR name);

@@ -27,15 +27,16 @@ extern "C"
     int WINAPI WideCharToMultiByte(UINT codePage, DWORD flags, LPCWSTR source, int length, LPSTR target,
                                    int size, LPCSTR defaultCharacter, LPBOOL usedDefault);
 
-    // English texts of the codes that the layer reports, each with CR LF at its end. FROM_SYSTEM and
-    // IGNORE_INSERTS are required. With ALLOCATE_BUFFER, buffer is the address of a pointer that receives a
-    // block for LocalFree. The length without terminator; 0 with ERROR_MR_MID_NOT_FOUND for another code.
+    // English texts of the codes that the layer reports, each with CR LF at its end. The three flags are
+    // required; buffer is the address of a pointer that receives a block for LocalFree. The length without
+    // terminator; 0 with ERROR_MR_MID_NOT_FOUND for another code.
     DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID source, DWORD code, DWORD language, LPWSTR buffer,
                                 DWORD size, va_list* arguments);
 
-    // Formatted output in the language of the Microsoft runtime: size is the room in units of the text. A
-    // text shorter than that is terminated, one of just that length is not, a longer one is cut and the
-    // result is -1. Otherwise the result is the length. Null with size 0 asks for the length.
+    // Formatted output in the language of the Microsoft runtime, as far as it is used (text/printf.cpp); -1
+    // for any other conversion. size is the room in units of the text. A text shorter than that is
+    // terminated, one of just that length is not, a longer one is cut and the result is -1. Otherwise the
+    // result is the length. Null with size 0 asks for the length.
     int _vsnprintf(char* buffer, std::size_t size, const char* format, va_list arguments);
     int _vsnwprintf(WCHAR* buffer, std::size_t size, const WCHAR* format, va_list arguments);
 }

@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "sndx/errors.h"
+
 #define WINAPI
 #define CALLBACK
 #define STDMETHODCALLTYPE
@@ -63,7 +65,6 @@ SNDX_DECLARE_HANDLE(HINSTANCE);
 SNDX_DECLARE_HANDLE(HWND);
 SNDX_DECLARE_HANDLE(HMENU);
 SNDX_DECLARE_HANDLE(HICON);
-SNDX_DECLARE_HANDLE(HBITMAP);
 SNDX_DECLARE_HANDLE(HKEY);
 using HMODULE = HINSTANCE;
 using PHKEY = HKEY*;
@@ -77,6 +78,12 @@ union LARGE_INTEGER
         LONG HighPart;
     } u;
     LONGLONG QuadPart;
+};
+
+struct POINT
+{
+    LONG x;
+    LONG y;
 };
 
 #define INVALID_HANDLE_VALUE (reinterpret_cast<HANDLE>(static_cast<LONG_PTR>(-1)))
@@ -115,47 +122,10 @@ using REFCLSID = const GUID&;
 #define SUCCEEDED(hr) (static_cast<HRESULT>(hr) >= 0)
 #define FAILED(hr) (static_cast<HRESULT>(hr) < 0)
 
-// Error codes that the layer reports.
-#define ERROR_SUCCESS 0
-#define ERROR_FILE_NOT_FOUND 2
-#define ERROR_PATH_NOT_FOUND 3
-#define ERROR_ACCESS_DENIED 5
-#define ERROR_INVALID_HANDLE 6
-#define ERROR_NOT_ENOUGH_MEMORY 8
-#define ERROR_OUTOFMEMORY 14
-#define ERROR_SHARING_VIOLATION 32
-#define ERROR_FILE_EXISTS 80
-#define ERROR_INVALID_PARAMETER 87
-#define ERROR_BROKEN_PIPE 109
-#define ERROR_SEM_TIMEOUT 121
-#define ERROR_INSUFFICIENT_BUFFER 122
-#define ERROR_INVALID_NAME 123
-#define ERROR_MOD_NOT_FOUND 126
-#define ERROR_PROC_NOT_FOUND 127
-#define ERROR_DIR_NOT_EMPTY 145
-#define ERROR_ALREADY_EXISTS 183
-#define ERROR_BAD_EXE_FORMAT 193
-#define ERROR_PIPE_BUSY 231
-#define ERROR_NO_DATA 232
-#define ERROR_PIPE_NOT_CONNECTED 233
-#define ERROR_MORE_DATA 234
-#define ERROR_NO_MORE_ITEMS 259
-#define ERROR_NOT_OWNER 288
-#define ERROR_MR_MID_NOT_FOUND 317
-#define ERROR_PIPE_CONNECTED 535
-#define ERROR_PIPE_LISTENING 536
-#define ERROR_OPERATION_ABORTED 995
-#define ERROR_IO_INCOMPLETE 996
-#define ERROR_IO_PENDING 997
-#define ERROR_NOACCESS 998
-#define ERROR_NO_UNICODE_TRANSLATION 1113
-#define ERROR_OLD_WIN_VERSION 1150
-
 #define LOWORD(value) (static_cast<WORD>(static_cast<DWORD_PTR>(value) & 0xffff))
 #define MAKEINTRESOURCEA(id) (reinterpret_cast<LPSTR>(static_cast<ULONG_PTR>(static_cast<WORD>(id))))
 
 extern "C"
 {
     DWORD WINAPI GetLastError();
-    void WINAPI SetLastError(DWORD code);
 }

@@ -1,36 +1,33 @@
 // A module that notes its own life in a file. It does so with the interfaces under test: modules open files
 // in their static constructors and destructors, too.
 
+#include <cstring>
+#include <string>
+
 #include <windows.h>
+
+#include <shlobj.h>
 
 #include "tests/platform/testmodule/testmodule.h"
 
 namespace
 {
-// Appends the name of a file to the folder for temporary files. buffer has 2 * MAX_PATH units.
-void PathOf(const WCHAR* name, WCHAR* buffer)
+// A file of the user's folder for programs' data.
+std::basic_string<WCHAR> PathOf(const WCHAR* name)
 {
-    WCHAR* end = buffer + GetTempPathW(MAX_PATH, buffer);
-    while ((*end++ = *name++) != 0)
-    {
-    }
+    WCHAR folder[MAX_PATH];
+    SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder);
+    return std::basic_string<WCHAR>(folder) + TEXT("\\") + name;
 }
 
 void Note(const char* word)
 {
-    WCHAR path[2 * MAX_PATH];
-    PathOf(TEXT(TESTMODULE_LOG), path);
-    const HANDLE file = CreateFileW(path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE file = CreateFileW(PathOf(TEXT(TESTMODULE_LOG)).c_str(), GENERIC_READ | GENERIC_WRITE,
+                                    FILE_SHARE_READ, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     LARGE_INTEGER end = {};
     SetFilePointerEx(file, end, nullptr, FILE_END);
-    DWORD length = 0;
-    while (word[length] != 0)
-    {
-        ++length;
-    }
     DWORD bytes = 0;
-    WriteFile(file, word, length, &bytes, nullptr);
+    WriteFile(file, word, static_cast<DWORD>(std::strlen(word)), &bytes, nullptr);
     CloseHandle(file);
 }
 
@@ -54,9 +51,7 @@ extern "C"
         {
             instance = module;
             Note("attach ");
-            WCHAR path[2 * MAX_PATH];
-            PathOf(TEXT(TESTMODULE_REFUSAL), path);
-            return GetFileAttributesW(path) == INVALID_FILE_ATTRIBUTES;
+            return GetFileAttributesW(PathOf(TEXT(TESTMODULE_REFUSAL)).c_str()) == INVALID_FILE_ATTRIBUTES;
         }
         if (reason == DLL_PROCESS_DETACH)
         {

@@ -1,7 +1,7 @@
 #pragma once
 // What the tests of loading and their module agree on.
 
-// The module appends a word to this file of the temporary folder for every step of its life: "construct",
+// The module appends a word to this file of the user's data folder for every step of its life: "construct",
 // "attach", "detach" or "detach-at-exit", "destruct".
 #define TESTMODULE_LOG "sndx-testmodule.log"
 // Attaching is refused while a file of this name exists there.

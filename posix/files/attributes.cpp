@@ -1,0 +1,104 @@
+// The archive attribute, and paths as arguments.
+
+#include "posix/files/attributes.h"
+
+#include <cstdlib>
+#include <filesystem>
+
+#include <sys/stat.h>
+#include <sys/xattr.h>
+
+#include "posix/base/call.h"
+#include "posix/files/paths.h"
+#include "sndx/files.h"
+
+namespace sndxposix
+{
+namespace
+{
+// Text of a hexadecimal number, "0x20"; the name and form that Samba and Wine read, too. Without one a file
+// has the archive attribute and a folder has not.
+constexpr const char* storedName = "user.DOSATTRIB";
+
+bool IsArchive(const std::string& path, const struct stat& status)
+{
+    char text[32] = {};
+    const ssize_t length = getxattr(path.c_str(), storedName, text, sizeof text - 1);
+    if (length < 2 || text[0] != '0' || text[1] != 'x')
+    {
+        return !S_ISDIR(status.st_mode);
+    }
+    return (std::strtoul(text, nullptr, 16) & FILE_ATTRIBUTE_ARCHIVE) != 0;
+}
+
+// DIRECTORY and ARCHIVE of the entry with this status.
+DWORD AttributesOf(const std::string& path, const struct stat& status)
+{
+    const DWORD attributes = (S_ISDIR(status.st_mode) ? FILE_ATTRIBUTE_DIRECTORY : 0) |
+                             (IsArchive(path, status) ? FILE_ATTRIBUTE_ARCHIVE : 0);
+    return attributes == 0 ? FILE_ATTRIBUTE_NORMAL : attributes;
+}
+} // namespace
+
+bool ChangeAttributes(const std::string& path, DWORD attributes)
+{
+    struct stat status;
+    if (stat(path.c_str(), &status) != 0)
+    {
+        return false;
+    }
+    const bool archive = (attributes & FILE_ATTRIBUTE_ARCHIVE) != 0;
+    const std::string_view text = archive ? "0x20" : "0x0";
+    return archive == IsArchive(path, status) ||
+           setxattr(path.c_str(), storedName, text.data(), text.size(), 0) == 0;
+}
+
+std::string ResolveArgument(const WCHAR* path)
+{
+    const std::u16string_view text = path == nullptr ? std::u16string_view() : path;
+    const bool hasPrefix = text.starts_with(u"\\\\?\\");
+    if (text.substr(hasPrefix ? 4 : 0).find_first_of(u"*?") != text.npos)
+    {
+        return FailWith(ERROR_INVALID_NAME, std::string());
+    }
+    std::string resolved = ToUnixPath(path);
+    return resolved.empty() ? FailWith(ERROR_PATH_NOT_FOUND, resolved) : resolved;
+}
+
+bool FailOnPath(const std::string& path)
+{
+    const DWORD code = ErrorFromErrno(errno);
+    std::error_code error;
+    const bool isAlone = code == ERROR_FILE_NOT_FOUND &&
+                         !std::filesystem::is_directory(std::filesystem::path(path).parent_path(), error);
+    return FailWith(isAlone ? ERROR_PATH_NOT_FOUND : code);
+}
+
+extern "C" DWORD WINAPI GetFileAttributesW(LPCWSTR path)
+{
+    const auto body = [&]() -> DWORD
+    {
+        const std::string resolved = ResolveArgument(path);
+        struct stat status;
+        if (resolved.empty() || (stat(resolved.c_str(), &status) != 0 && !FailOnPath(resolved)))
+        {
+            return INVALID_FILE_ATTRIBUTES;
+        }
+        // Sockets, devices and the like are no files to Windows programs.
+        return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)
+                   ? AttributesOf(resolved, status)
+                   : FailWith(ERROR_FILE_NOT_FOUND, INVALID_FILE_ATTRIBUTES);
+    };
+    return Call("GetFileAttributesW", INVALID_FILE_ATTRIBUTES, body);
+}
+
+extern "C" BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes)
+{
+    const auto body = [&]() -> BOOL
+    {
+        const std::string resolved = ResolveArgument(path);
+        return !resolved.empty() && (ChangeAttributes(resolved, attributes) || FailOnPath(resolved));
+    };
+    return Guarded(FALSE, body);
+}
+} // namespace sndxposix

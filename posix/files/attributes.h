@@ -1,0 +1,22 @@
+#pragma once
+// The archive attribute of files and folders, paths as arguments, and the error codes of failed operations on
+// them.
+
+#include <string>
+
+#include "sndx/types.h"
+
+namespace sndxposix
+{
+// Sets or clears FILE_ATTRIBUTE_ARCHIVE, which is kept in an extended attribute; the rest is ignored. False
+// with errno set on failure: ENOTSUP when the file system cannot keep the attribute.
+bool ChangeAttributes(const std::string& path, DWORD attributes);
+
+// The POSIX path of a path argument. Empty, with the last error set: ERROR_PATH_NOT_FOUND for an empty
+// path or an unknown drive, ERROR_INVALID_NAME when it has wildcards.
+std::string ResolveArgument(const WCHAR* path);
+
+// Sets the last error for the operation on the path that has failed with errno: "not found" tells a missing
+// folder from a missing file. Always false.
+bool FailOnPath(const std::string& path);
+} // namespace sndxposix
