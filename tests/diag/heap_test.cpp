@@ -4,8 +4,6 @@
 #include <limits>
 #include <ostream>
 
-#include <gtest/gtest.h>
-
 #include "gen/debug.h"
 #include "diag/tracefile.h"
 #include "tests/diag/heapprobe.h"

@@ -14,7 +14,7 @@
 
 #include "posix/internal.h"
 #include "tests/platform/handle.h"
-#include "tests/platform/temporaryfolder.h"
+#include "tests/support/temporaryfolder.h"
 
 namespace
 {

@@ -1,9 +1,9 @@
 #pragma once
-// Handles, errors and times in the tests of the Windows interfaces.
-
-#include <chrono>
+// Handles and errors in the tests of the Windows interfaces.
 
 #include <windows.h>
+
+#include "tests/support/timing.h"
 
 namespace sndxtest
 {
@@ -41,17 +41,4 @@ inline DWORD ErrorOf(HANDLE value)
     const DWORD error = GetLastError();
     return Handle(value).IsOpen() ? DWORD{ERROR_SUCCESS} : error;
 }
-
-class Stopwatch
-{
-  public:
-    long long Milliseconds() const
-    {
-        return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start_).count();
-    }
-
-  private:
-    using Clock = std::chrono::steady_clock;
-    Clock::time_point start_ = Clock::now();
-};
 } // namespace sndxtest

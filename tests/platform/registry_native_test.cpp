@@ -7,7 +7,7 @@
 #include <fstream>
 #include <random>
 
-#include "tests/platform/registrykey.h"
+#include "tests/support/registrykey.h"
 #include "tests/support/settings.h"
 
 namespace

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/platform/registrykey.h"
+#include "tests/support/registrykey.h"
 #include "tests/support/child.h"
 #include "tests/support/settings.h"
 

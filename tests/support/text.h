@@ -1,10 +1,14 @@
 #pragma once
 // Text in tests is UTF-8 std::string, so that one expectation serves both targets.
 
+#include <string>
+#include <vector>
+
 #include "tools/text.h"
 
 namespace sndxtest
 {
+using Lines = std::vector<std::string>;
 using sndxtools::Utf8;
 using sndxtools::Wide;
 using sndxtools::WideString;

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/platform/handle.h"
-#include "tests/platform/temporaryfolder.h"
+#include "tests/support/temporaryfolder.h"
 #include "tests/support/child.h"
 #include "tests/support/tracefile.h"
 #include "tests/tools/requestbytes.h"

@@ -5,17 +5,16 @@
 #include <functional>
 #include <thread>
 
-#include <gmock/gmock.h>
-
+#ifndef _WIN32
+#include "sndxposix.h"
+#endif
 #include "tests/support/reports.h"
-#include "tests/win32/timing.h"
+#include "tests/support/timing.h"
 #include "win32/file.h"
 
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 class File : public ::testing::Test
 {
@@ -24,7 +23,7 @@ class File : public ::testing::Test
     ~File() override
     {
         RemoveTraceFiles("file");
-        EXPECT_THAT(trace_.Texts(), IsEmpty());
+        EXPECT_EQ(trace_.Texts(), Lines());
     }
 
     // The file, open, sharing what it is told to.
@@ -131,12 +130,12 @@ TEST_F(File, AFileThatIsNotOpenGivesNothingAndSizesBeyond32BitsAreReported)
     LWriteFileRef writer(missing_.c_str(), 0);
     EXPECT_EQ(reader.Read(buffer, UINT32_MAX), 0u);
     EXPECT_EQ(writer.Write(buffer, UINT32_MAX), 0u);
-    EXPECT_THAT(trace_.Texts(), IsEmpty());
+    EXPECT_EQ(trace_.Texts(), Lines());
     reader.Read(buffer, tooLarge);
     writer.Write(buffer, tooLarge);
-    EXPECT_THAT(WithoutLineNumbers(trace_.Texts()),
-                ElementsAre(Assertion("LFileRef::_Read", "BufferSize <= UINT32_MAX", "win32/file.cpp"),
-                            Assertion("LFileRef::_Write", "BufferSize <= UINT32_MAX", "win32/file.cpp")));
+    EXPECT_EQ(WithoutLineNumbers(trace_.Texts()),
+              (Lines{Assertion("LFileRef::_Read", "BufferSize <= UINT32_MAX", "win32/file.cpp"),
+                     Assertion("LFileRef::_Write", "BufferSize <= UINT32_MAX", "win32/file.cpp")}));
     trace_.Restart();
     EXPECT_STREQ(buffer, "xyz");
     EXPECT_FALSE(LBufferedReadFileRef(missing_.c_str(), 0).ReadLine(buffer, sizeof(buffer)));
@@ -186,4 +185,57 @@ TEST_F(File, LinesAreSplitAtEveryKindOfEndAndCutToTheBuffer)
         EXPECT_FALSE(file.ReadLine(buffer.data(), buffer.size())) << "the end stays the end";
     }
 }
+
+#ifndef _WIN32 // the native layer's calls can be made to fail
+void RefuseSharing(const char* function, unsigned count)
+{
+    for (unsigned i = 0; i < count; ++i)
+    {
+        sndxposix::FailCall(function, ERROR_SHARING_VIOLATION, i);
+    }
+}
+
+TEST_F(File, TheSeventhAttemptWithinASecondIsTheLast)
+{
+    WriteWholeFile(name_, "x");
+    const std::pair<const char*, std::function<bool()>> operations[] = {
+        {"CreateFileW", [this] { return LReadFileRef(path_.c_str(), 1000).IsOpen(); }},
+        {"DeleteFileW", [this] { return LFile::DeleteWithRetry(path_.c_str(), 1000); }}};
+    for (const auto& [function, operation] : operations)
+    {
+        RefuseSharing(function, 8);
+        EXPECT_FALSE(operation()) << function;
+        EXPECT_EQ(sndxposix::PendingFailures(), 1u) << function;
+        sndxposix::ResetFailures();
+        RefuseSharing(function, 6);
+        EXPECT_TRUE(operation()) << function;
+    }
+}
+
+TEST_F(File, AnotherErrorBetweenEndsTheWaiting)
+{
+    WriteWholeFile(name_, "x");
+    RefuseSharing("CreateFileW", 2);
+    sndxposix::FailCall("CreateFileW", ERROR_ACCESS_DENIED, 2);
+    EXPECT_FALSE(LReadFileRef(path_.c_str(), 60000).IsOpen());
+    EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+}
+
+TEST_F(File, FailedTransfersCountNothingAndAnUnknownFolderIsEmpty)
+{
+    WriteWholeFile(name_, "x");
+    char byte = 0;
+    {
+        LReadFileRef reader(path_.c_str(), 0);
+        sndxposix::FailCall("ReadFile", ERROR_GEN_FAILURE);
+        EXPECT_EQ(reader.Read(&byte, 1), 0u);
+        EXPECT_EQ(reader.Read(&byte, 1), 1u);
+    }
+    sndxposix::FailCall("WriteFile", ERROR_DISK_FULL);
+    EXPECT_EQ(LWriteFileRef(path_.c_str(), 0).Write(&byte, 1), 0u);
+    sndxposix::FailCall("SHGetFolderPathW", ERROR_FILE_NOT_FOUND);
+    WCHAR folder[LSTR] = {'x', 0};
+    EXPECT_EQ(Utf8(LFile::GetAppDataFolder(folder)), "");
+}
+#endif
 } // namespace

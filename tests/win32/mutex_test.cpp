@@ -5,8 +5,6 @@
 #include <memory>
 #include <thread>
 
-#include <gmock/gmock.h>
-
 #ifndef _WIN32
 #include "sndxposix.h"
 #endif
@@ -17,8 +15,6 @@
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 const std::string lockedTwice =
     FailedCheck("uTCLockTime == 0",
@@ -76,12 +72,12 @@ TEST(LockObject, ADoubleLockIsReportedAndStaysBalanced)
 {
     LLockObject lock;
     lock.Lock();
-    EXPECT_THAT(Traced([&] { lock.Lock(); }), ElementsAre(lockedTwice, lockedInLock));
-    EXPECT_THAT(Traced([&] { lock.Unlock(); }), IsEmpty());
+    EXPECT_EQ(Traced([&] { lock.Lock(); }), (Lines{lockedTwice, lockedInLock}));
+    EXPECT_EQ(Traced([&] { lock.Unlock(); }), Lines());
     // One level is left: the other thread still has to wait.
     const OtherLocker other(lock);
     EXPECT_FALSE(other.DoneWithin(100));
-    EXPECT_THAT(Traced([&] { lock.Unlock(); }), ElementsAre(neverLocked, heldLong));
+    EXPECT_EQ(Traced([&] { lock.Unlock(); }), (Lines{neverLocked, heldLong}));
     EXPECT_TRUE(other.DoneWithin(20000));
 }
 
@@ -90,14 +86,14 @@ TEST(LockObject, ASecondObjectInsideALockIsReportedAndLocked)
     LLockObject first;
     LLockObject second;
     first.Lock();
-    EXPECT_THAT(Traced([&] { second.Lock(); }), ElementsAre(lockedInLock));
+    EXPECT_EQ(Traced([&] { second.Lock(); }), Lines{lockedInLock});
     {
         const OtherLocker other(second);
         EXPECT_FALSE(other.DoneWithin(50));
         second.Unlock();
     }
     first.Unlock();
-    EXPECT_THAT(Traced([&] { const LLockObjectScope again(second); }), IsEmpty());
+    EXPECT_EQ(Traced([&] { const LLockObjectScope again(second); }), Lines());
 }
 
 TEST(LockObject, OnlyTheMostRecentLockerCountsAsNested)
@@ -108,7 +104,7 @@ TEST(LockObject, OnlyTheMostRecentLockerCountsAsNested)
     // The other thread's lock has taken this thread's place in between.
     first.Lock();
     EXPECT_TRUE(OtherLocker(third).DoneWithin(20000));
-    EXPECT_THAT(Traced([&] { const LLockObjectScope nested(second); }), IsEmpty());
+    EXPECT_EQ(Traced([&] { const LLockObjectScope nested(second); }), Lines());
     // An unlock on this thread does not clear the other thread's record.
     std::promise<void> locked;
     std::promise<void> unlocked;
@@ -118,7 +114,7 @@ TEST(LockObject, OnlyTheMostRecentLockerCountsAsNested)
             const LLockObjectScope scope(third);
             locked.set_value();
             unlocked.get_future().wait();
-            EXPECT_THAT(Traced([&] { const LLockObjectScope nested(second); }), ElementsAre(lockedInLock));
+            EXPECT_EQ(Traced([&] { const LLockObjectScope nested(second); }), Lines{lockedInLock});
         });
     locked.get_future().wait();
     first.Unlock();
@@ -130,22 +126,22 @@ TEST(LockObject, UnlockWithoutLockIsReportedAndChangesNothing)
 {
     LLockObject lock;
     // The hold time counts from 0, and the system runs for more than five seconds.
-    EXPECT_THAT(Traced([&] { lock.Unlock(); }), ElementsAre(neverLocked, heldLong));
+    EXPECT_EQ(Traced([&] { lock.Unlock(); }), (Lines{neverLocked, heldLong}));
     EXPECT_TRUE(OtherLocker(lock).DoneWithin(20000));
     lock.Lock();
     std::thread([&] { lock.Unlock(); }).join();
     const OtherLocker other(lock);
     EXPECT_FALSE(other.DoneWithin(100)) << "a thread left a section that it had not entered";
-    EXPECT_THAT(Traced([&] { lock.Unlock(); }), IsEmpty());
+    EXPECT_EQ(Traced([&] { lock.Unlock(); }), Lines());
 }
 
 TEST(LockObject, DestructionWhileLockedIsReportedOnce)
 {
     auto lock = std::make_unique<LLockObject>();
     lock->Lock();
-    EXPECT_THAT(Traced([&] { lock.reset(); }),
-                ElementsAre("**LLockObject::~LLockObject  Not unlocked before destruction. Check you "
-                            "have matching unlocks"));
+    EXPECT_EQ(Traced([&] { lock.reset(); }),
+              Lines{"**LLockObject::~LLockObject  Not unlocked before destruction. Check you "
+                    "have matching unlocks"});
     LLockObject::ResetLockThread();
 }
 

@@ -4,23 +4,19 @@
 #include <memory>
 #include <thread>
 
-#include <gmock/gmock.h>
-
 #ifndef _WIN32
 #include "sndxposix.h"
 #endif
 
 #include "tests/support/reports.h"
 #include "tests/win32/recordingwaiter.h"
-#include "tests/win32/timing.h"
+#include "tests/support/timing.h"
 #include "win32/file.h"
 #include "win32/namedpipe.h"
 
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 struct ServerOptions
 {
@@ -100,16 +96,15 @@ TEST_F(NamedPipe, AnAbsentServerIsReportedAndFoundLater)
     pipe.Close();
     pipe.Close();
     EXPECT_FALSE(pipe.IsOpen());
-    EXPECT_THAT(trace_.Texts(), ElementsAre(failed, couldNot_, opening_, failed, couldNot_, opening_));
+    EXPECT_EQ(trace_.Texts(), (Lines{failed, couldNot_, opening_, failed, couldNot_, opening_}));
 }
 
 TEST_F(NamedPipe, RefusedAccessAndAnOverlongNameAreReported)
 {
     const Server server(name_, {.access = PIPE_ACCESS_INBOUND});
     EXPECT_FALSE(LNamedPipe(wide_.c_str()).IsOpen());
-    EXPECT_THAT(
-        trace_.Texts(),
-        ElementsAre("LNamedPipe::_Open CreateFile FAILED:" + SystemText(ERROR_ACCESS_DENIED), couldNot_));
+    EXPECT_EQ(trace_.Texts(),
+              (Lines{"LNamedPipe::_Open CreateFile FAILED:" + SystemText(ERROR_ACCESS_DENIED), couldNot_}));
     const std::string name(300, 'p');
     Lines texts = Traced([&] { LNamedPipe pipe(Wide(name).c_str()); });
     ASSERT_EQ(texts.size(), 4u);
@@ -133,7 +128,7 @@ TEST_F(NamedPipe, ABusyServerThatGetsFreeIsOpened)
     server.Recycle();
     EXPECT_EQ(server.Read(6), "second");
     second.join();
-    EXPECT_THAT(trace_.Texts(), IsEmpty());
+    EXPECT_EQ(trace_.Texts(), Lines());
 }
 
 TEST_F(NamedPipe, AWriteThatNobodyReadsTimesOutAndLeavesNothing)
@@ -166,7 +161,7 @@ TEST_F(NamedPipe, AWriteThatNobodyReadsTimesOutAndLeavesNothing)
     EXPECT_GE(stopwatch.Milliseconds(), AtLeast(100));
     reader.join();
     EXPECT_EQ(received, "next" + std::string(500, 'c'));
-    EXPECT_THAT(trace_.Texts(), IsEmpty());
+    EXPECT_EQ(trace_.Texts(), Lines());
 }
 
 TEST_F(NamedPipe, AStopCancelsThePendingWrite)
@@ -176,7 +171,7 @@ TEST_F(NamedPipe, AStopCancelsThePendingWrite)
     RecordingWaiter waiter;
     EXPECT_EQ(LNamedPipe::ProcessSendBytes(waiter, pipe, "aaaa", 4, 1), LWaitResult::Signalled);
     EXPECT_EQ(LNamedPipe::ProcessSendBytes(waiter, pipe, "b", 1, 1234), LWaitResult::Stopped);
-    EXPECT_THAT(waiter.asked, ElementsAre(1234)) << "not for the write that ended at once";
+    EXPECT_EQ(waiter.asked, RecordingWaiter::Times{1234}) << "not for the write that ended at once";
     EXPECT_EQ(server.Read(4), "aaaa");
     EXPECT_EQ(server.Unread(), 0u);
 }
@@ -200,7 +195,7 @@ TEST_F(NamedPipe, AServerThatHasEndedIsNoticed)
     EXPECT_FALSE(pipe.IsOpen());
     EXPECT_EQ(Send(pipe, "x"), LWaitResult::TimedOut);
     pipe.Close();
-    EXPECT_THAT(trace_.Texts(), IsEmpty());
+    EXPECT_EQ(trace_.Texts(), Lines());
 }
 
 TEST_F(NamedPipe, ClosingWaitsUntilTheServerHasReadEverything)

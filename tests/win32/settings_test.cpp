@@ -2,18 +2,14 @@
 
 #include <cstring>
 
-#include <gmock/gmock.h>
-
 #include "tests/support/reports.h"
 #include "tests/support/settings.h"
-#include "tests/win32/timing.h"
+#include "tests/support/timing.h"
 #include "win32/settings.h"
 
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 const std::string product = "Software\\Taleno Software\\Sendora\\";
 const WideString testPath = Wide(product + "Test");
@@ -80,7 +76,7 @@ TEST_F(Settings, AnyValueIsReadIntoTheBufferOrNotAtAll)
         EXPECT_EQ(Utf8(output), stored.text) << stored.bytes.size();
         EXPECT_EQ(output[LSTR], WCHAR{'#'}) << "written behind the buffer";
     }
-    EXPECT_THAT(trace.Texts(), IsEmpty());
+    EXPECT_EQ(trace.Texts(), Lines());
 }
 
 TEST_F(Settings, MachineWideOnesLiveInThe32BitViewAndAUsersOwnApart)
@@ -97,7 +93,7 @@ TEST_F(Settings, MachineWideOnesLiveInThe32BitViewAndAUsersOwnApart)
     EXPECT_EQ(Get(&LUserSettingGetString, "Value"), "user's");
     EXPECT_EQ(Get(&LUserSettingGetString, "NativeOnly"), "none");
     const std::string shared = "_LSharedSetting32GetString ";
-    EXPECT_THAT(trace.Texts(), ElementsAre(shared, shared, "_LUserSetting32GetString "));
+    EXPECT_EQ(trace.Texts(), (Lines{shared, shared, "_LUserSetting32GetString "}));
     WCHAR output[LSTR];
     EXPECT_TRUE(RegGetString(HKEY_LOCAL_MACHINE, testPath.c_str(), TEXT("NativeOnly"), TEXT("none"), output));
     EXPECT_EQ(Utf8(output), "native");

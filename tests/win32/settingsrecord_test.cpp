@@ -1,11 +1,9 @@
 // Records of machine-wide settings and the walk over their sub-keys. The lines that a walk traces are tested
 // with the module's load.
 
-#include <gmock/gmock.h>
-
 #include "tests/support/reports.h"
 #include "tests/support/settings.h"
-#include "tests/win32/timing.h"
+#include "tests/support/timing.h"
 #include "win32/settingsrecord.h"
 
 namespace

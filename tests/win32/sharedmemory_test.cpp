@@ -5,16 +5,13 @@
 #include <memory>
 #include <thread>
 
-#include <gmock/gmock.h>
-
 #include "tests/support/reports.h"
-#include "tests/win32/timing.h"
+#include "tests/support/timing.h"
 #include "win32/sharedmemory.h"
 
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
 
 using Number = LIPCSharedMemory<std::uint32_t>;
 
@@ -53,7 +50,7 @@ TEST_F(SharedMemory, TheFirstUserFindsZeros)
     {
         const TraceCapture trace;
         const Number number(wide_.c_str());
-        EXPECT_THAT(trace.Texts(), ElementsAre(constructor_, create_, guardGone));
+        EXPECT_EQ(trace.Texts(), (Lines{constructor_, create_, guardGone}));
         ASSERT_TRUE(number.IsValid());
         EXPECT_EQ(*number.Get(), 0u);
         *number.Get() = 5;
@@ -69,7 +66,7 @@ TEST_F(SharedMemory, AnExistingBlockIsLeftAloneOnRequest)
     *number->Get() = 5;
     const TraceCapture trace;
     const Block second(wide_, true, false);
-    EXPECT_THAT(trace.Texts(), ElementsAre(create_, guardGone));
+    EXPECT_EQ(trace.Texts(), (Lines{create_, guardGone}));
     EXPECT_FALSE(second.IsValid());
     EXPECT_EQ(second.View(), nullptr);
     EXPECT_EQ(*number->Get(), 5u);
@@ -101,8 +98,7 @@ TEST_F(SharedMemory, WithoutTheGuardTheBlockIsCreatedAllTheSame)
                                               Wide("Global\\fmm" + name_).c_str()));
     const TraceCapture trace;
     EXPECT_TRUE(Block(wide_, false, false).IsValid());
-    EXPECT_THAT(trace.Texts(),
-                ElementsAre(create_, "**LSystemLockMutex::Lock CreateMutex FAILED", guardGone));
+    EXPECT_EQ(trace.Texts(), (Lines{create_, "**LSystemLockMutex::Lock CreateMutex FAILED", guardGone}));
 }
 
 TEST_F(SharedMemory, AnImpossibleBlockIsReported)
@@ -112,11 +108,11 @@ TEST_F(SharedMemory, AnImpossibleBlockIsReported)
     const Number number(wide_.c_str());
     EXPECT_FALSE(number.IsValid());
     EXPECT_EQ(number.Get(), nullptr);
-    EXPECT_THAT(trace.Texts(),
-                ElementsAre(constructor_, create_,
-                            "LIPCSharedMemoryBuffer::_Create CreateFileMapping failed returned error: " +
-                                SystemText(ERROR_INVALID_HANDLE),
-                            guardGone));
+    EXPECT_EQ(trace.Texts(),
+              (Lines{constructor_, create_,
+                     "LIPCSharedMemoryBuffer::_Create CreateFileMapping failed returned error: " +
+                         SystemText(ERROR_INVALID_HANDLE),
+                     guardGone}));
 }
 
 TEST_F(SharedMemory, ABlockThatCannotBeMappedIsGivenUpSilently)
@@ -129,7 +125,7 @@ TEST_F(SharedMemory, ABlockThatCannotBeMappedIsGivenUpSilently)
     const TraceCapture trace;
     const LIPCSharedMemory<Large> large(wide_.c_str()); // larger than the existing block
     EXPECT_EQ(large.Get(), nullptr);
-    EXPECT_THAT(trace.Texts(), ElementsAre(constructor_, create_, guardGone));
+    EXPECT_EQ(trace.Texts(), (Lines{constructor_, create_, guardGone}));
     small.reset();
     EXPECT_FALSE(Exists(name_)) << "the half-open block keeps its handle";
 }

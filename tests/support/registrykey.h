@@ -1,5 +1,5 @@
 #pragma once
-// Keys and values in the tests of the registry.
+// Keys and values of the registry, as tests look at them.
 
 #include <sstream>
 #include <string>
@@ -12,7 +12,15 @@
 namespace sndxtest
 {
 using Bytes = std::vector<BYTE>;
-using Names = std::vector<std::string>;
+using Names = Lines;
+
+// A text with its terminator.
+inline Bytes TextBytes(const std::string& text)
+{
+    const WideString wide = Wide(text);
+    const auto* const bytes = reinterpret_cast<const BYTE*>(wide.c_str());
+    return Bytes(bytes, bytes + (wide.size() + 1) * sizeof(WCHAR));
+}
 
 // A key that was opened or created, with the error of that.
 class Key
@@ -64,18 +72,12 @@ class Key
         return result.str();
     }
     // How Get shows a text with its terminator.
-    static std::string Text(const std::string& text)
-    {
-        const WideString wide = Wide(text);
-        const auto* const bytes = reinterpret_cast<const BYTE*>(wide.c_str());
-        return Show(REG_SZ, Bytes(bytes, bytes + (wide.size() + 1) * sizeof(WCHAR)));
-    }
+    static std::string Text(const std::string& text) { return Show(REG_SZ, TextBytes(text)); }
     LONG Set(const std::string& name, const std::string& text) const
     {
-        const WideString wide = Wide(text);
-        return RegSetValueExW(key_, Wide(name).c_str(), 0, REG_SZ,
-                              reinterpret_cast<const BYTE*>(wide.c_str()),
-                              static_cast<DWORD>((wide.size() + 1) * sizeof(WCHAR)));
+        const Bytes bytes = TextBytes(text);
+        return RegSetValueExW(key_, Wide(name).c_str(), 0, REG_SZ, bytes.data(),
+                              static_cast<DWORD>(bytes.size()));
     }
     Names SubKeys() const
     {
