@@ -35,13 +35,15 @@ bool LDebugAllocationTable::GrowDirectory()
     auto* pRoom = reinterpret_cast<std::uint64_t*>(pMemory + uEntriesSize);
     memcpy(pEntries, m_pEntries, m_uEntries * sizeof(Entry));
     memcpy(pRoom, m_pRoom, m_uCapacity / 64 * sizeof(std::uint64_t));
-    if (m_pEntries != m_FirstEntries)
-    {
-        free(m_pEntries);
-    }
+    // The new directory stands before the old one goes: a thread may die with the process at any place.
+    Entry* pOld = m_pEntries;
     m_pEntries = pEntries;
     m_pRoom = pRoom;
     m_uCapacity = uCapacity;
+    if (pOld != m_FirstEntries)
+    {
+        free(pOld);
+    }
     return true;
 }
 

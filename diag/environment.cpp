@@ -121,22 +121,25 @@ std::uint64_t LGetTotalPhysicalMemory()
 
 std::uint64_t LGetRuntimeHeapSize()
 {
-    constexpr std::uint32_t uMostBlocks = 32768;
+    constexpr std::uint32_t uMostEntries = 65536; // blocks in use, free ones and the heap's own
+    constexpr std::uint32_t uMostMs = 20;
     const auto hHeap = reinterpret_cast<HANDLE>(_get_heap_handle());
-    // Other threads of the host may be using the heap; it is theirs again after the bounded walk.
+    // The heap is locked, and the loader's lock is held: other threads of the host that want either wait. So
+    // the walk ends after so many entries or so much time, whichever comes first; what a single step costs is
+    // the system's.
     if (!HeapLock(hHeap))
     {
         return 0;
     }
     std::uint64_t uBytes = 0;
-    std::uint32_t uBlocks = 0;
     PROCESS_HEAP_ENTRY entry = {};
-    while (uBlocks < uMostBlocks && HeapWalk(hHeap, &entry))
+    const std::uint32_t uStart = GetTickCount();
+    for (std::uint32_t i = 0;
+         i < uMostEntries && GetTickCount() - uStart < uMostMs && HeapWalk(hHeap, &entry); ++i)
     {
         if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0)
         {
             uBytes += entry.cbData;
-            ++uBlocks;
         }
     }
     HeapUnlock(hHeap);

@@ -20,6 +20,7 @@ std::int32_t LGetWindowsReleaseNumber();
 std::uint64_t LGetTotalPhysicalMemory();
 
 // Bytes in the live blocks of the runtime library's heap: what malloc has handed out in this process, to
-// every module that uses the same runtime, the runtime's own blocks included. The walk over the blocks ends
-// after 32768 of them (about 3 ms), so that a host with a large heap is not held up; it then counts those.
+// every module that uses the same runtime, the runtime's own blocks included. In a host with a large heap it
+// is a lower bound: the walk ends after 65536 entries of the heap, used or free, or 20 ms, and counts what it
+// has seen.
 std::uint64_t LGetRuntimeHeapSize();

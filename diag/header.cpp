@@ -2,8 +2,8 @@
 
 #include <time.h>
 
-#include "gen/debug.h"
 #include "diag/environment.h"
+#include "gen/debug.h"
 #include "gen/stringtools.h"
 #include "win32/settings.h"
 

@@ -30,9 +30,9 @@ struct LMemAllocation
     // the allocation lock (LDebugHeapLock).
     static void* Record(std::size_t uSize, const char* szFile, const char* szFunction, std::int32_t nLine,
                         bool bArray);
-    // Releases a block. A block that was released before, is released in the other form, is not in the table
-    // or was never made here stops in the debugger and is left as it is.
-    static void Release(void* p, bool bArray);
+    // Releases a block; null is none. False for a block that was released before, is released in the other
+    // form, is not in the table or was never made here; it is left as it is.
+    static bool Release(void* p, bool bArray);
     // Takes a live block out of the leak report. Null does nothing; a foreign pointer stops in the debugger.
     static void IgnoreLeak(void* p);
 };
@@ -48,8 +48,20 @@ class LDebugHeapLock
     ~LDebugHeapLock();
     LDebugHeapLock(const LDebugHeapLock&) = delete;
     LDebugHeapLock& operator=(const LDebugHeapLock&) = delete;
+
+  private:
+    bool m_bTaken;
 };
 
+// The release operators: releases under the allocation lock; a wrong release stops in the debugger, behind
+// the lock, so that a host that carries on from the stop does not leave it taken for ever.
+void LDebugHeapRelease(void* p, bool bArray);
+
+// The table of live blocks, for the leak report.
+class LDebugAllocationTable;
+const LDebugAllocationTable& LDebugHeapTable();
+
 // Lists the live blocks that are not excused, largest first, each with the trace line written right after its
-// allocation, looked up in the trace file. Called once, at the end of the trace; takes no lock.
+// allocation, looked up in the trace file. A block whose tag was overwritten is passed over. Called once, at
+// the end of the trace; takes no lock.
 void LDebugHeapLeakReport();

@@ -134,14 +134,10 @@ Bytes TakePoolPage()
 
 LMemAllocation* CreateNeverReleased(std::size_t uSize)
 {
-    if (IsAbsurd(uSize))
-    {
-        return nullptr;
-    }
-    void* pRecord = malloc(g_uRecordSize); // never released, as the block
+    void* pRecord = IsAbsurd(uSize) ? nullptr : malloc(g_uRecordSize); // never released, as the block
     if (pRecord == nullptr)
     {
-        return nullptr;
+        return NoMemory("malloc returned nullptr");
     }
     const bool bSmall = uSize + g_uTagSize <= PageSize();
     Bytes pBlock = bSmall ? TakePoolPage()
@@ -149,7 +145,7 @@ LMemAllocation* CreateNeverReleased(std::size_t uSize)
     if (pBlock == nullptr)
     {
         free(pRecord);
-        return nullptr;
+        return NoMemory("_aligned_malloc returned nullptr");
     }
     Bytes pPage = bSmall ? pBlock : pBlock + PageSize();
     return Place(pRecord, pBlock, pPage + g_uTagSize, LMemoryMode::NeverReleased);

@@ -16,8 +16,8 @@ enum class LMemoryMode : std::int32_t
 // The mode that a setting selects.
 LMemoryMode LMemoryModeFromSetting(std::int32_t nSetting);
 
-// A new block with its tag written and pBlock and pUser of its record set; null when there is no memory,
-// which modes 0 to 3 trace.
+// A new block with its tag written and pBlock and pUser of its record set; null, traced, when there is no
+// memory.
 LMemAllocation* LHeapBlockCreate(LMemoryMode mode, std::size_t uSize);
 
 // The mode that the tag in front of p names; false for a tag that is none of ours.

@@ -2,8 +2,8 @@
 // table names the four entry points only, so the host's and other modules' operators are not touched. Test
 // programs have a plain stand-in for this file: a test framework's own blocks are not the tracker's.
 
-#include "gen/debug.h"
 #include "diag/heap.h"
+#include "gen/debug.h"
 
 void* operator new(std::size_t uSize, const char* szFile, const char* szFunction, std::int32_t nLine) noexcept
 {
@@ -20,14 +20,12 @@ void* operator new[](std::size_t uSize, const char* szFile, const char* szFuncti
 
 void operator delete(void* p) noexcept
 {
-    const LDebugHeapLock lock;
-    LMemAllocation::Release(p, false);
+    LDebugHeapRelease(p, false);
 }
 
 void operator delete[](void* p) noexcept
 {
-    const LDebugHeapLock lock;
-    LMemAllocation::Release(p, true);
+    LDebugHeapRelease(p, true);
 }
 
 void operator delete(void* p, const char*, const char*, std::int32_t) noexcept

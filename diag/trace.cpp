@@ -2,35 +2,33 @@
 
 #include <cstdarg>
 
-#include <stdio.h>
-
+#include "diag/tracefile.h"
 #include "gen/charsets.h"
 #include "gen/debug.h"
-#include "diag/tracefile.h"
 #include "gen/stringtools.h"
 
 namespace
 {
 constexpr std::size_t g_uLineSize = LTRACELINESIZE;
 constexpr std::size_t g_uFormattedSize = 512; // characters of the printf-style forms, terminator included
-const char g_szNull[] = "!!! NULL !!!";
+const char g_szNull[] = "!!! NULL !!!";       // in place of a text that does not exist
+const WCHAR g_szNullW[] = TEXT("!!! NULL !!!");
 
-// The runtime's formatter, cut and terminated; unlike the bounded formatters of the library it reports
-// nothing.
-void FormatCut(char* sz, std::size_t uSize, const char* szFormat, va_list args)
+const char* OrNull(const char* sz)
 {
-    const int nWritten = _vsnprintf(sz, uSize, szFormat, args);
-    if (nWritten < 0 || static_cast<std::size_t>(nWritten) >= uSize)
-    {
-        sz[uSize - 1] = 0;
-    }
+    return sz == nullptr ? g_szNull : sz;
+}
+
+const WCHAR* OrNull(const WCHAR* sz)
+{
+    return sz == nullptr ? g_szNullW : sz;
 }
 } // namespace
 
 void LDebugWriteLineW(const WCHAR* szText, bool bError)
 {
     char szUTF8[g_uLineSize];
-    LCopyUTF8FromUnicode(szUTF8, szText, g_uLineSize);
+    LCopyUTF8FromUnicode(szUTF8, OrNull(szText), g_uLineSize);
     LDebugWriteLine(szUTF8, bError);
 }
 
@@ -77,7 +75,7 @@ void LDebugTraceError(const char* szPrefix, std::int64_t nValue)
 void LDebugTraceValue(const char* szPrefix, const char* szValue, bool bError)
 {
     char szLine[g_uLineSize];
-    tsnprintf(szLine, g_uLineSize, "%s%s", szPrefix, szValue == nullptr ? g_szNull : szValue);
+    tsnprintf(szLine, g_uLineSize, "%s%s", szPrefix, OrNull(szValue));
     LDebugWriteLine(szLine, bError);
 }
 
@@ -97,27 +95,26 @@ void LDebugTraceValue(const char* szPrefix, std::int64_t nValue, bool bError)
 
 void LDebugTraceValue(const char* szPrefix, const WCHAR* szValue, bool bError)
 {
-    if (szValue == nullptr)
-    {
-        LDebugTraceValue(szPrefix, g_szNull, bError);
-        return;
-    }
     char szUTF8[LSTR];
-    LCopyUTF8FromUnicode(szUTF8, szValue, LSTR);
+    LCopyUTF8FromUnicode(szUTF8, OrNull(szValue), LSTR);
     LDebugTraceValue(szPrefix, szUTF8, bError);
 }
 
 void LDebugTraceValue(const WCHAR* szPrefix, const WCHAR* szValue, bool bError)
 {
     WCHAR szLine[g_uLineSize];
-    tsnprintf(szLine, g_uLineSize, TEXT("%s%s"), szPrefix,
-              szValue == nullptr ? TEXT("!!! NULL !!!") : szValue);
+    tsnprintf(szLine, g_uLineSize, TEXT("%s%s"), szPrefix, OrNull(szValue));
     LDebugWriteLineW(szLine, bError);
 }
 
 void LDebugTraceFunction(const char* szFunction, bool bError, const char* szText)
 {
-    LDebugTraceFunctionF(szFunction, bError, "%s", szText);
+    LDebugTraceFunctionF(szFunction, bError, "%s", OrNull(szText));
+}
+
+void LDebugTraceFunction(const char* szFunction, bool bError, const WCHAR* szText)
+{
+    LDebugTraceFunctionF(szFunction, bError, TEXT("%s"), OrNull(szText));
 }
 
 void LDebugTraceFunctionF(const char* szFunction, bool bError, const char* szFormat, ...)
@@ -128,7 +125,7 @@ void LDebugTraceFunctionF(const char* szFunction, bool bError, const char* szFor
     ++uLength;
     va_list args;
     va_start(args, szFormat);
-    FormatCut(szLine + uLength, g_uLineSize - uLength, szFormat, args);
+    LFormatCut(szLine + uLength, g_uLineSize - uLength, OrNull(szFormat), args);
     va_end(args);
     LDebugWriteLine(szLine, bError);
 }
@@ -142,7 +139,7 @@ void LDebugTraceFunctionF(const char* szFunction, bool bError, const WCHAR* szFo
     ++uLength;
     va_list args;
     va_start(args, szFormat);
-    lwvsnprintf(szLine + uLength, g_uLineSize - uLength, szFormat, args);
+    lwvsnprintf(szLine + uLength, g_uLineSize - uLength, OrNull(szFormat), args);
     va_end(args);
     LDebugWriteLineW(szLine, bError);
 }
@@ -152,7 +149,7 @@ void LDebugTraceF(const char* szFormat, ...)
     char szLine[g_uFormattedSize];
     va_list args;
     va_start(args, szFormat);
-    FormatCut(szLine, g_uFormattedSize, szFormat, args);
+    LFormatCut(szLine, g_uFormattedSize, OrNull(szFormat), args);
     va_end(args);
     LDebugWriteLine(szLine, false);
 }
@@ -162,7 +159,7 @@ void LDebugTraceErrorF(const char* szFormat, ...)
     char szLine[g_uFormattedSize];
     va_list args;
     va_start(args, szFormat);
-    FormatCut(szLine, g_uFormattedSize, szFormat, args);
+    LFormatCut(szLine, g_uFormattedSize, OrNull(szFormat), args);
     va_end(args);
     LDebugWriteLine(szLine, true);
 }

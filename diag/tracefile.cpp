@@ -5,11 +5,13 @@
 #include <string.h>
 #include <time.h>
 
-#include "gen/debug.h"
 #include "diag/header.h"
 #include "diag/heap.h"
+#include "diag/lifetime.h"
+#include "gen/debug.h"
 #include "gen/stringtools.h"
 #include "win32/file.h"
+#include "win32/handle.h"
 
 namespace
 {
@@ -24,20 +26,43 @@ constinit std::atomic<bool> g_bTerminated{false};
 
 constexpr std::size_t g_uLineSize = LTRACELINESIZE;
 
+// The handle of the line that is being written, from directly behind the open until directly before the
+// close; of this process's threads only one can have one, because the file admits one writer at a time. A
+// thread that ends with the process in between leaves the handle open, and with it the file closed to every
+// later line.
+constinit std::atomic<HANDLE> g_hWriting{nullptr};
+
+// Milliseconds that all lines written at the end of the process may wait for the file together.
+constinit std::uint32_t g_uEndWaitLeft = 250;
+
 // Appends to the trace file. Other writers, threads or processes, are waited for, up to the time-out; a line
 // that cannot be written is lost, which nothing could report.
 void AppendToFile(const char* szLine)
 {
-    constexpr std::uint32_t uTimeoutMs = 3000;
     const WCHAR* szPath = LDebugGetFilePath();
     if (szPath[0] == 0)
     {
         return;
     }
-    LWriteFileRef file(szPath, uTimeoutMs);
-    if (file.IsOpen())
+    const bool bProcessEnds = LDebugProcessEnd::HasBegun();
+    if (bProcessEnds)
     {
-        file.Write(szLine, strlen(szLine));
+        const LHandle leftOpen(g_hWriting.exchange(nullptr, std::memory_order_relaxed));
+    }
+    const std::uint32_t uTimeoutMs = bProcessEnds ? g_uEndWaitLeft : 3000;
+    const std::uint32_t uBefore = GetTickCount();
+    {
+        LWriteFileRef file(szPath, uTimeoutMs, g_hWriting);
+        if (file.IsOpen())
+        {
+            file.Write(szLine, strlen(szLine));
+            g_hWriting.store(nullptr, std::memory_order_relaxed);
+        }
+    }
+    if (bProcessEnds)
+    {
+        const std::uint32_t uWaited = GetTickCount() - uBefore;
+        g_uEndWaitLeft -= uWaited < g_uEndWaitLeft ? uWaited : g_uEndWaitLeft;
     }
 }
 
@@ -48,11 +73,7 @@ void EndLine(char* szLine)
     std::size_t uLength = strlen(szLine);
     if (uLength < 2 || strcmp(szLine + uLength - 2, "\r\n") != 0)
     {
-        uLength = uLength > g_uLineSize - 3 ? g_uLineSize - 3 : uLength;
-        while (uLength > 0 && (static_cast<unsigned char>(szLine[uLength]) & 0xC0) == 0x80)
-        {
-            --uLength;
-        }
+        uLength = LCutPosition(szLine, uLength > g_uLineSize - 3 ? g_uLineSize - 3 : uLength);
         memcpy(szLine + uLength, "\r\n", 3);
     }
 }
@@ -64,6 +85,7 @@ void LDebugWriteLine(const char* szText, bool bError)
     {
         return;
     }
+    szText = szText == nullptr ? "!!! NULL !!!" : szText;
     const std::uint32_t t = GetTickCount() - g_uClockBase.load(std::memory_order_relaxed);
     char szThread[16];
     tsnprintf(szThread, sizeof(szThread), "%.4d", static_cast<int>(GetCurrentThreadId() % 10000));

@@ -1,6 +1,6 @@
 #pragma once
-// The trace file: its path, the lines in it, its older generations, its start and its end. Included by the
-// rooms of diag, the module's start-up and tests; everybody else reports through gen/debug.h.
+// The trace file: its path, the lines in it, its older generations. Included in diag/ and by tests; everybody
+// else reports through gen/debug.h.
 
 #include "gen/types.h"
 
@@ -17,14 +17,3 @@ std::uint32_t LDebugGetTraceLineNumber();
 // Moves <title>.txt to <title>.1.txt and so on up to <title>.9.txt; the oldest is deleted. Each move and
 // delete is tried once, without waiting: this runs while the host loads the module. Resets the line counter.
 void LDebugRotateFiles(const WCHAR* szPath);
-
-// Starts the trace when it is constructed and ends it when it is destroyed; every later line is dropped.
-// Exactly one, a static object of the module.
-class LDebugTraceLifetime
-{
-  public:
-    LDebugTraceLifetime();
-    ~LDebugTraceLifetime();
-    LDebugTraceLifetime(const LDebugTraceLifetime&) = delete;
-    LDebugTraceLifetime& operator=(const LDebugTraceLifetime&) = delete;
-};

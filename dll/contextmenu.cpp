@@ -2,26 +2,13 @@
 
 #include <shellapi.h>
 
+#include "dll/commands.h"
 #include "dll/folders.h"
 #include "dll/request.h"
 #include "gen/file.h"
 
 namespace
 {
-// The commands, by offset from the first command identifier.
-struct Command
-{
-    const WCHAR* szText;
-    const WCHAR* szHelp;
-};
-
-constexpr Command g_Commands[] = {
-    {TEXT("Hochladen"), TEXT("Mit Sendora hochladen")},
-    {TEXT("Herunterladen"), TEXT("Mit Sendora herunterladen")},
-    {TEXT("L\u00f6schen"), TEXT("Mit Sendora l\u00f6schen")}, // for files only
-};
-constexpr UINT g_uCommands = sizeof(g_Commands) / sizeof(g_Commands[0]);
-
 // The result that tells the shell that nothing was added.
 constexpr auto g_hrNothingAdded = static_cast<HRESULT>(0x80000000u);
 
@@ -164,7 +151,7 @@ HRESULT LSendoraContextMenu::ReadDrop(HDROP hDrop)
         {
             return E_INVALIDARG;
         }
-        LDebugTraceFunctionF("LSendoraContextMenu::Initialize", false, TEXT("%s"), szPath);
+        LDebugTraceFunction("LSendoraContextMenu::Initialize", false, szPath);
         const std::size_t uBefore = m_Files.GetCount();
         m_Files.Add(szPath);
         if (m_Files.GetCount() == uBefore)
@@ -176,18 +163,33 @@ HRESULT LSendoraContextMenu::ReadDrop(HDROP hDrop)
     return S_OK;
 }
 
+bool LSendoraContextMenu::FirstFileBelongs() const
+{
+    if (m_Files.GetCount() == 0)
+    {
+        return false;
+    }
+    const WCHAR* szFile = m_Files.Get(0);
+    LDebugTraceFunctionF("LSendoraContextMenu::QueryContextMenu", false, TEXT("file: %s"), szFile);
+    return AnyAccountFolder(
+        [szFile](const WCHAR* szFolder)
+        {
+            LDebugTraceFunctionF("LSendoraContextMenu::QueryContextMenu", false, TEXT("Checking folder: %s"),
+                                 szFolder);
+            const bool bBelongs = FileBelongsToFolder(szFolder, szFile);
+            if (bBelongs)
+            {
+                LDebugTraceFunction("LSendoraContextMenu::QueryContextMenu", false, "Does belong");
+            }
+            return bBelongs;
+        });
+}
+
 HRESULT LSendoraContextMenu::QueryContextMenu(HMENU hmenu, UINT indexMenu, UINT idCmdFirst, UINT idCmdLast,
                                               UINT uFlags)
 {
     LDebugTraceFunction("LSendoraContextMenu::QueryContextMenu", false, "");
-    bool bFound = false;
-    if (m_Files.GetCount() > 0)
-    {
-        LDebugTraceFunctionF("LSendoraContextMenu::QueryContextMenu", false, TEXT("file: %s"),
-                             m_Files.Get(0));
-        bFound = FileBelongsToAccount(m_Files.Get(0), "LSendoraContextMenu::QueryContextMenu");
-    }
-    if (!bFound)
+    if (!FirstFileBelongs())
     {
         LDebugTraceFunction("LSendoraContextMenu::QueryContextMenu", false, "Does NOT belong");
         return g_hrNothingAdded;
@@ -203,17 +205,24 @@ HRESULT LSendoraContextMenu::QueryContextMenu(HMENU hmenu, UINT indexMenu, UINT 
         return S_OK;
     }
     // Outside the folder lock: the attribute read may take as long as the file system likes.
-    const UINT uAdded = LFile::IsFolder(m_Files.Get(0)) ? g_uCommands - 1 : g_uCommands;
+    const bool bFolder = LFile::IsFolder(m_Files.Get(0));
     PopupMenu popup;
-    for (UINT i = 0; i < uAdded; ++i)
+    UINT uAdded = 0;
+    UINT uUsed = 0; // identifiers, those of commands that were left out in between included
+    for (UINT i = 0; i < g_uCommands; ++i)
     {
-        if (!popup.Insert(i, idCmdFirst + i, g_Commands[i].szText))
+        if (bFolder && g_Commands[i].bFilesOnly)
+        {
+            continue;
+        }
+        if (!popup.Insert(uAdded, idCmdFirst + i, g_Commands[i].szText))
         {
             return g_hrNothingAdded; // no half a menu
         }
+        ++uAdded;
+        uUsed = i + 1;
     }
-    return popup.MoveInto(hmenu, indexMenu, TEXT("Sendora")) ? static_cast<HRESULT>(uAdded)
-                                                             : g_hrNothingAdded;
+    return popup.MoveInto(hmenu, indexMenu, TEXT("Sendora")) ? static_cast<HRESULT>(uUsed) : g_hrNothingAdded;
 }
 
 HRESULT LSendoraContextMenu::GetCommandString(UINT_PTR idCmd, UINT uType, UINT*, LPSTR pszName, UINT cchMax)

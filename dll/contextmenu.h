@@ -30,6 +30,8 @@ class LSendoraContextMenu : public LComImplementation2<IContextMenu, IShellExtIn
 
   private:
     HRESULT ReadDrop(HDROP hDrop);
+    // Whether the first selected path lies inside an account folder; traces the folders looked at.
+    bool FirstFileBelongs() const;
 
     LStringList m_Files; // selected paths in selection order
 };

@@ -22,7 +22,7 @@ void ReadAccount(const LSharedSettings32Record& account)
     FolderPathItem* pNew = LNEW("LoadPaths") FolderPathItem;
     if (pNew == nullptr)
     {
-        return; // the tracker has reported it; the table is shorter by this account
+        return; // the tracker has traced it, in every memory mode; the table is shorter by this account
     }
     account.GetString(TEXT("LocalFolder"), TEXT(""), pNew->szFolderPath);
     if (pNew->szFolderPath[0] == 0)
@@ -100,28 +100,6 @@ bool FileBelongsToFolder(const WCHAR* szFolder, const WCHAR* szFile)
         }
         tstrcpy(szP, szParent);
     }
-}
-
-bool FileBelongsToAccount(const WCHAR* szFile, const char* szTraceFunction)
-{
-    LLockObjectScope lock(g_FolderListLock);
-    CheckPaths();
-    for (LListIterator<FolderPathItem> it(g_FolderList); it.IsValid(); it.Next())
-    {
-        if (szTraceFunction != nullptr)
-        {
-            LDebugTraceFunctionF(szTraceFunction, false, TEXT("Checking folder: %s"), it->szFolderPath);
-        }
-        if (FileBelongsToFolder(it->szFolderPath, szFile))
-        {
-            if (szTraceFunction != nullptr)
-            {
-                LDebugTraceFunction(szTraceFunction, false, "Does belong");
-            }
-            return true;
-        }
-    }
-    return false;
 }
 
 void StateChanged()

@@ -4,7 +4,7 @@
 // after any process has called StateChanged. The signal is a stamp in a 4-byte shared memory block.
 //
 // To ask the table: take g_FolderListLock, call CheckPaths, walk g_FolderList calling FileBelongsToFolder,
-// release the lock.
+// release the lock. AnyAccountFolder does so.
 
 #include "gen/list.h"
 #include "gen/types.h"
@@ -32,10 +32,23 @@ void CheckPaths();
 // '\' both separate but do not match each other. A file path of 260 characters or more belongs nowhere.
 bool FileBelongsToFolder(const WCHAR* szFolder, const WCHAR* szFile);
 
-// True when szFile lies inside any account folder. Takes g_FolderListLock, reloads the table when needed and
-// blocks while another thread does. With a function name, the folders looked at and the hit are traced under
-// it.
-bool FileBelongsToAccount(const WCHAR* szFile, const char* szTraceFunction);
+// Calls belongs(szFolderPath) for one account folder after the other, the last account first, until it
+// returns true; tells whether one did. Takes g_FolderListLock for all of it, reloads the table when needed
+// and blocks while another thread does: belongs must not take a lock.
+template <class TBelongs>
+bool AnyAccountFolder(TBelongs belongs)
+{
+    LLockObjectScope lock(g_FolderListLock);
+    CheckPaths();
+    for (LListIterator<FolderPathItem> it(g_FolderList); it.IsValid(); it.Next())
+    {
+        if (belongs(it->szFolderPath))
+        {
+            return true;
+        }
+    }
+    return false;
+}
 
 // Tells every process that the settings behind the table have changed. Exported; nothing in the module calls
 // it. Takes no lock.

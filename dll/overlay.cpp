@@ -31,7 +31,9 @@ HRESULT LShellExt::QueryInterface(REFIID riid, void** ppv)
 
 HRESULT LShellExt::IsMemberOf(LPCWSTR pwszPath, DWORD)
 {
-    if (!FileBelongsToAccount(pwszPath, nullptr))
+    const bool bFound = AnyAccountFolder([pwszPath](const WCHAR* szFolder)
+                                         { return FileBelongsToFolder(szFolder, pwszPath); });
+    if (!bFound)
     {
         LDebugTrace("LShellExt::IsMemberOf returned false because !bFound");
         return S_FALSE;

@@ -15,8 +15,9 @@ class LShellExt : public LComImplementation<IShellIconOverlayIdentifier>
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID riid, void** ppv) override;
 
     // IShellIconOverlayIdentifier
-    // Called on several threads. S_OK for an item inside an account folder whose archive attribute is set, or
-    // whose attributes cannot be read; otherwise S_FALSE. The attributes that the shell passes are not used.
+    // Called on several threads at once, on this object too. S_OK for an item inside an account folder whose
+    // archive attribute is set, or whose attributes cannot be read; otherwise S_FALSE. The attributes that
+    // the shell passes are not used.
     HRESULT STDMETHODCALLTYPE IsMemberOf(LPCWSTR pwszPath, DWORD dwAttrib) override;
     // The module itself, icon index 0. cchMax is the buffer's size in characters.
     HRESULT STDMETHODCALLTYPE GetOverlayInfo(LPWSTR pwszIconFile, int cchMax, int* pIndex,

@@ -1,5 +1,6 @@
 #include "dll/request.h"
 
+#include "dll/commands.h"
 #include "gen/debug.h"
 #include "win32/namedpipe.h"
 #include "win32/process.h"
@@ -10,9 +11,6 @@ namespace
 {
 const WCHAR g_szPipeName[] = TEXT("SendoraService");
 constexpr std::uint32_t g_uWriteTimeoutMs = 5000;
-
-constexpr const WCHAR* g_szOptionWords[] = {TEXT("-upload"), TEXT("-download"), TEXT("-deleteconfirmed")};
-constexpr std::size_t g_uOptionWords = sizeof(g_szOptionWords) / sizeof(g_szOptionWords[0]);
 
 // The buffer of a request, reused for all its messages. Zeroed once: the slots travel whole, and what stands
 // behind a terminator must be nothing of the host process's memory.
@@ -83,11 +81,11 @@ HRESULT SendRequest(std::uint16_t uOffset, const LStringList& files)
     std::size_t uFile = 0;
     while (uFile < files.GetCount())
     {
-        if (uOffset >= g_uOptionWords)
+        if (uOffset >= g_uCommands)
         {
             return E_INVALIDARG;
         }
-        tstrlcpy(payload.szSlot[0], g_szOptionWords[uOffset], LSTR);
+        tstrlcpy(payload.szSlot[0], g_Commands[uOffset].szOptionWord, LSTR);
         std::uint32_t uSlot = 1;
         while (uSlot < SHELLREQUEST_SLOTS && uFile < files.GetCount())
         {

@@ -2,25 +2,33 @@
 
 #include "dll/classfactories.h"
 #include "dll/folders.h"
-#include "diag/tracefile.h"
+#include "diag/lifetime.h"
 
 // The module's static objects, constructed in this order when it is loaded, before DllMain, and destroyed in
 // the reverse order when it is unloaded. They stand in one source because the order across sources would be
 // the linker's. The state of the diagnostics themselves is constant-initialised and needs no place here.
-LComDiagnostic g_ComDiagnostic;             // first, so that it outlives the trace
+static LDebugHeapLifetime g_HeapLifetime;   // blocks are released until the very end
+LComDiagnostic g_ComDiagnostic;             // so that it outlives the trace
 static LDebugTraceLifetime g_TraceLifetime; // the trace begins and ends here
 LList<FolderPathItem> g_FolderList;
 LLockObject g_FolderListLock;
 LIPCSharedMemory<std::uint32_t> g_SharedState(TEXT("SharedMemoryForsndxdll"));
+static LDebugProcessEnd
+    g_ProcessEnd; // the others end in different ways for an unload and for the end of the process
 
 HINSTANCE g_hInstance = nullptr;
 std::int32_t g_nFactoryObjects = 0;
 std::int32_t g_nShellExtObjects = 0;
 std::uint32_t g_uLoadedState = 0;
 
-BOOL WINAPI DllMain(HINSTANCE hInstance, DWORD uReason, void*)
+BOOL WINAPI DllMain(HINSTANCE hInstance, DWORD uReason, void* pReserved)
 {
-    // Thread and detach notifications need nothing: clean-up is the static objects' destructors.
+    // Clean-up is the static objects' destructors, which come right behind a detach; thread notifications
+    // need nothing.
+    if (uReason == DLL_PROCESS_DETACH)
+    {
+        g_ProcessEnd.Announce(pReserved != nullptr);
+    }
     if (uReason != DLL_PROCESS_ATTACH)
     {
         return TRUE;
@@ -43,6 +51,16 @@ HRESULT GetClassFactory(REFIID riid, void** ppv)
     LComObject<TFactory> factory(LNEW("DllGetClassObject") TFactory);
     return factory.QueryNew(riid, ppv);
 }
+
+// The classes that the module serves.
+constexpr struct
+{
+    const GUID& clsid;
+    HRESULT (*pGetFactory)(REFIID riid, void** ppv);
+} g_Classes[] = {
+    {CLSID_SendoraOverlay, GetClassFactory<LClassFactory>},
+    {CLSID_SendoraContextMenu, GetClassFactory<LSendoraContextMenuClassFactory>},
+};
 } // namespace
 
 HRESULT WINAPI DllGetClassObject(REFCLSID rclsid, REFIID riid, void** ppv)
@@ -52,13 +70,12 @@ HRESULT WINAPI DllGetClassObject(REFCLSID rclsid, REFIID riid, void** ppv)
     {
         return E_POINTER;
     }
-    if (LIsEqualGuid(rclsid, CLSID_SendoraOverlay))
+    for (const auto& row : g_Classes)
     {
-        return GetClassFactory<LClassFactory>(riid, ppv);
-    }
-    if (LIsEqualGuid(rclsid, CLSID_SendoraContextMenu))
-    {
-        return GetClassFactory<LSendoraContextMenuClassFactory>(riid, ppv);
+        if (LIsEqualGuid(rclsid, row.clsid))
+        {
+            return row.pGetFactory(riid, ppv);
+        }
     }
     *ppv = nullptr;
     return CLASS_E_CLASSNOTAVAILABLE;

@@ -1,10 +1,11 @@
 #include "gen/charsets.h"
 
 #include "gen/debug.h"
+#include "gen/stringtools.h"
 
 namespace
 {
-// The two directions of the system's conversion, and where a source may be cut.
+// The two directions of the system's conversion.
 struct UTF8FromWide
 {
     using From = WCHAR;
@@ -12,10 +13,6 @@ struct UTF8FromWide
     static std::int32_t Convert(const From* src, std::int32_t nLength, To* dst, std::int32_t nSize)
     {
         return WideCharToMultiByte(CP_UTF8, 0, src, nLength, dst, nSize, nullptr, nullptr);
-    }
-    static bool ContinuesCharacter(const From* p)
-    {
-        return p[0] >= 0xDC00 && p[0] <= 0xDFFF && p[-1] >= 0xD800 && p[-1] <= 0xDBFF;
     }
 };
 
@@ -27,18 +24,12 @@ struct WideFromUTF8
     {
         return MultiByteToWideChar(CP_UTF8, 0, src, nLength, dst, nSize);
     }
-    static bool ContinuesCharacter(const From* p) { return (static_cast<unsigned char>(*p) & 0xC0) == 0x80; }
 };
 
+// What the system makes of the source, cut in front of the character that no longer fits. Always terminated.
 template <class Direction>
-void CopyConverted(typename Direction::To* dst, const typename Direction::From* src, std::int32_t nSize)
+void Convert(typename Direction::To* dst, const typename Direction::From* src, std::int32_t nSize)
 {
-    LDEBUGVALIDPTRREAD(src);
-    if (src == nullptr)
-    {
-        dst[0] = 0;
-        return;
-    }
     if (Direction::Convert(src, -1, dst, nSize) != 0)
     {
         return; // fits, terminator included
@@ -63,13 +54,25 @@ void CopyConverted(typename Direction::To* dst, const typename Direction::From* 
             nTooLong = nTry;
         }
     }
-    // At most three steps for valid text; for a run of stray continuation bytes down to the start of it.
-    while (nFits > 0 && nFits < nLength && Direction::ContinuesCharacter(src + nFits))
-    {
-        --nFits;
-    }
+    nFits = static_cast<std::int32_t>(LCutPosition(src, static_cast<std::size_t>(nFits)));
     const std::int32_t nWritten = nFits == 0 ? 0 : Direction::Convert(src, nFits, dst, nSize - 1);
     dst[nWritten] = 0;
+}
+
+template <class Direction>
+void CopyConverted(typename Direction::To* dst, const typename Direction::From* src, std::int32_t nSize)
+{
+    LDEBUGVALIDPTRREAD(src);
+    if (src == nullptr)
+    {
+        dst[0] = 0;
+    }
+    else
+    {
+        Convert<Direction>(dst, src, nSize);
+    }
+    // Whether or not the text fitted: callers may rely on the buffer's last unit (docs/contract.md).
+    dst[nSize - 1] = 0;
 }
 } // namespace
 

@@ -4,6 +4,8 @@
 
 #include "gen/stringtools.h"
 
+constinit std::atomic<std::int32_t> LComDiagnostic::s_nEnding{0};
+
 bool LIsEqualGuid(const GUID& a, const GUID& b)
 {
     return memcmp(&a, &b, sizeof(GUID)) == 0;
@@ -80,7 +82,8 @@ bool LComDiagnostic::AnyObjectExists()
 {
     LLockObject::ResetLockThread();
     LLockObjectScope lock(m_Lock);
-    return !m_Items.IsEmpty();
+    // In this order: an object is counted as ending before it leaves the list.
+    return !m_Items.IsEmpty() || s_nEnding.load(std::memory_order_acquire) > 0;
 }
 
 LComDiagnostic::~LComDiagnostic()

@@ -3,8 +3,11 @@
 // factory, an owning holder, and a registry of live objects that catches double deletes, over-releases and
 // leaks. Misuse is reported as an error line and the operation carries on.
 //
-// Reference counts are plain 32-bit integers: an object is used by one thread at a time, as its apartment
-// guarantees. The registry may be used on any thread.
+// Reference counts are plain 32-bit integers: AddRef and Release of an object belong to one thread at a time,
+// as its apartment guarantees; other methods may run on several (dll/overlay.h). The registry may be used on
+// any thread.
+
+#include <atomic>
 
 #include <unknwn.h>
 
@@ -40,10 +43,24 @@ class LComDiagnostic
     bool ObjectCreate(const void* pObject, const WCHAR* szName);
     void ObjectDelete(const void* pObject);
     bool ObjectExists(const void* pObject);
-    // True while any object is registered: the module must not be unloaded then.
+    // True while any object is registered or is just ending: the module must not be unloaded then.
     bool AnyObjectExists();
 
+    // Covers the end of an object, from before it leaves the registry until its memory is released: another
+    // thread that asks meanwhile must not be told that the module can go. What is left behind it are the few
+    // instructions of the return from Release, as in every COM server.
+    class Ending
+    {
+      public:
+        Ending() { s_nEnding.fetch_add(1, std::memory_order_relaxed); }
+        ~Ending() { s_nEnding.fetch_sub(1, std::memory_order_release); }
+        Ending(const Ending&) = delete;
+        Ending& operator=(const Ending&) = delete;
+    };
+
   private:
+    static std::atomic<std::int32_t> s_nEnding; // objects that are just ending
+
     LLockObject m_Lock;
     LList<Item> m_Items;
 };
@@ -73,15 +90,17 @@ class Counted
 };
 } // namespace LComDetail
 
-// Base of a class that implements I. The concrete class supplies QueryInterface and I's methods. The
-// destructor is the last slot of the table.
-template <class I>
-class LComImplementation : public I
+// The body of both implementation bases: reference count, registration and the end of the object. The
+// concrete class supplies QueryInterface and the interfaces' methods. The destructor is the last slot of the
+// first table; with two interfaces the identity pointer is the first table's, and the IUnknown entries of the
+// second adjust the pointer and share the count.
+template <class... Interfaces>
+class LComImplementationOf : public Interfaces...
 {
   public:
-    LComImplementation() : m_Counted(this) {}
-    LComImplementation(const LComImplementation&) = delete;
-    LComImplementation& operator=(const LComImplementation&) = delete;
+    LComImplementationOf() : m_Counted(this) {}
+    LComImplementationOf(const LComImplementationOf&) = delete;
+    LComImplementationOf& operator=(const LComImplementationOf&) = delete;
 
     ULONG STDMETHODCALLTYPE AddRef() override { return m_Counted.AddRef(); }
     ULONG STDMETHODCALLTYPE Release() override
@@ -89,6 +108,7 @@ class LComImplementation : public I
         const ULONG uReferences = m_Counted.Release(this);
         if (uReferences == 0)
         {
+            const LComDiagnostic::Ending ending;
             delete this;
         }
         return uReferences;
@@ -97,40 +117,17 @@ class LComImplementation : public I
     // False when the registry had no memory for the object: it must not be handed out then.
     bool IsRegistered() const { return m_Counted.IsRegistered(); }
 
-    virtual ~LComImplementation() { m_Counted.Destroy(this); }
+    virtual ~LComImplementationOf() { m_Counted.Destroy(this); }
 
   private:
     LComDetail::Counted m_Counted;
 };
 
-// The same for two interfaces. The identity pointer is the first table's; the second table's IUnknown
-// entries adjust the pointer and share the count.
+// The names under which the bases are used; reports call both "LComImplementation".
+template <class I>
+using LComImplementation = LComImplementationOf<I>;
 template <class I1, class I2>
-class LComImplementation2 : public I1, public I2
-{
-  public:
-    LComImplementation2() : m_Counted(this) {}
-    LComImplementation2(const LComImplementation2&) = delete;
-    LComImplementation2& operator=(const LComImplementation2&) = delete;
-
-    ULONG STDMETHODCALLTYPE AddRef() override { return m_Counted.AddRef(); }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        const ULONG uReferences = m_Counted.Release(this);
-        if (uReferences == 0)
-        {
-            delete this;
-        }
-        return uReferences;
-    }
-
-    bool IsRegistered() const { return m_Counted.IsRegistered(); }
-
-    virtual ~LComImplementation2() { m_Counted.Destroy(this); }
-
-  private:
-    LComDetail::Counted m_Counted;
-};
+using LComImplementation2 = LComImplementationOf<I1, I2>;
 
 // Non-owning reference with a tested-before-use rule.
 template <class T>

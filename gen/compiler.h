@@ -1,14 +1,8 @@
 #pragma once
-// The one place that uses compiler extensions.
+// The one place that uses compiler extensions: those that GCC and Clang share, the two compilers of the
+// product.
 
 #include <cstddef>
-
-// Text of the enclosing function's signature, with template arguments written out.
-#if defined(_MSC_VER)
-#define LFUNCTIONSIGNATURE __FUNCSIG__
-#else
-#define LFUNCTIONSIGNATURE __PRETTY_FUNCTION__
-#endif
 
 // A string literal as a template argument.
 template <std::size_t N>
@@ -34,16 +28,10 @@ struct LNameRange
 template <class T>
 consteval LNameRange LTypeName()
 {
-    const char* p = LFUNCTIONSIGNATURE;
-#if defined(_MSC_VER)
-    // "struct LNameRange __cdecl LTypeName<class X>(void)"
-    const char szStart[] = "LTypeName<class ";
-    const char szEnd[] = ">(void)";
-#else
     // "consteval LNameRange LTypeName() [with T = X]" or "… [T = X]"
+    const char* p = __PRETTY_FUNCTION__;
     const char szStart[] = "T = ";
     const char szEnd[] = "]";
-#endif
     const auto find = [](const char* from, const char* what) constexpr
     {
         for (;; ++from)

@@ -1,16 +1,17 @@
 #pragma once
 // The reporting operations that every room uses: trace lines, assertion reports, run-time checks and
-// tracked allocation. Declarations only, so that any room may include this; the rooms of gen/debug
-// implement them above strings, files, settings and locks.
+// tracked allocation. Declarations only, so that any room may include this; diag/ implements them above
+// strings, files, settings and locks.
 //
-// All of them return nothing, are safe on any thread and never stop the caller. Narrow texts are ASCII or
-// UTF-8; wide texts reach the trace file as UTF-8.
+// All of them are safe on any thread. Reports and checks return nothing and let the caller carry on; only the
+// release of a block that is none of the tracker's stops in the debugger. Narrow texts are ASCII or UTF-8,
+// wide texts reach the trace file as UTF-8, and a null text is written as "!!! NULL !!!".
 
 #include <new>
 
 #include "gen/types.h"
 
-// --- Trace lines -----------------------------------------------------------------------------------
+// --- Trace lines ---
 
 // Writes one line with time stamp and thread column; bError marks it as an error line. A line of more
 // than 8191 bytes, its CR LF included, is cut.
@@ -27,8 +28,7 @@ void LDebugTraceError(const char* szPrefix, const WCHAR* szValue);
 void LDebugTrace(const char* szPrefix, std::int64_t nValue);
 void LDebugTraceError(const char* szPrefix, std::int64_t nValue);
 
-// A null string is written as "!!! NULL !!!". Behind a narrow prefix a wide value is cut to 259 bytes of
-// UTF-8; the other forms hold 8191 characters.
+// Behind a narrow prefix a wide value is cut to 259 bytes of UTF-8; the other forms hold 8191 characters.
 void LDebugTraceValue(const char* szPrefix, const char* szValue, bool bError);
 void LDebugTraceValue(const char* szPrefix, std::int32_t nValue, bool bError);
 void LDebugTraceValue(const char* szPrefix, std::int64_t nValue, bool bError);
@@ -37,6 +37,7 @@ void LDebugTraceValue(const WCHAR* szPrefix, const WCHAR* szValue, bool bError);
 
 // "function text": a line that names the function it comes from.
 void LDebugTraceFunction(const char* szFunction, bool bError, const char* szText);
+void LDebugTraceFunction(const char* szFunction, bool bError, const WCHAR* szText);
 void LDebugTraceFunctionF(const char* szFunction, bool bError, const char* szFormat, ...);
 void LDebugTraceFunctionF(const char* szFunction, bool bError, const WCHAR* szFormat, ...);
 
@@ -48,7 +49,7 @@ void LDebugTraceErrorF(const char* szFormat, ...);
 // system knows no text.
 void LDebugTraceSystemError(const char* szPrefix, DWORD uError);
 
-// --- Assertion reports and run-time checks ---------------------------------------------------------
+// --- Assertion reports and run-time checks ---
 
 // The caller has found the condition false and carries on after the report.
 void LDebugAssertFailed(const char* szFunction, const char* szExpression, const char* szFile,
@@ -72,7 +73,7 @@ void LDebugCheckMemoryWriteable(void* p);
 #define LDEBUGMUSTBEHEAPPTR(p) static_cast<void>(p)
 #define LDEBUGMUSTBESHORTSTR(sz) static_cast<void>(sz)
 
-// --- Tracked allocation ----------------------------------------------------------------------------
+// --- Tracked allocation ---
 
 // Every heap object and buffer is made by these forms and released by delete or delete[]. They give null
 // when the memory cannot be had; the new expression then runs no constructor and is null, too. File and

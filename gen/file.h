@@ -3,6 +3,8 @@
 // separate elements, '\' is inserted where a path is composed. Results go to the caller's buffer, which is
 // also returned. The path operations are in gen/file, those that ask the system in win32/file.
 
+#include <atomic>
+
 #include "gen/types.h"
 
 class LFile
@@ -35,8 +37,10 @@ class LFile
                                 std::uint32_t uTimeoutMs);
     // Existing files only, shared with other readers.
     static HANDLE OpenForRead(const WCHAR* szPath, std::uint32_t uTimeoutMs);
-    // Existing or new, shared with readers only, positioned at the end.
+    // Existing or new, shared with readers only, positioned at the end. The second form shows the handle in
+    // hOpened as soon as there is one.
     static HANDLE OpenForAppend(const WCHAR* szPath, std::uint32_t uTimeoutMs);
+    static HANDLE OpenForAppend(const WCHAR* szPath, std::uint32_t uTimeoutMs, std::atomic<HANDLE>& hOpened);
     // Waits as OpenWithRetry does. True when deleted.
     static bool DeleteWithRetry(const WCHAR* szPath, std::uint32_t uTimeoutMs);
     // One attempt; an existing target is not replaced.

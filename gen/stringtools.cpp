@@ -183,54 +183,98 @@ void tsnprintf(char* buf, std::size_t count, const char* format, ...)
     va_end(args);
 }
 
-void lwvsnprintf(WCHAR* buf, std::size_t count, const WCHAR* format, va_list args)
+namespace
+{
+int Format(WCHAR* buf, std::size_t count, const WCHAR* format, va_list args)
+{
+    return _vsnwprintf(buf, count, format, args);
+}
+
+int Format(char* buf, std::size_t count, const char* format, va_list args)
+{
+    return _vsnprintf(buf, count, format, args);
+}
+
+template <class TChar>
+bool FormatCut(TChar* buf, std::size_t count, const TChar* format, va_list args)
+{
+    va_list again;
+    va_copy(again, args);
+    const int nWritten = Format(buf, count, format, args);
+    const bool bFits = nWritten >= 0 && static_cast<std::size_t>(nWritten) < count;
+    if (nWritten < 0)
+    {
+        // Too long, or a conversion that failed in the runtime, which then writes no terminator: nobody may
+        // see stale memory behind it. So once more, into a cleared buffer; clearing first would cost every
+        // text.
+        memset(buf, 0, count * sizeof(TChar));
+        Format(buf, count, format, again);
+    }
+    va_end(again);
+    if (!bFits)
+    {
+        buf[LCutPosition(buf, count - 1)] = 0;
+        buf[count - 1] = 0;
+    }
+    return bFits;
+}
+
+// The messages of the two forms differ in the formatter's name only; support searches for either.
+template <class TChar>
+void FormatReported(TChar* buf, std::size_t count, const TChar* format, va_list args, const char* szNegative,
+                    const char* szOverflow)
 {
     const auto nCount = static_cast<std::int32_t>(count);
-    if (nCount == 0)
-    {
-        return;
-    }
     if (nCount < 0)
     {
-        LDebugTraceError("lwvsnprintf called with an invalid Count (negative)");
+        LDebugTraceError(szNegative);
+    }
+    if (nCount <= 0 || FormatCut(buf, static_cast<std::size_t>(nCount), format, args))
+    {
         return;
     }
-    // A conversion that fails in the runtime ends without a terminator: what is cut and reported below must
-    // not be stale memory.
-    memset(buf, 0, static_cast<std::size_t>(nCount) * sizeof(WCHAR));
-    const std::int32_t nWritten = _vsnwprintf(buf, static_cast<std::size_t>(nCount), format, args);
-    if (nWritten < 0 || nWritten >= nCount)
-    {
-        buf[nCount - 1] = 0;
-        LDebugTraceError("lwvsnprintf - string overflowed in (t)snprintf - check your output buffer size");
-        WCHAR szCut[LSTR];
-        tstrlcpy(szCut, buf);
-        LDebugTraceError("String: ", szCut);
-    }
+    LDebugTraceError(szOverflow);
+    TChar szShown[LSTR];
+    const std::size_t uShown = tstrlcpy(szShown, buf, LSTR);
+    szShown[LCutPosition(buf, uShown)] = 0;
+    LDebugTraceError("String: ", szShown);
+}
+} // namespace
+
+bool LFormatCut(char* buf, std::size_t count, const char* format, va_list args)
+{
+    return FormatCut(buf, count, format, args);
+}
+
+void lwvsnprintf(WCHAR* buf, std::size_t count, const WCHAR* format, va_list args)
+{
+    FormatReported(buf, count, format, args, "lwvsnprintf called with an invalid Count (negative)",
+                   "lwvsnprintf - string overflowed in (t)snprintf - check your output buffer size");
 }
 
 void lcvsnprintf(char* buf, std::size_t count, const char* format, va_list args)
 {
-    const auto nCount = static_cast<std::int32_t>(count);
-    if (nCount == 0)
+    FormatReported(buf, count, format, args, "lcvsnprintf called with an invalid Count (negative)",
+                   "lcvsnprintf - string overflowed in (t)snprintf - check your output buffer size");
+}
+
+std::size_t LCutPosition(const char* sz, std::size_t uAt)
+{
+    const auto byte = [sz](std::size_t i) { return static_cast<unsigned char>(sz[i]); };
+    std::size_t uStart = uAt;
+    while (uStart > 0 && uAt - uStart < 3 && (byte(uStart) & 0xC0) == 0x80)
     {
-        return;
+        --uStart;
     }
-    if (nCount < 0)
-    {
-        LDebugTraceError("lcvsnprintf called with an invalid Count (negative)");
-        return;
-    }
-    memset(buf, 0, static_cast<std::size_t>(nCount));
-    const std::int32_t nWritten = _vsnprintf(buf, static_cast<std::size_t>(nCount), format, args);
-    if (nWritten < 0 || nWritten >= nCount)
-    {
-        buf[nCount - 1] = 0;
-        LDebugTraceError("lcvsnprintf - string overflowed in (t)snprintf - check your output buffer size");
-        char szCut[LSTR];
-        tstrlcpy(szCut, buf, LSTR);
-        LDebugTraceError("String: ", szCut);
-    }
+    const bool bSplit = uStart < uAt && byte(uStart) >= 0xC0;
+    return bSplit ? uStart : uAt;
+}
+
+std::size_t LCutPosition(const WCHAR* sz, std::size_t uAt)
+{
+    const bool bSplit =
+        uAt > 0 && sz[uAt] >= 0xDC00 && sz[uAt] <= 0xDFFF && sz[uAt - 1] >= 0xD800 && sz[uAt - 1] <= 0xDBFF;
+    return bSplit ? uAt - 1 : uAt;
 }
 
 WCHAR* LStringReplaceChar(WCHAR* sz, WCHAR cWhat, WCHAR cWith)
@@ -247,22 +291,16 @@ WCHAR* LStringReplaceChar(WCHAR* sz, WCHAR cWhat, WCHAR cWith)
     {
         LDebugTraceError("LStringReplaceChar cWhat == cWith");
     }
-    LDEBUGVALIDPTRREAD(sz);
-    for (WCHAR* p = sz; p != nullptr && *p != 0; ++p)
+    // The length is taken first: a cWith of 0 would end the string under the search.
+    const std::size_t uLength = tstrlen(sz);
+    for (std::size_t i = 0; i < uLength; ++i)
     {
-        if (*p == cWhat)
-        {
-            *p = cWith;
-            if (cWith == 0)
-            {
-                break; // the string ends here now
-            }
-        }
+        sz[i] = sz[i] == cWhat ? cWith : sz[i];
     }
     return sz;
 }
 
-// --- LStringListTemplate -----------------------------------------------------------------------------
+// --- LStringListTemplate ---
 
 template <class TChar>
 LStringListTemplate<TChar>::LStringListTemplate() : pList(nullptr), uCount(0), uCapacity(0)

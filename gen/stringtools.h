@@ -38,7 +38,18 @@ void tsnprintf(char* buf, std::size_t count, const char* format, ...);
 void lwvsnprintf(WCHAR* buf, std::size_t count, const WCHAR* format, va_list args);
 void lcvsnprintf(char* buf, std::size_t count, const char* format, va_list args);
 
-// Replaces every cWhat in place and returns sz. A cWhat of 0 is reported and leaves the string as it is: the
+// The same for a count above 0 without a report: true when the text fitted. It is never cut inside a
+// character.
+bool LFormatCut(char* buf, std::size_t count, const char* format, va_list args);
+
+// The one rule of all cuts: where a text may end that is to be cut at uAt. That is uAt, or the start of the
+// character that a cut there would split, a UTF-8 sequence or a surrogate pair; sz[uAt] is looked at. Invalid
+// text may be cut anywhere.
+std::size_t LCutPosition(const char* sz, std::size_t uAt);
+std::size_t LCutPosition(const WCHAR* sz, std::size_t uAt);
+
+// Replaces every cWhat up to the terminator in place and returns sz. With a cWith of 0, which is reported,
+// the string ends at the first of them. A cWhat of 0 is reported and leaves the string as it is: the
 // terminator is not a character of the string, and a search for it would run past the end.
 WCHAR* LStringReplaceChar(WCHAR* sz, WCHAR cWhat, WCHAR cWith);
 

@@ -12,7 +12,7 @@ done <<'EOT'
 gen     gen/
 win32   gen/|win32/
 diag    gen/|win32/|diag/
-dll     gen/|win32/|dll/|diag/tracefile\.h
+dll     gen/|win32/|dll/|diag/lifetime\.h
 posix   posix/|sndx/|sndxposix\.h|windows\.h
 tools   tools/
 EOT

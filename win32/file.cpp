@@ -62,10 +62,17 @@ HANDLE LFile::OpenForRead(const WCHAR* szPath, std::uint32_t uTimeoutMs)
 
 HANDLE LFile::OpenForAppend(const WCHAR* szPath, std::uint32_t uTimeoutMs)
 {
+    std::atomic<HANDLE> hNobodyLooks;
+    return OpenForAppend(szPath, uTimeoutMs, hNobodyLooks);
+}
+
+HANDLE LFile::OpenForAppend(const WCHAR* szPath, std::uint32_t uTimeoutMs, std::atomic<HANDLE>& hOpened)
+{
     const HANDLE hFile =
         OpenWithRetry(szPath, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS, uTimeoutMs);
     if (hFile != INVALID_HANDLE_VALUE)
     {
+        hOpened.store(hFile, std::memory_order_relaxed);
         const LARGE_INTEGER nNowhere = {};
         SetFilePointerEx(hFile, nNowhere, nullptr, FILE_END);
     }

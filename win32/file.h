@@ -44,6 +44,11 @@ class LWriteFileRef : public LFileRef
         : LFileRef(LFile::OpenForAppend(szPath, uTimeoutMs))
     {
     }
+    // Shows the handle in hOpened as soon as there is one.
+    LWriteFileRef(const WCHAR* szPath, std::uint32_t uTimeoutMs, std::atomic<HANDLE>& hOpened)
+        : LFileRef(LFile::OpenForAppend(szPath, uTimeoutMs, hOpened))
+    {
+    }
     std::uint32_t Write(const void* Buffer, std::size_t BufferSize) { return _Write(Buffer, BufferSize); }
 };
 

@@ -72,6 +72,12 @@ void LNamedPipe::Close()
 LWaitResult LNamedPipe::ProcessSendBytes(LSignalWaiter& waiter, LNamedPipe& pipe, const void* Buffer,
                                          std::uint32_t uBytes, std::uint32_t uTimeoutMs)
 {
+    // Without its event a write that stays pending could not be waited for, and the next one would use its
+    // record.
+    if (!pipe.m_Event.IsOpen())
+    {
+        return LWaitResult::TimedOut;
+    }
     DWORD uWritten = 0;
     if (WriteFile(pipe.m_hPipe, Buffer, uBytes, &uWritten, &pipe.m_Overlapped))
     {

@@ -8,8 +8,7 @@
 
 #include "gen/types.h"
 
-// --- Registry primitives: true when the value was read, false when the output received the default
-// ----------
+// --- Registry primitives: true when the value was read, false when the output received the default ---
 
 // uFlags is added to the access mask of the open: 0 or KEY_WOW64_32KEY.
 bool RegGetStringFlags(HKEY hRoot, const WCHAR* szKeyPath, const WCHAR* szValue, REGSAM uFlags,
@@ -19,8 +18,7 @@ bool RegGetString(HKEY hRoot, const WCHAR* szKeyPath, const WCHAR* szValue, cons
 bool RegGetString32BitStore(HKEY hRoot, const WCHAR* szKeyPath, const WCHAR* szValue, const WCHAR* szDefault,
                             WCHAR* szOutput);
 
-// --- Settings by section and value name
-// ----------------------------------------------------------------------
+// --- Settings by section and value name ---
 
 // The key path of a section, below the root key.
 void LSettingsGetKeyPath(WCHAR* szOutput, const WCHAR* szSection);

@@ -12,7 +12,7 @@ LSharedSettings32Record::LSharedSettings32Record(const WCHAR* szSection)
     LDebugTraceFunction("LSharedSettings32Record::LSharedSettings32Record", false, "");
     tstrlcpy(m_szPrimaryKey, szSection);
     LSettingsGetKeyPath(m_szKeyPath, szSection);
-    LDebugTraceFunctionF("LSharedSettings32Record::LSharedSettings32Record", false, TEXT("%s"), m_szKeyPath);
+    LDebugTraceFunction("LSharedSettings32Record::LSharedSettings32Record", false, m_szKeyPath);
 }
 
 LSharedSettings32Record::LSharedSettings32Record(const LSharedSettings32Record& other)

@@ -7,7 +7,7 @@
 void LIPCSharedMemoryBuffer::_Create(const WCHAR* szName, std::uint64_t uSize, bool bFailIfExists,
                                      bool bGlobal)
 {
-    LDebugTraceFunctionF("LIPCSharedMemoryBuffer::_Create", false, TEXT("%s"), szName);
+    LDebugTraceFunction("LIPCSharedMemoryBuffer::_Create", false, szName);
     Close(); // a block of an earlier call
     WCHAR szGuard[LSTR];
     tsnprintf(szGuard, LSTR, TEXT("fmm%s"), szName);

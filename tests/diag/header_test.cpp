@@ -1,8 +1,10 @@
 // The lines of the diagnostic header that no two systems share, and the probes behind them. The header as a
 // whole is tested with the module's load.
 
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 #include <regex>
 #include <utility>
 
@@ -11,6 +13,7 @@
 #include "gen/debug.h"
 #include "tests/support/reports.h"
 #include "tests/support/settings.h"
+#include "tests/support/timing.h"
 #include "win32/library.h"
 #include "win32/settings.h"
 
@@ -152,6 +155,37 @@ TEST(Header, WinesThatLackFunctions)
     EXPECT_EQ(trace.Texts(), (Lines{"Running under wine", "Running under wine version: 8.7",
                                     "Running under Wine version: 8.7, build: 8.7",
                                     "Running under Wine version: 8.7, build: unknown"}));
+}
+
+// How long the heap of the host is locked for the figure, in milliseconds.
+long long HeapFigureMs(std::uint64_t& figure)
+{
+    const Stopwatch stopwatch;
+    figure = LGetRuntimeHeapSize();
+    return stopwatch.Milliseconds();
+}
+
+TEST(Probes, TheHeapFigureOfALargeHostIsALowerBoundSoonHad)
+{
+    constexpr long long longest = 200; // milliseconds: 20 and what a busy machine takes
+    constexpr std::size_t size = 48;
+    std::vector<void*> blocks(100'000);
+    blocks.reserve(4'000'000);
+    std::uint64_t figure = 0;
+    std::generate(blocks.begin(), blocks.end(), [] { return std::malloc(size); });
+    const long long live = HeapFigureMs(figure);
+    EXPECT_LT(live, longest);
+    EXPECT_GT(figure, 0u);
+    std::generate_n(std::back_inserter(blocks), 3'900'000, [] { return std::malloc(size); });
+    for (std::size_t i = 0; i < blocks.size(); i += 2)
+    {
+        std::free(blocks[i]); // none beside another, so that the heap keeps two million pieces
+    }
+    const long long fragmented = HeapFigureMs(figure);
+    EXPECT_LT(fragmented, longest);
+    EXPECT_GT(figure, 0u);
+    EXPECT_LT(figure, 65536u * 4096u) << "the walk is bounded";
+    std::printf("100,000 blocks: %lld ms; 2,000,000 freed among as many: %lld ms\n", live, fragmented);
 }
 #else // the native registry is the process's own, and its calls can fail
 TEST(Header, TheReleaseNumberOfWindows10)

@@ -38,8 +38,7 @@ inline void* MakeBlock(std::size_t size, bool array = false, const char* functio
 
 inline void ReleaseBlock(void* user, bool array = false)
 {
-    const LDebugHeapLock lock;
-    LMemAllocation::Release(user, array);
+    LDebugHeapRelease(user, array);
 }
 
 // What lies at an odd address.

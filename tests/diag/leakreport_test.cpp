@@ -1,8 +1,6 @@
 // The leak report: which blocks it lists, in what order and words, and which trace line it finds for each. A
 // report of several hundred blocks is tested with the module.
 
-#include <gtest/gtest.h>
-
 #ifndef _WIN32
 #include "sndxposix.h"
 #endif
@@ -11,6 +9,7 @@
 #include "diag/tracefile.h"
 #include "tests/diag/heapprobe.h"
 #include "tests/support/leakreport.h"
+#include "tests/support/reports.h"
 
 using namespace sndxtest;
 
@@ -79,6 +78,18 @@ TEST_F(LeakReport, ListsTheLargestFirstWithTheLineWrittenAfterEach)
     EXPECT_TRUE(Shown(2).ends_with("**after the large one]")) << Shown(2);
     EXPECT_TRUE(Shown(3).ends_with("  after the empty one]")) << Shown(3);
     EXPECT_TRUE(Shown(4).ends_with("**" + LeakStart(70900).substr(2) + "]")) << Shown(4);
+}
+
+TEST_F(LeakReport, ABlockWhoseTagWasOverwrittenIsPassedOverWithoutAStop)
+{
+    const Breakpoints breakpoints;
+    Make(10);
+    auto* const damaged = static_cast<char*>(Make(20));
+    const std::string tag = Tag(damaged);
+    std::memset(damaged - 4, 0, 4);
+    EXPECT_TRUE(AreLines(Report(), {LeakStart(10), Leak(10, 0) + "...", leakEnd}));
+    EXPECT_EQ(Breakpoints::Take(), 0);
+    tag.copy(damaged - 4, 4);
 }
 
 TEST_F(LeakReport, LongLinesAreCutAt511Characters)

@@ -41,9 +41,14 @@ TEST(Trace, EveryFormOfALine)
     LDebugTrace("n=", static_cast<const char*>(nullptr));
     LDebugTraceError("w=", static_cast<const WCHAR*>(nullptr));
     LDebugTraceValue(TEXT("W="), nullptr, false);
+    LDebugWriteLine(nullptr, false);
+    LDebugWriteLineW(nullptr, true);
+    LDebugTraceFunction("F", true, static_cast<const char*>(nullptr));
+    LDebugTraceFunction("F", false, static_cast<const WCHAR*>(nullptr));
     EXPECT_EQ(trace.Texts(), (Lines{"n=v", "**n=v", "w=\u00F6", "**w=\u00F6", "i=-9223372036854775808",
                                     "**i=4294967296", "**i=-2147483648", "**%s\u00E4=%d\u00F6",
-                                    "n=!!! NULL !!!", "**w=!!! NULL !!!", "W=!!! NULL !!!"}));
+                                    "n=!!! NULL !!!", "**w=!!! NULL !!!", "W=!!! NULL !!!", "!!! NULL !!!",
+                                    "**!!! NULL !!!", "**F !!! NULL !!!", "F !!! NULL !!!"}));
     trace.Restart();
     LDebugTraceFunction("F", true, "100%s");
     LDebugTraceFunctionF("F", false, "%d of %s", 3, "n");
@@ -67,9 +72,13 @@ TEST(Trace, FormsThatCutWithoutAReport)
     // Formatted lines: 511.
     LDebugTraceF("%s", std::string(511, 'x').c_str());
     LDebugTraceErrorF("%s", std::string(9000, 'x').c_str());
+    // At the end of a character; and a conversion that fails in the runtime shows nothing of the line before.
+    LDebugTraceF("%s\U0001F600", std::string(509, 'x').c_str());
+    LDebugTraceF("ab%ls", Wide("\u20AC").c_str());
     EXPECT_EQ(trace.Texts(),
               (Lines{prefix + std::string(259, 'x'), Repeat("\u00F6", 129), std::string(259, 'f') + " x",
-                     std::string(300, 'f') + " x", std::string(511, 'x'), "**" + std::string(511, 'x')}));
+                     std::string(300, 'f') + " x", std::string(511, 'x'), "**" + std::string(511, 'x'),
+                     std::string(509, 'x'), "ab"}));
 }
 
 // The report of a line that was cut shows it with its stamp, which is left out here.

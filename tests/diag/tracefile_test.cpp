@@ -2,6 +2,7 @@
 // are tested with the module.
 
 #include "gen/debug.h"
+#include "diag/lifetime.h"
 #include "diag/tracefile.h"
 #include "tests/support/child.h"
 #include "tests/support/debuggeroutput.h"

@@ -1,7 +1,4 @@
-// The module's life as a host process sees it: what a load and an unload write, what they leave behind, and
-// what several hosts do to one trace file.
-
-#include <set>
+// The module's life as a host process sees it: what a load and an unload write, and what they leave behind.
 
 #include "tests/dll/modulehost.h"
 
@@ -39,7 +36,7 @@ Lines HeaderLines()
                  "Primary Screen resolution: " + Screen(SM_CXSCREEN, SM_CYSCREEN),
                  "NOTE: This file should never be created on release version software.",
                  "      If it appears please contact Taleno Software Support.",
-                 std::string(68, '-'),
+                 ruler,
                  "Run Heap Size = ..."};
 }
 
@@ -136,58 +133,4 @@ TEST_F(ModuleLoad, ProcessThatEndsWithTheModuleLoadedEndsItsTrace)
         EXPECT_EQ(ChildProcess("EndWithTheModuleLoaded", {how}).Wait(), 3);
         EXPECT_EQ(LastLines(WholeTrace()), ClosingLines()) << how;
     }
-}
-
-static const std::string shared = "C:\\Shared account";
-static constexpr int asked = 150;
-
-SNDX_CHILD(AskWhileAnotherHostDoes)
-{
-    const std::string& host = arguments.at(0);
-    const Module module;
-    const auto overlay = module.Overlay();
-    Announce(host + " ready");
-    if (!WaitFor("go"))
-    {
-        return 2;
-    }
-    for (int i = 0; i < asked; ++i)
-    {
-        overlay->IsMemberOf(Wide(shared + "\\" + host + std::to_string(i)).c_str(), 0);
-        // As a host that does something else too: a line that finds the file always taken is given up.
-        Sleep(2);
-    }
-    Announce(host + " done");
-    // Both have to be alive until the last line is counted: an unload is not what is looked at.
-    return WaitFor("counted") ? 0 : 2;
-}
-
-TEST_F(ModuleLoad, TwoHostsOfOneNameLoseAndTearNoLine)
-{
-    ClearPoints();
-    AddAccount("A", shared);
-    ChildProcess first("AskWhileAnotherHostDoes", {"first"});
-    ASSERT_TRUE(WaitFor("first ready"));
-    ChildProcess second("AskWhileAnotherHostDoes", {"second"});
-    ASSERT_TRUE(WaitFor("second ready"));
-    const TraceCapture trace;
-    Announce("go");
-    ASSERT_TRUE(WaitFor("first done", 60000));
-    ASSERT_TRUE(WaitFor("second done", 60000));
-    const Lines lines = trace.Texts(); // whole lines only
-    Announce("counted");
-    EXPECT_EQ(first.Wait(), 0);
-    EXPECT_EQ(second.Wait(), 0);
-
-    std::multiset<std::string> expected;
-    for (const char* host : {"first", "second"})
-    {
-        for (int i = 0; i < asked; ++i)
-        {
-            expected.insert({"CheckPaths", "FileBelongsToFolder: " + shared + "\\" + host + std::to_string(i),
-                             "Folder: " + shared,
-                             "LShellExt::IsMemberOf returned: 1"}); // the attributes cannot be read
-        }
-    }
-    EXPECT_EQ(std::multiset<std::string>(lines.begin(), lines.end()), expected);
 }

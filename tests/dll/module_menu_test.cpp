@@ -145,21 +145,14 @@ TEST_F(ModuleMenu, NothingIsAddedWithoutRoomForThreeCommandsOrForADefaultOnlyQue
     MenuHandler inside(module, {Items().Path() + "\\sub"}); // a folder uses two, and wants room for three
     MenuHandler outside(module, {"C:\\x"});
     const auto only = UINT{CMF_DEFAULTONLY};
-    const struct
-    {
-        MenuHandler& handler;
-        UINT first;
-        UINT last;
-        UINT flags;
-        HRESULT result;
-    } cases[] = {
+    const std::tuple<MenuHandler&, UINT, UINT, UINT, HRESULT> cases[] = {
         {inside, 100, 101, CMF_NORMAL, nothingAdded}, {inside, 100, 99, CMF_NORMAL, nothingAdded},
         {inside, 0, 1, CMF_NORMAL, nothingAdded},     {inside, 100, 101, only, nothingAdded},
         {inside, 100, 102, only | CMF_EXPLORE, S_OK}, {outside, 100, 102, only, nothingAdded},
     };
-    for (const auto& c : cases)
+    for (const auto& [handler, first, last, flags, result] : cases)
     {
-        EXPECT_EQ(c.handler.Query(menu_, 0, c.first, c.last, c.flags), c.result) << c.first << " " << c.last;
+        EXPECT_EQ(handler.Query(menu_, 0, first, last, flags), result) << first << " " << last;
         EXPECT_EQ(ItemsOf(menu_), (Lines{"Before 1", "After 2"}));
     }
     EXPECT_EQ(inside.Query(menu_, 0, 100, 102, CMF_EXPLORE | CMF_VERBSONLY), 2);
@@ -233,13 +226,7 @@ TEST_F(ModuleMenu, MediumIsReleasedAndEarlierPathsAreKept)
 {
     AddAccount("A", "C:\\A");
     const Module module;
-    const struct
-    {
-        const char* call;
-        unsigned skip;
-        HRESULT result;
-        HRESULT added;
-    } cases[] = {
+    const std::tuple<const char*, unsigned, HRESULT, HRESULT> cases[] = {
         // The data object locks the block too, when it makes it.
         {"GlobalLock", 1, E_INVALIDARG, nothingAdded},
         // Count, first path, second path.
@@ -247,15 +234,14 @@ TEST_F(ModuleMenu, MediumIsReleasedAndEarlierPathsAreKept)
         // The data object's own, then the module's: nothing but a failed call shows that it is made at all.
         {"GlobalUnlock", 1, S_OK, 3},
     };
-    for (const auto& c : cases)
+    for (const auto& [call, skip, result, added] : cases)
     {
         MenuHandler handler(module);
-        sndxposix::FailCall(c.call, ERROR_NOT_ENOUGH_MEMORY, c.skip);
-        EXPECT_EQ(handler.Select({"C:\\A\\x", "C:\\A\\y", "C:\\A\\z"}, {.withOwner = true}), c.result)
-            << c.call;
-        EXPECT_EQ(sndxposix::PendingFailures(), 0u) << c.call;
-        EXPECT_EQ(DropDataObject::LiveMediums(), 0) << c.call;
-        EXPECT_EQ(handler.Query(menu_), c.added) << c.call;
+        sndxposix::FailCall(call, ERROR_NOT_ENOUGH_MEMORY, skip);
+        EXPECT_EQ(handler.Select({"C:\\A\\x", "C:\\A\\y", "C:\\A\\z"}, {.withOwner = true}), result) << call;
+        EXPECT_EQ(sndxposix::PendingFailures(), 0u) << call;
+        EXPECT_EQ(DropDataObject::LiveMediums(), 0) << call;
+        EXPECT_EQ(handler.Query(menu_), added) << call;
     }
 }
 

@@ -241,9 +241,11 @@ inline Lines WalkLines(const std::string& file, const Lines& folders)
     return lines;
 }
 
+const std::string ruler = "--------------------------------------------------------------------";
+
 inline Lines ClosingLines()
 {
-    return {" --- No Memory Leak Detected ---", "Execution terminated gracefully.", std::string(68, '-')};
+    return {" --- No Memory Leak Detected ---", "Execution terminated gracefully.", ruler};
 }
 
 inline Lines LastLines(const Lines& lines, std::size_t count = 3)

@@ -48,12 +48,7 @@ TEST_F(Room, FileBelongsToItsAncestorsAndToNothingElse)
 {
     const std::string longest = PathOfLength(257);
     const std::string tooLong = PathOfLength(260);
-    const struct
-    {
-        std::string folder;
-        std::string file;
-        bool belongs;
-    } cases[] = {
+    const std::tuple<std::string, std::string, bool> cases[] = {
         {"C:\\Sync\\", "c:\\sync\\a\\b.txt", true},
         {"C:\\Sync", "C:\\Sync", false},
         {"C:\\Sync", "C:\\Sync\\", true}, // what stands before the last separator is the folder
@@ -75,10 +70,10 @@ TEST_F(Room, FileBelongsToItsAncestorsAndToNothingElse)
         {longest, longest + "\\y", true},
         {tooLong, tooLong + "\\y", false},
     };
-    for (const auto& c : cases)
+    for (const auto& [folder, file, belongs] : cases)
     {
-        EXPECT_EQ(FileBelongsToFolder(Wide(c.folder).c_str(), Wide(c.file).c_str()), c.belongs)
-            << c.folder << " " << c.file;
+        EXPECT_EQ(FileBelongsToFolder(Wide(folder).c_str(), Wide(file).c_str()), belongs)
+            << folder << " " << file;
     }
 }
 

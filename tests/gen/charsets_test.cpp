@@ -19,6 +19,7 @@ std::basic_string<TTo> Converted(void (*copy)(TTo*, const TFrom*, std::size_t), 
     std::basic_string<TTo> buffer(size + 1, TTo{'#'});
     EXPECT_EQ(Traced([&] { copy(buffer.data(), text, size); }), Lines());
     EXPECT_EQ(buffer[size], TTo{'#'}) << "written behind the buffer";
+    EXPECT_EQ(buffer[size - 1], TTo{0}) << "the last unit is a terminator, whatever fits";
     return buffer.c_str();
 }
 

@@ -127,7 +127,7 @@ TEST(Strings, ReplaceCharacterInPlace)
         return buffer.First(5);
     };
     EXPECT_EQ(replaced("a\\b\\", TEXT('\\'), TEXT('_'), {}), "a_b_0");
-    EXPECT_EQ(replaced("a\\b", TEXT('\\'), 0, {withNull}), "a0b0#");
+    EXPECT_EQ(replaced("a\\b\\", TEXT('\\'), 0, {withNull}), "a0b00") << "each becomes a terminator";
     EXPECT_EQ(replaced("abc", TEXT('b'), TEXT('b'), {same}), "abc0#");
     EXPECT_EQ(replaced("abc", 0, TEXT('x'), {whatNull}), "abc0#");
     EXPECT_EQ(replaced("abc", 0, 0, {whatNull, withNull, same}), "abc0#");
@@ -158,7 +158,7 @@ TEST(Formatters, ATextThatFitsIsWrittenAndANegativeCountReported)
     ExpectFormatted(6, "000420#", nothing, "%05d", 42);
     ExpectFormatted(0, "###", nothing, "%05d", 42);
     ExpectFormatted(1, "0#", nothing, "");
-    ExpectFormatted((std::size_t{1} << 32) + 4, "4200#", nothing, "%d", 42); // the lower 32 bits count
+    ExpectFormatted((std::size_t{1} << 32) + 4, "420##", nothing, "%d", 42); // the lower 32 bits count
     ExpectFormatted(LSTR, "18446744073709551615|-1|000000000000ABCD0", nothing, "%Iu|%lld|%p", sizeMax, -1LL,
                     reinterpret_cast<void*>(0xABCDu));
 }
@@ -181,8 +181,17 @@ TEST(Formatters, ATextThatDoesNotFitIsCutAndReported)
     Filled<WCHAR> buffer;
     EXPECT_EQ(Traced([&] { tsnprintf(buffer.text, 200, TEXT("%s"), Wide(text).c_str()); }),
               Overflow("lw", text.substr(0, 258)));
-    // A wide character that the narrow runtime cannot convert ends the formatting without a terminator.
+    // Never inside a character, neither the text nor what the report shows of it.
+    const std::string pairs = std::string(258, 'x') + "\U0001F600\U0001F600";
+    EXPECT_EQ(Traced([&] { tsnprintf(buffer.text, 262, TEXT("%s"), Wide(pairs).c_str()); }),
+              Overflow("lw", std::string(258, 'x')));
+    EXPECT_EQ(Utf8(buffer.text), std::string(258, 'x') + "\U0001F600");
     Filled<char> narrow;
+    EXPECT_EQ(Traced([&] { tsnprintf(narrow.text, 265, "%s", pairs.c_str()); }),
+              Overflow("lc", std::string(258, 'x')));
+    EXPECT_EQ(std::string(narrow.text), std::string(258, 'x') + "\U0001F600");
+    // A wide character that the narrow runtime cannot convert ends the formatting without a terminator.
+    narrow = Filled<char>();
     tsnprintf(narrow.text, 100, "ab%ls", Wide("\u20AC").c_str());
     EXPECT_EQ(narrow.First(100).find('#'), std::string::npos) << "stale memory";
 }

@@ -3,7 +3,7 @@
 // with the module.
 
 #include <functional>
-#include <thread>
+#include <tuple>
 
 #ifndef _WIN32
 #include "sndxposix.h"
@@ -15,6 +15,16 @@
 namespace
 {
 using namespace sndxtest;
+
+#ifndef _WIN32 // the native layer's calls can be made to fail
+void RefuseSharing(const char* function, unsigned count)
+{
+    for (unsigned i = 0; i < count; ++i)
+    {
+        sndxposix::FailCall(function, ERROR_SHARING_VIOLATION, i);
+    }
+}
+#endif
 
 class File : public ::testing::Test
 {
@@ -65,14 +75,8 @@ TEST_F(File, AFileThatIsLetGoInTimeIsOpenedOrDeleted)
     for (const auto& [share, operation] : operations)
     {
         LFileRef held(Hold(share));
-        std::thread other(
-            [&held]
-            {
-                Sleep(100);
-                held.Close();
-            });
+        const auto other = Later(100, [&held] { held.Close(); });
         EXPECT_TRUE(operation());
-        other.join();
     }
     EXPECT_EQ(GetFileAttributesW(path_.c_str()), INVALID_FILE_ATTRIBUTES);
 }
@@ -83,6 +87,12 @@ TEST_F(File, OtherFailuresAreNotWaitedFor)
     EXPECT_FALSE(LReadFileRef(path_.c_str(), 60000).IsOpen());
     EXPECT_FALSE(LWriteFileRef(missing_.c_str(), 60000).IsOpen());
     EXPECT_FALSE(LFile::DeleteWithRetry(path_.c_str(), 60000));
+#ifndef _WIN32
+    RefuseSharing("CreateFileW", 2);
+    sndxposix::FailCall("CreateFileW", ERROR_ACCESS_DENIED, 2);
+    EXPECT_FALSE(LReadFileRef(path_.c_str(), 60000).IsOpen());
+    EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+#endif
     EXPECT_LT(stopwatch.Milliseconds(), 10000);
 }
 
@@ -142,17 +152,11 @@ TEST_F(File, AFileThatIsNotOpenGivesNothingAndSizesBeyond32BitsAreReported)
     EXPECT_STREQ(buffer, "");
 }
 
-struct Reading
-{
-    std::string content;
-    std::size_t size; // of the line buffer
-    Lines lines;
-};
-
 TEST_F(File, LinesAreSplitAtEveryKindOfEndAndCutToTheBuffer)
 {
     const auto many = [](std::size_t count) { return std::string(count, 'x'); };
-    const Reading readings[] = {
+    // What the file holds, the size of the line buffer, the lines.
+    const std::tuple<std::string, std::size_t, Lines> readings[] = {
         {"", 100, {}},
         {"a\r\n\rb\nc", 100, {"a", "", "b", "c"}},
         {"\n", 100, {""}},
@@ -169,32 +173,24 @@ TEST_F(File, LinesAreSplitAtEveryKindOfEndAndCutToTheBuffer)
         {many(8192), 9000, {many(8192)}},
         {many(20000) + "\n\nc\n", 8192, {many(8191), "", "c"}},
     };
-    for (const Reading& reading : readings)
+    for (const auto& [content, size, expected] : readings)
     {
-        SCOPED_TRACE(reading.content.substr(0, 20) + " " + std::to_string(reading.content.size()));
-        WriteWholeFile(name_, reading.content);
+        SCOPED_TRACE(content.substr(0, 20) + " " + std::to_string(content.size()));
+        WriteWholeFile(name_, content);
         LBufferedReadFileRef file(path_.c_str(), 0);
         Lines lines;
-        std::vector<char> buffer(reading.size, '#');
+        std::vector<char> buffer(size, '#');
         while (file.ReadLine(buffer.data(), buffer.size()) && lines.size() < 20)
         {
             lines.emplace_back(buffer.data());
         }
-        EXPECT_EQ(lines, reading.lines);
+        EXPECT_EQ(lines, expected);
         EXPECT_STREQ(buffer.data(), "");
         EXPECT_FALSE(file.ReadLine(buffer.data(), buffer.size())) << "the end stays the end";
     }
 }
 
-#ifndef _WIN32 // the native layer's calls can be made to fail
-void RefuseSharing(const char* function, unsigned count)
-{
-    for (unsigned i = 0; i < count; ++i)
-    {
-        sndxposix::FailCall(function, ERROR_SHARING_VIOLATION, i);
-    }
-}
-
+#ifndef _WIN32
 TEST_F(File, TheSeventhAttemptWithinASecondIsTheLast)
 {
     WriteWholeFile(name_, "x");
@@ -210,15 +206,6 @@ TEST_F(File, TheSeventhAttemptWithinASecondIsTheLast)
         RefuseSharing(function, 6);
         EXPECT_TRUE(operation()) << function;
     }
-}
-
-TEST_F(File, AnotherErrorBetweenEndsTheWaiting)
-{
-    WriteWholeFile(name_, "x");
-    RefuseSharing("CreateFileW", 2);
-    sndxposix::FailCall("CreateFileW", ERROR_ACCESS_DENIED, 2);
-    EXPECT_FALSE(LReadFileRef(path_.c_str(), 60000).IsOpen());
-    EXPECT_EQ(sndxposix::PendingFailures(), 0u);
 }
 
 TEST_F(File, FailedTransfersCountNothingAndAnUnknownFolderIsEmpty)

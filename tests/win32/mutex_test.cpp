@@ -1,15 +1,16 @@
 // The in-process lock: that it excludes, and that it reports every breach of its rules without failing.
 
 #include <atomic>
-#include <future>
 #include <memory>
 #include <thread>
+#include <tuple>
 
 #ifndef _WIN32
 #include "sndxposix.h"
 #endif
 
 #include "tests/support/reports.h"
+#include "tests/support/timing.h"
 #include "win32/mutex.h"
 
 namespace
@@ -46,11 +47,7 @@ class OtherLocker
     ~OtherLocker() { thread_.join(); }
     bool DoneWithin(DWORD milliseconds) const
     {
-        for (DWORD waited = 0; !done_ && waited < milliseconds; waited += 5)
-        {
-            Sleep(5);
-        }
-        return done_;
+        return Within(milliseconds, [this] { return done_.load(); });
     }
 
   private:
@@ -106,19 +103,19 @@ TEST(LockObject, OnlyTheMostRecentLockerCountsAsNested)
     EXPECT_TRUE(OtherLocker(third).DoneWithin(20000));
     EXPECT_EQ(Traced([&] { const LLockObjectScope nested(second); }), Lines());
     // An unlock on this thread does not clear the other thread's record.
-    std::promise<void> locked;
-    std::promise<void> unlocked;
+    std::atomic<bool> locked = false;
+    std::atomic<bool> unlocked = false;
     std::thread other(
         [&]
         {
             const LLockObjectScope scope(third);
-            locked.set_value();
-            unlocked.get_future().wait();
+            locked = true;
+            EXPECT_TRUE(Within(20000, [&] { return unlocked.load(); })) << "the unlock on this thread";
             EXPECT_EQ(Traced([&] { const LLockObjectScope nested(second); }), Lines{lockedInLock});
         });
-    locked.get_future().wait();
+    EXPECT_TRUE(Within(20000, [&] { return locked.load(); })) << "the lock on the other thread";
     first.Unlock();
-    unlocked.set_value();
+    unlocked = true;
     other.join();
 }
 
@@ -148,24 +145,19 @@ TEST(LockObject, DestructionWhileLockedIsReportedOnce)
 #ifndef _WIN32 // the native layer's tick count can be set
 TEST(LockObject, ALockHeldForMoreThanFiveSecondsIsReported)
 {
-    struct Hold
-    {
-        std::uint32_t lockedAt;
-        std::uint32_t milliseconds;
-        Lines reports;
-    };
-    const Hold holds[] = {{70000, 5000, {}},
-                          {70000, 5001, {heldLong}},
-                          {0xFFFFFFFFu - 99, 200, {}}, // across the wrap of the counter
-                          {0xFFFFFFFFu - 99, 5001, {heldLong}},
-                          {0, 100, {}}}; // a lock at tick 0 counts as a lock
-    for (const Hold& hold : holds)
+    const std::tuple<DWORD, DWORD, Lines> holds[] = {
+        {70000, 5000, {}},
+        {70000, 5001, {heldLong}},
+        {0xFFFFFFFFu - 99, 200, {}}, // across the wrap of the counter
+        {0xFFFFFFFFu - 99, 5001, {heldLong}},
+        {0, 100, {}}}; // a lock at tick 0 counts as a lock
+    for (const auto& [lockedAt, milliseconds, reports] : holds)
     {
         LLockObject lock;
-        sndxposix::SetTickCount(hold.lockedAt);
+        sndxposix::SetTickCount(lockedAt);
         lock.Lock();
-        sndxposix::AdvanceTickCount(hold.milliseconds);
-        EXPECT_EQ(Traced([&] { lock.Unlock(); }), hold.reports) << hold.lockedAt << "+" << hold.milliseconds;
+        sndxposix::AdvanceTickCount(milliseconds);
+        EXPECT_EQ(Traced([&] { lock.Unlock(); }), reports) << lockedAt << "+" << milliseconds;
     }
     LLockObject unlocked; // is measured from zero
     sndxposix::SetTickCount(5000);

@@ -39,11 +39,7 @@ SNDX_CHILD(HoldMutex)
     const LHandle mutex(CreateMutexW(nullptr, TRUE, Wide("Global\\" + arguments.at(0)).c_str()));
     Announce("held");
     WaitFor("release");
-    if (arguments.size() == 1)
-    {
-        ReleaseMutex(mutex.Get());
-    }
-    return 0;
+    return arguments.size() > 1 || ReleaseMutex(mutex.Get()) ? 0 : 1;
 }
 
 TEST_F(SystemMutex, TheSystemObjectExistsWhileTheLockIsHeld)
@@ -85,13 +81,8 @@ TEST_F(SystemMutex, AnotherProcessIsWaitedForWithinTheTimeOut)
     EXPECT_GE(some.Milliseconds(), AtLeast(200));
     EXPECT_LT(some.Milliseconds(), 10000);
     EXPECT_EQ(trace_.Texts(), (Lines{timedOut, timedOut}));
-    std::thread release(
-        []
-        {
-            Sleep(200);
-            Announce("release");
-        });
     const Stopwatch waiting;
+    auto release = Later(200, [] { Announce("release"); });
     EXPECT_TRUE(mutex_->Lock());
     EXPECT_GE(waiting.Milliseconds(), AtLeast(200));
     release.join();
@@ -108,12 +99,7 @@ TEST_F(SystemMutex, AnOwnerThatEndsPassesTheLockOn)
         ClearPoints();
         ChildProcess child("HoldMutex", {name_, "forget"});
         ASSERT_TRUE(WaitFor("held"));
-        std::thread ending(
-            [&]
-            {
-                Sleep(100);
-                killed ? child.Kill() : Announce("release");
-            });
+        auto ending = Later(100, [&] { killed ? child.Kill() : Announce("release"); });
         trace_.Restart();
         EXPECT_TRUE(mutex_->Lock(20000));
         ending.join();
@@ -166,31 +152,16 @@ TEST_F(SystemMutex, RefusedAccessIsTriedEvery50MillisecondsOfTheTimeOut)
     for (const auto& [timeout, tries] : {std::pair{0u, 1u}, {50u, 1u}, {51u, 2u}, {100u, 2u}, {201u, 5u}})
     {
         SCOPED_TRACE(timeout);
-        trace_.Restart();
         RefuseAccess(tries + 1);
         const Stopwatch stopwatch;
-        EXPECT_FALSE(mutex_->Lock(timeout));
+        EXPECT_EQ(Traced([&, t = timeout] { EXPECT_FALSE(mutex_->Lock(t)); }),
+                  Lines{"LSystemLockMutex::Lock CreateMutex Timed Out"});
         EXPECT_GE(stopwatch.Milliseconds(), AtLeast(50 * tries));
         EXPECT_EQ(sndxposix::PendingFailures(), 1u);
-        EXPECT_EQ(trace_.Texts(), Lines{"LSystemLockMutex::Lock CreateMutex Timed Out"});
         sndxposix::ResetFailures();
     }
-}
-
-TEST_F(SystemMutex, RefusedAccessIsHadWhenTheRefusalsEndAndNotAfterAnotherError)
-{
     RefuseAccess(3);
-    EXPECT_TRUE(mutex_->Lock());
-    mutex_->Unlock();
-    RefuseAccess(1);
-    sndxposix::FailCall("CreateMutexW", ERROR_INVALID_HANDLE, 1);
-    EXPECT_FALSE(mutex_->Lock());
-    EXPECT_EQ(trace_.Texts(), Lines{"**LSystemLockMutex::Lock CreateMutex FAILED"});
-}
-
-TEST_F(SystemMutex, TheWaitGetsWhatTheRefusalsHaveLeft)
-{
-    ASSERT_TRUE(mutex_->Lock(0));
+    EXPECT_TRUE(mutex_->Lock()) << "the refusals have ended";
     RefuseAccess(4);
     std::thread(
         [this]
@@ -204,6 +175,11 @@ TEST_F(SystemMutex, TheWaitGetsWhatTheRefusalsHaveLeft)
         })
         .join();
     mutex_->Unlock();
+    RefuseAccess(1);
+    sndxposix::FailCall("CreateMutexW", ERROR_INVALID_HANDLE, 1);
+    trace_.Restart();
+    EXPECT_FALSE(mutex_->Lock()) << "another error is not waited for";
+    EXPECT_EQ(trace_.Texts(), Lines{"**LSystemLockMutex::Lock CreateMutex FAILED"});
 }
 #endif
 } // namespace
