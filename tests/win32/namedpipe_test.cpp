@@ -1,5 +1,5 @@
 // The pipe's client against a server that is refused, never reads, ends early or reads late. What arrives,
-// and servers that are absent or busy, are tested with the module's requests.
+// and servers that are absent or stay busy, are tested with the module's requests.
 
 #include <memory>
 
@@ -24,10 +24,16 @@ class Server : public LFileRef
     // A client may write quota bytes ahead of the reader.
     explicit Server(const std::string& name, DWORD quota, DWORD access = PIPE_ACCESS_DUPLEX)
         : LFileRef(CreateNamedPipeW(Wide("\\\\.\\pipe\\" + name).c_str(), access,
-                                    PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, 2, quota, quota, 50,
+                                    PIPE_TYPE_BYTE | PIPE_READMODE_BYTE | PIPE_WAIT, 2, quota, quota, 20000,
                                     nullptr))
     {
         EXPECT_TRUE(IsOpen()) << GetLastError();
+    }
+    // Takes the next client after the present one has gone.
+    void Recycle()
+    {
+        DisconnectNamedPipe(hFile);
+        ConnectNamedPipe(hFile, nullptr);
     }
     // Exactly this many bytes; fewer when the client has closed.
     std::string Read(std::size_t size)
@@ -89,6 +95,22 @@ TEST_F(NamedPipe, RefusedAccessAndAnOverlongNameAreReported)
                          Overflow("lw", ("\\\\.\\pipe\\" + name).substr(0, 259)) +
                              Lines{"LNamedPipe::_Open CreateFile FAILED:...",
                                    "LNamedPipe::_Open Could not open \"" + name + "\""}));
+}
+
+TEST_F(NamedPipe, ABusyServerThatGetsFreeIsOpened)
+{
+    Server server(name_, 4096);
+    auto first = std::make_unique<LNamedPipe>(wide_.c_str());
+    const auto freed = Later(100,
+                             [&]
+                             {
+                                 first.reset();
+                                 server.Recycle();
+                                 EXPECT_EQ(server.Read(6), "second");
+                             });
+    LNamedPipe pipe(wide_.c_str());
+    EXPECT_EQ(Send(pipe, "second"), LWaitResult::Signalled);
+    EXPECT_EQ(trace_.Texts(), Lines());
 }
 
 TEST_F(NamedPipe, AWriteThatNobodyReadsTimesOutAndLeavesNothing)
