@@ -260,13 +260,13 @@ void lcvsnprintf(char* buf, std::size_t count, const char* format, va_list args)
 
 std::size_t LCutPosition(const char* sz, std::size_t uAt)
 {
-    const auto byte = [sz](std::size_t i) { return static_cast<unsigned char>(sz[i]); };
+    const auto unit = [sz](std::size_t i) { return static_cast<unsigned char>(sz[i]); };
     std::size_t uStart = uAt;
-    while (uStart > 0 && uAt - uStart < 3 && (byte(uStart) & 0xC0) == 0x80)
+    while (uStart > 0 && uAt - uStart < 3 && (unit(uStart) & 0xC0) == 0x80)
     {
         --uStart;
     }
-    const bool bSplit = uStart < uAt && byte(uStart) >= 0xC0;
+    const bool bSplit = uStart < uAt && unit(uStart) >= 0xC0;
     return bSplit ? uStart : uAt;
 }
 
