@@ -1,16 +1,19 @@
-// The table of live blocks against a plain model of it: always the lowest empty slot of the first table block
-// that has room.
+// The table of live blocks: against a plain model of it (always the lowest empty slot of the first table
+// block that has room), and that the cost of a block does not grow with the number of live ones.
 
+#include <algorithm>
+#include <chrono>
+#include <limits>
 #include <random>
 #include <set>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "diag/allocationtable.h"
+#include "tests/diag/heapprobe.h"
 
 namespace
 {
+using namespace sndxtest;
+
 // Table blocks are never released; in static memory they stay in reach of leak checkers.
 constinit LDebugAllocationTable g_table{};
 
@@ -63,5 +66,42 @@ TEST(AllocationTable, BehavesAsItsModelUnderRandomUse)
         std::erase(expected, nullptr);
         ASSERT_EQ(visited, expected);
     }
+}
+
+// Nanoseconds for a block made and released: the best of many measurements, since a busy machine can only
+// add.
+double PairCost()
+{
+    constexpr int pairs = 2000;
+    double best = std::numeric_limits<double>::max();
+    for (int i = 0; i < 200; ++i)
+    {
+        const LDebugHeapLock lock; // once: its system calls would hide what is looked for
+        const auto start = std::chrono::steady_clock::now();
+        for (int pair = 0; pair < pairs; ++pair)
+        {
+            LMemAllocation::Release(LMemAllocation::Record(64, blockFile, "Maker", 7, false), false);
+        }
+        const std::chrono::duration<double, std::nano> elapsed = std::chrono::steady_clock::now() - start;
+        best = std::min(best, elapsed.count() / pairs);
+    }
+    return best;
+}
+TEST_F(TrackerTest, BlockAmongManyCostsAtMostHalfAsMuchAgainAsAmongFew)
+{
+    if (sanitized)
+    {
+        GTEST_SKIP() << "a sanitizer's own bookkeeping is all that would be measured";
+    }
+    std::vector<void*> live(100000);
+    std::generate_n(live.begin(), 100, [] { return MakeBlock(64); });
+    const double amongFew = PairCost(); // first: what the table has grown to once it stays
+    std::generate(live.begin() + 100, live.end(), [] { return MakeBlock(64); });
+    const double amongMany = PairCost();
+    RecordProperty("nanosecondsAmongFew", std::to_string(amongFew));
+    RecordProperty("nanosecondsAmongMany", std::to_string(amongMany));
+    EXPECT_LE(amongMany, 1.5 * amongFew);
+    std::for_each(live.begin(), live.end(), [](void* block) { ReleaseBlock(block); });
+    EXPECT_EQ(Report(), noLeak);
 }
 } // namespace

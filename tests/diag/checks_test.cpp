@@ -1,9 +1,6 @@
 // Assertion reports and run-time checks.
 
 #include <cstring>
-#include <string>
-
-#include <gmock/gmock.h>
 
 #include "gen/debug.h"
 #include "tests/support/reports.h"
@@ -11,15 +8,13 @@
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 TEST(Reports, NameExpressionAndPlaceAndAreCut)
 {
     TraceCapture trace;
     LDebugAssertFailed("F<class X>::operator ->", "p != 100%s", "gen/list.h", 123);
-    EXPECT_THAT(trace.Texts(), ElementsAre("**F<class X>::operator -> ASSERTION FAILED p != 100%s:\r\n"
-                                           "   gen/list.h(123)"));
+    EXPECT_EQ(trace.Texts(), Lines{"**F<class X>::operator -> ASSERTION FAILED p != 100%s:\r\n"
+                                   "   gen/list.h(123)"});
     trace.Restart();
     const std::string expression(9000, 'e');
     LDebugAssertFailed("F", expression.c_str(), "gen/f.cpp", 1);
@@ -36,7 +31,7 @@ TEST(Reports, ChecksAreCutInEitherOfTheirSteps)
     { return Traced([&] { LDebugCheckFailed("e e", message.c_str(), file.c_str(), 7); }); };
     // Expression and message: 259 characters, with the parentheses, the blank and the quotes.
     const std::string fits = "100%s" + std::string(259 - 8 - 5, 'm');
-    EXPECT_THAT(report(fits, "f"), ElementsAre(FailedCheck("e e", fits, "f")));
+    EXPECT_EQ(report(fits, "f"), Lines{FailedCheck("e e", fits, "f")});
     const std::string cut = "(e e) \"" + fits + "m";
     EXPECT_EQ(report(fits + "m", "f"),
               Overflow("lc", cut) + Lines{"**ASSERTION FAILED " + cut + " file: f line: #"});
@@ -51,7 +46,7 @@ TEST(Checks, NullPointersAreReportedAndNothingElse)
     LDEBUGVALIDPTRREAD(nullptr);
     LDEBUGVALIDPTRWRITE(nullptr);
     LDEBUGVALIDPTRREAD(reinterpret_cast<const void*>(1));
-    EXPECT_THAT(trace.Texts(), ElementsAre(nullRead, nullWrite));
+    EXPECT_EQ(trace.Texts(), (Lines{nullRead, nullWrite}));
 }
 
 TEST(Checks, AStringAtAnOddAddressIsReportedWithItsText)
@@ -59,15 +54,14 @@ TEST(Checks, AStringAtAnOddAddressIsReportedWithItsText)
     alignas(WCHAR) char memory[32] = {};
     const WideString text = Wide("Acc\u00F6unt");
     std::memcpy(memory + 1, text.c_str(), (text.size() + 1) * sizeof(WCHAR));
-    EXPECT_THAT(
-        Traced([&] { LDEBUGVALIDWIN32STRINGF(reinterpret_cast<const WCHAR*>(memory + 1)); }),
-        ElementsAre("**LDEBUGVALIDWIN32STRINGF The string Acc\u00F6unt is not word-aligned (address: " +
-                    Address(memory + 1) + "). This might result in failure of some WinAPI functions."));
+    EXPECT_EQ(Traced([&] { LDEBUGVALIDWIN32STRINGF(reinterpret_cast<const WCHAR*>(memory + 1)); }),
+              Lines{"**LDEBUGVALIDWIN32STRINGF The string Acc\u00F6unt is not word-aligned (address: " +
+                    Address(memory + 1) + "). This might result in failure of some WinAPI functions."});
     const TraceCapture trace;
     LDEBUGVALIDWIN32STRINGF(text.c_str());
     LDEBUGVALIDWIN32STRINGF(nullptr);
     LDEBUGVALIDWIN32STRINGF(reinterpret_cast<const WCHAR*>(2)); // the text is not looked at
-    EXPECT_THAT(trace.Texts(), IsEmpty());
+    EXPECT_EQ(trace.Texts(), Lines());
 }
 
 TEST(Checks, MemoryThatIsNotExactlyReadWriteIsReported)

@@ -1,28 +1,46 @@
 // The lines of the diagnostic header that no two systems share, and the probes behind them. The header as a
 // whole is tested with the module's load.
 
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 #include <regex>
-#include <string>
+#include <utility>
 
-#include <gmock/gmock.h>
-
-#include "gen/debug.h"
 #include "diag/environment.h"
 #include "diag/header.h"
+#include "gen/debug.h"
 #include "tests/support/reports.h"
+#include "tests/support/settings.h"
+#include "tests/support/timing.h"
 #include "win32/library.h"
 #include "win32/settings.h"
+
+#ifdef _WIN32
+// The program's own slot for the import.
+extern "C" FARPROC(WINAPI* __imp_GetProcAddress)(HMODULE, LPCSTR);
+#else
+#include "sndxposix.h"
+#endif
 
 namespace
 {
 using namespace sndxtest;
-using ::testing::AnyOf;
 
-bool UnderWine()
+// What follows the prefix in the first of the lines that begins so.
+std::string After(const std::string& prefix, const Lines& lines = Traced(&LDebugWriteHeader))
 {
-    return GetProcAddress(GetModuleHandleW(TEXT("kernel32.dll")), "wine_get_unix_file_name") != nullptr;
+    const auto found = std::find_if(lines.begin(), lines.end(),
+                                    [&](const std::string& line) { return line.starts_with(prefix); });
+    return found == lines.end() ? "(no such line)" : found->substr(prefix.size());
+}
+
+std::string MachineString(const WCHAR* path, const WCHAR* name)
+{
+    WCHAR text[LSTR];
+    RegGetString(HKEY_LOCAL_MACHINE, path, name, TEXT(""), text);
+    return Utf8(text);
 }
 
 // What a function of Wine's answers.
@@ -33,62 +51,44 @@ TResult AskWine(const char* name, TArguments... arguments)
     return LFunctionCast<TResult(__cdecl*)(TArguments...)>(function)(arguments...);
 }
 
-std::string MachineString(const WCHAR* path, const WCHAR* name)
-{
-    WCHAR text[LSTR];
-    RegGetString(HKEY_LOCAL_MACHINE, path, name, TEXT(""), text);
-    return Utf8(text);
-}
-
-// The lines of the version. Wine has a release, too, but is not asked for it.
-Lines ExpectedVersion()
-{
-    OSVERSIONINFOW version = {};
-    version.dwOSVersionInfoSize = sizeof(version);
-    GetVersionExW(&version);
-    const std::string release =
-        MachineString(TEXT("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion"), TEXT("ReleaseId"));
-    const std::string shown = UnderWine() ? "" : " (" + release + ")";
-    const std::string line = "Windows Version: " + std::to_string(version.dwMajorVersion) + "." +
-                             std::to_string(version.dwMinorVersion) + shown + " " +
-                             Utf8(version.szCSDVersion) + " 64-bit";
-    if (!UnderWine())
-    {
-        return {line};
-    }
-    const char* system = nullptr;
-    const char* host = nullptr;
-    AskWine<void>("wine_get_host_version", &system, &host);
-    return {line, std::string("Running under Wine version: ") + AskWine<const char*>("wine_get_version") +
-                      ", build: " + AskWine<const char*>("wine_get_build_id") + ", Host version: " + system +
-                      " - " + host};
-}
-
 TEST(Header, TellsWhereItWasWritten)
 {
     EXPECT_EQ(LIsRunningUnderWine(), UnderWine()); // decided before, so that the probe leaves no line
     SYSTEM_INFO system = {};
     GetNativeSystemInfo(&system);
+    OSVERSIONINFOW version = {};
+    version.dwOSVersionInfoSize = sizeof(version);
+    GetVersionExW(&version);
     const std::time_t before = std::time(nullptr);
-    const Lines texts = Traced(&LDebugWriteHeader);
+    const Lines header = Traced(&LDebugWriteHeader);
     const std::time_t after = std::time(nullptr);
-    ASSERT_GE(texts.size(), 14u);
-    const std::regex built("Build Date/Time: [A-Z][a-z]{2} [ 1-3][0-9] 20[0-9]{2} [0-9:]{8}");
-    EXPECT_TRUE(std::regex_match(texts[1], built)) << texts[1];
-    const std::string executed = "Execution Date/Time: ";
-    EXPECT_THAT(texts[2], AnyOf(executed + std::asctime(std::localtime(&before)),
-                                executed + std::asctime(std::localtime(&after))));
-    const Lines version = ExpectedVersion();
-    EXPECT_EQ(Lines(texts.begin() + 5, texts.begin() + 5 + std::ssize(version)), version);
-    const std::string processor = MachineString(TEXT("Hardware\\Description\\System\\CentralProcessor\\0"),
-                                                TEXT("ProcessorNameString"));
-    EXPECT_EQ(texts[5 + version.size()], "Processor Details: " + processor + " (" +
-                                             std::to_string(system.dwNumberOfProcessors) + " CPUs)");
-    EXPECT_EQ(texts[texts.size() - 2],
-              "--------------------------------------------------------------------");
-    const std::string heap = "Run Heap Size = ";
-    EXPECT_GT(std::stoull(texts.back().substr(heap.size())), 0u);
-    EXPECT_EQ(texts.back().substr(0, heap.size()), heap);
+
+    const std::regex built("[A-Z][a-z]{2} [ 1-3][0-9] 20[0-9]{2} [0-9:]{8}");
+    EXPECT_TRUE(std::regex_match(After("Build Date/Time: ", header), built));
+    const std::string executed = After("Execution Date/Time: ", header);
+    EXPECT_TRUE(executed == std::asctime(std::localtime(&before)) ||
+                executed == std::asctime(std::localtime(&after)))
+        << executed;
+    // Wine has a release, too, but is not asked for it.
+    const std::string release =
+        MachineString(TEXT("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion"), TEXT("ReleaseId"));
+    EXPECT_EQ(After("Windows Version: ", header),
+              std::to_string(version.dwMajorVersion) + "." + std::to_string(version.dwMinorVersion) +
+                  (UnderWine() ? "" : " (" + release + ")") + " " + Utf8(version.szCSDVersion) + " 64-bit");
+    if (UnderWine())
+    {
+        const char* wine = nullptr;
+        const char* host = nullptr;
+        AskWine<void>("wine_get_host_version", &wine, &host);
+        EXPECT_EQ(After("Running under Wine version: ", header),
+                  AskWine<const char*>("wine_get_version") + std::string(", build: ") +
+                      AskWine<const char*>("wine_get_build_id") + ", Host version: " + wine + " - " + host);
+    }
+    EXPECT_EQ(After("Processor Details: ", header),
+              MachineString(TEXT("Hardware\\Description\\System\\CentralProcessor\\0"),
+                            TEXT("ProcessorNameString")) +
+                  " (" + std::to_string(system.dwNumberOfProcessors) + " CPUs)");
+    EXPECT_GT(std::stoull(After("Run Heap Size = ", header)), 0u);
 }
 
 TEST(Probes, VersionsAndTheHeapAreToldAsTheyAre)
@@ -105,4 +105,126 @@ TEST(Probes, VersionsAndTheHeapAreToldAsTheyAre)
     EXPECT_LT(with - before, size + 65536);
     EXPECT_EQ(LGetRuntimeHeapSize(), before);
 }
+
+TEST(Probes, AMissingLibraryIsReported)
+{
+    const TraceCapture trace;
+    const LLibrary library("sndxmissing.dll");
+    EXPECT_EQ(library.GetFunction("GetTickCount"), nullptr); // without a library nothing is missing in it
+    EXPECT_EQ(trace.Texts(), Lines{"LDLLLoad Cannot load the dll: sndxmissing.dll"});
+}
+
+#ifdef _WIN32
+FARPROC(WINAPI* g_original)(HMODULE, LPCSTR) = nullptr;
+std::string g_missing;
+
+const char* Version()
+{
+    return "8.7";
+}
+
+void NoHostVersion(const char** system, const char** release)
+{
+    *system = "";
+    *release = "6.1";
+}
+
+FARPROC WINAPI Replacement(HMODULE module, LPCSTR name)
+{
+    const std::string function = reinterpret_cast<ULONG_PTR>(name) < 0x10000 ? "" : name;
+    const auto replace = [](auto* p) { return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(p)); };
+    return function == g_missing                                               ? nullptr
+           : function == "wine_get_version" || function == "wine_get_build_id" ? replace(&Version)
+           : function == "wine_get_host_version"                               ? replace(&NoHostVersion)
+                                                                               : g_original(module, name);
+}
+
+// This program's import of GetProcAddress is replaced, which works on PE programs only.
+TEST(Header, WinesThatLackFunctions)
+{
+    const TraceCapture trace;
+    DWORD protection = 0;
+    VirtualProtect(&__imp_GetProcAddress, sizeof(void*), PAGE_READWRITE, &protection);
+    g_original = std::exchange(__imp_GetProcAddress, &Replacement);
+    for (const char* missing : {"wine_get_version", "wine_get_host_version", "none", "wine_get_build_id"})
+    {
+        g_missing = missing;
+        LDebugTraceWineVersion();
+    }
+    __imp_GetProcAddress = g_original;
+    EXPECT_EQ(trace.Texts(), (Lines{"Running under wine", "Running under wine version: 8.7",
+                                    "Running under Wine version: 8.7, build: 8.7",
+                                    "Running under Wine version: 8.7, build: unknown"}));
+}
+
+// How long the heap of the host is locked for the figure, in milliseconds.
+long long HeapFigureMs(std::uint64_t& figure)
+{
+    const Stopwatch stopwatch;
+    figure = LGetRuntimeHeapSize();
+    return stopwatch.Milliseconds();
+}
+
+TEST(Probes, TheHeapFigureOfALargeHostIsALowerBoundSoonHad)
+{
+    constexpr long long longest = 200; // milliseconds: 20 and what a busy machine takes
+    constexpr std::size_t size = 48;
+    std::vector<void*> blocks(100'000);
+    blocks.reserve(4'000'000);
+    std::uint64_t figure = 0;
+    std::generate(blocks.begin(), blocks.end(), [] { return std::malloc(size); });
+    const long long live = HeapFigureMs(figure);
+    EXPECT_LT(live, longest);
+    EXPECT_GT(figure, 0u);
+    std::generate_n(std::back_inserter(blocks), 3'900'000, [] { return std::malloc(size); });
+    for (std::size_t i = 0; i < blocks.size(); i += 2)
+    {
+        std::free(blocks[i]); // none beside another, so that the heap keeps two million pieces
+    }
+    const long long fragmented = HeapFigureMs(figure);
+    EXPECT_LT(fragmented, longest);
+    EXPECT_GT(figure, 0u);
+    EXPECT_LT(figure, 65536u * 4096u) << "the walk is bounded";
+    std::printf("100,000 blocks: %lld ms; 2,000,000 freed among as many: %lld ms\n", live, fragmented);
+}
+#else // the native registry is the process's own, and its calls can fail
+TEST(Header, TheReleaseNumberOfWindows10)
+{
+    const TraceCapture trace;
+    for (const auto& [text, shown] :
+         {std::pair{"1809", "10.0 (1809)  64-bit"}, {"none", "10.0  64-bit"}, {"-5", "10.0  64-bit"}})
+    {
+        SetMachineString("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", "ReleaseId", text);
+        EXPECT_EQ(After("Windows Version: "), shown);
+    }
+    sndxposix::FailCall("VerifyVersionInfoW", ERROR_OLD_WIN_VERSION);
+    EXPECT_EQ(LGetWindowsReleaseNumber(), 0);
+    constexpr char failed[] = "LGetWindowsReleaseNumber RegGetString() failed";
+    EXPECT_FALSE(Contains(trace.Texts(), failed));
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\Microsoft\\Windows NT"));
+    EXPECT_EQ(After("Windows Version: "), "10.0  64-bit");
+    EXPECT_TRUE(Contains(trace.Texts(), failed));
+}
+
+TEST(Header, FailedProbesLeaveAFullHeader)
+{
+    const std::string name = "L\u00F6w" + std::string(253, 'p');
+    SetMachineString("hardware\\description\\system\\CentralProcessor\\0", "ProcessorNameString", name);
+    EXPECT_EQ(After("Processor Details: ").substr(0, 259), name + " (");
+    EXPECT_EQ(After("Processor Details: ").size(), 260u) << "cut to the usual buffer";
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, TEXT("hardware"));
+    EXPECT_EQ(After("Processor Details: ").substr(0, 2), " (");
+    sndxposix::FailCall("GlobalMemoryStatusEx", ERROR_GEN_FAILURE);
+    EXPECT_EQ(After("System memory: "), "4294967295");
+    sndxposix::FailCall("GetVersionExW", ERROR_GEN_FAILURE);
+    EXPECT_EQ(After("Windows Version: ").substr(0, 4), "0.0 ");
+    sndxposix::FailCall("HeapLock", ERROR_GEN_FAILURE);
+    EXPECT_EQ(After("Run Heap Size = "), "0");
+    // Asked for Wine's version all the same, when there is no Wine.
+    EXPECT_EQ(Traced(&LDebugTraceWineVersion), Lines{"Running under wine"});
+    sndxposix::FailCall("GetModuleHandleW", ERROR_MOD_NOT_FOUND);
+    EXPECT_EQ(Traced(&LDebugTraceWineVersion), Lines());
+    EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+}
+#endif
 } // namespace

@@ -1,6 +1,8 @@
 // Accesses that the memory modes make fault: a process of its own touches one byte and its handler for access
 // violations tells by the exit code whether it was that byte.
 
+#include <tuple>
+
 #include "tests/diag/heapprobe.h"
 #include "tests/support/child.h"
 
@@ -77,15 +79,8 @@ SNDX_CHILD(TouchOneByte)
 TEST_F(TrackerTest, GuardPagesAndReleasedPagesFaultAtTheByte)
 {
     const auto page = static_cast<std::ptrdiff_t>(PageSize());
-    struct Touch
-    {
-        int mode;
-        std::ptrdiff_t size;
-        std::ptrdiff_t offset; // of the byte from the block's begin
-        const char* access;
-        int result;
-    };
-    const Touch touches[] = {
+    // The mode, the block's size, the byte as seen from its begin, the access and its result.
+    const std::tuple<int, std::ptrdiff_t, std::ptrdiff_t, const char*, int> touches[] = {
         // One byte past the end, for sizes with and without a tail, and the bytes that are the caller's.
         {2, 0, 0, "write", fault},
         {2, 1, 1, "read", fault},
@@ -108,12 +103,11 @@ TEST_F(TrackerTest, GuardPagesAndReleasedPagesFaultAtTheByte)
         {5, 2 * page, page - 5, "released read", fault},
         {5, 1, -4, "released release", fault}, // a second release reads the tag
     };
-    for (const Touch& touch : touches)
+    for (const auto& [mode, size, offset, access, result] : touches)
     {
-        SetMemoryMode(std::to_string(touch.mode));
-        const std::vector<std::string> arguments = {std::to_string(touch.size), std::to_string(touch.offset),
-                                                    touch.access};
-        EXPECT_EQ(ChildProcess("TouchOneByte", arguments).Wait(), touch.result)
-            << "mode " << touch.mode << ": " << testing::PrintToString(arguments);
+        SetMemoryMode(std::to_string(mode));
+        const Lines arguments = {std::to_string(size), std::to_string(offset), access};
+        EXPECT_EQ(ChildProcess("TouchOneByte", arguments).Wait(), result)
+            << "mode " << mode << ": " << testing::PrintToString(arguments);
     }
 }

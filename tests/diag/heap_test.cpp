@@ -2,9 +2,6 @@
 // refuses. What a fault on a guard page looks like is in heap_guard_test.cpp.
 
 #include <limits>
-#include <ostream>
-
-#include <gtest/gtest.h>
 
 #include "gen/debug.h"
 #include "diag/tracefile.h"
@@ -21,18 +18,8 @@ static_assert(offsetof(LMemAllocation, uFlags) == 0 && offsetof(LMemAllocation, 
               offsetof(LMemAllocation, szFunction) == 24 && offsetof(LMemAllocation, uLine) == 32 &&
               offsetof(LMemAllocation, pBlock) == 40 && offsetof(LMemAllocation, pUser) == 48);
 
-struct ModeCase
-{
-    const char* setting;
-    int mode;
-};
-
-void PrintTo(const ModeCase& mode, std::ostream* stream)
-{
-    *stream << mode.setting;
-}
-
-class TrackerMode : public TrackerTest, public testing::WithParamInterface<ModeCase>
+// The setting's text and the mode that it means.
+class TrackerMode : public TrackerTest, public testing::WithParamInterface<std::pair<const char*, int>>
 {
 };
 
@@ -58,8 +45,8 @@ void CheckPlace(int mode, std::byte* user, const LMemAllocation& record)
 
 TEST_P(TrackerMode, BlocksLieAsItSaysOrAreNull)
 {
-    const int mode = GetParam().mode;
-    SetMemoryMode(GetParam().setting);
+    const auto& [setting, mode] = GetParam();
+    SetMemoryMode(setting);
     const std::size_t page = PageSize();
     const Breakpoints breakpoints;
     std::int32_t line = -1;
@@ -108,10 +95,10 @@ TEST_P(TrackerMode, BlocksLieAsItSaysOrAreNull)
 
 // Without any setting, as the other tests are, the mode is 0.
 INSTANTIATE_TEST_SUITE_P(Settings, TrackerMode,
-                         testing::Values(ModeCase{"", 0}, ModeCase{"0", 0}, ModeCase{"1", 1},
-                                         ModeCase{"2", 2}, ModeCase{"3", 3}, ModeCase{"5", 5},
-                                         ModeCase{"-1", 0}, ModeCase{"4", 0}, ModeCase{"6", 0},
-                                         ModeCase{" 2 pages", 2}, ModeCase{"4294967298", 0}));
+                         testing::Values(std::pair{"", 0}, std::pair{"0", 0}, std::pair{"1", 1},
+                                         std::pair{"2", 2}, std::pair{"3", 3}, std::pair{"5", 5},
+                                         std::pair{"-1", 0}, std::pair{"4", 0}, std::pair{"6", 0},
+                                         std::pair{" 2 pages", 2}, std::pair{"4294967298", 0}));
 
 using Tracker = TrackerTest;
 

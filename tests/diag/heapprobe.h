@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -147,7 +146,7 @@ class TrackerTest : public testing::Test
     }
 
     // In front of the first block.
-    static void SetMemoryMode(std::string_view text)
+    static void SetMemoryMode(const std::string& text)
     {
         SetUserString("Debug", "Memory Mode", text);
         leakCheckerIsOff = text == "5";

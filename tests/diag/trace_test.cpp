@@ -1,9 +1,6 @@
 // The family of trace operations: what each of them puts into a line.
 
 #include <limits>
-#include <string>
-
-#include <gmock/gmock.h>
 
 #include "gen/debug.h"
 #include "tests/support/reports.h"
@@ -11,8 +8,6 @@
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr std::size_t longestText = 8191 - 20 - 2; // of a line, without stamp and CR LF
 
@@ -33,7 +28,7 @@ TEST(Trace, EveryFormOfALine)
     LDebugWriteLineW(TEXT("\u20AC"), true);
     LDebugTrace("one\r\n   two\n");
     LDebugTraceError("100%s\r\n");
-    EXPECT_THAT(trace.Texts(), ElementsAre("L\u00F6schen", "**\u20AC", "one\r\n   two\n", "**100%s\r\n"));
+    EXPECT_EQ(trace.Texts(), (Lines{"L\u00F6schen", "**\u20AC", "one\r\n   two\n", "**100%s\r\n"}));
     trace.Restart();
     LDebugTrace("n=", "v");
     LDebugTraceError("n=", "v");
@@ -50,19 +45,18 @@ TEST(Trace, EveryFormOfALine)
     LDebugWriteLineW(nullptr, true);
     LDebugTraceFunction("F", true, static_cast<const char*>(nullptr));
     LDebugTraceFunction("F", false, static_cast<const WCHAR*>(nullptr));
-    EXPECT_THAT(trace.Texts(),
-                ElementsAre("n=v", "**n=v", "w=\u00F6", "**w=\u00F6", "i=-9223372036854775808",
-                            "**i=4294967296", "**i=-2147483648", "**%s\u00E4=%d\u00F6", "n=!!! NULL !!!",
-                            "**w=!!! NULL !!!", "W=!!! NULL !!!", "!!! NULL !!!", "**!!! NULL !!!",
-                            "**F !!! NULL !!!", "F !!! NULL !!!"));
+    EXPECT_EQ(trace.Texts(), (Lines{"n=v", "**n=v", "w=\u00F6", "**w=\u00F6", "i=-9223372036854775808",
+                                    "**i=4294967296", "**i=-2147483648", "**%s\u00E4=%d\u00F6",
+                                    "n=!!! NULL !!!", "**w=!!! NULL !!!", "W=!!! NULL !!!", "!!! NULL !!!",
+                                    "**!!! NULL !!!", "**F !!! NULL !!!", "F !!! NULL !!!"}));
     trace.Restart();
     LDebugTraceFunction("F", true, "100%s");
     LDebugTraceFunctionF("F", false, "%d of %s", 3, "n");
     LDebugTraceFunctionF("F<\u00F6>", true, TEXT("%s at %p"), TEXT("\u20AC"), reinterpret_cast<void*>(0xAB));
     LDebugTraceF("%s|%d|%Iu", "a", -1, std::size_t{5});
     LDebugTraceErrorF("0x%p", reinterpret_cast<void*>(0xAB));
-    EXPECT_THAT(trace.Texts(), ElementsAre("**F 100%s", "F 3 of n", "**F<\u00F6> \u20AC at 00000000000000AB",
-                                           "a|-1|5", "**0x00000000000000AB"));
+    EXPECT_EQ(trace.Texts(), (Lines{"**F 100%s", "F 3 of n", "**F<\u00F6> \u20AC at 00000000000000AB",
+                                    "a|-1|5", "**0x00000000000000AB"}));
 }
 
 TEST(Trace, FormsThatCutWithoutAReport)
@@ -81,10 +75,10 @@ TEST(Trace, FormsThatCutWithoutAReport)
     // At the end of a character; and a conversion that fails in the runtime shows nothing of the line before.
     LDebugTraceF("%s\U0001F600", std::string(509, 'x').c_str());
     LDebugTraceF("ab%ls", Wide("\u20AC").c_str());
-    EXPECT_THAT(trace.Texts(),
-                ElementsAre(prefix + std::string(259, 'x'), Repeat("\u00F6", 129),
-                            std::string(259, 'f') + " x", std::string(300, 'f') + " x", std::string(511, 'x'),
-                            "**" + std::string(511, 'x'), std::string(509, 'x'), "ab"));
+    EXPECT_EQ(trace.Texts(),
+              (Lines{prefix + std::string(259, 'x'), Repeat("\u00F6", 129), std::string(259, 'f') + " x",
+                     std::string(300, 'f') + " x", std::string(511, 'x'), "**" + std::string(511, 'x'),
+                     std::string(509, 'x'), "ab"}));
 }
 
 // The report of a line that was cut shows it with its stamp, which is left out here.
@@ -110,7 +104,7 @@ TEST(Trace, ALineOfMoreThan8191BytesIsCutAndReportedBefore)
     const auto cut = [&](const std::string& line) {
         return Lines{Overflow("lc", "")[0], Overflow("lc", line.substr(0, 239))[1], line};
     };
-    EXPECT_THAT(Traced([&] { LDebugTrace(fits.c_str()); }), ElementsAre(fits));
+    EXPECT_EQ(Traced([&] { LDebugTrace(fits.c_str()); }), Lines{fits});
     EXPECT_EQ(TracedWithoutStamps([&] { LDebugTrace((fits + "x").c_str()); }), cut(fits));
     EXPECT_EQ(TracedWithoutStamps([&] { LDebugWriteLineW(wide.c_str(), false); }), cut(fits));
     // A value is reported by its formatter first; the narrow one of function lines reports nothing.
@@ -137,7 +131,7 @@ TEST(Trace, TheSystemsTextForAnErrorCode)
 {
     const std::string expected = "F: " + SystemText(ERROR_PIPE_BUSY);
     EXPECT_TRUE(expected.ends_with("\r\n"));
-    EXPECT_THAT(Traced([] { LDebugTraceSystemError("F: ", ERROR_PIPE_BUSY); }), ElementsAre(expected));
-    EXPECT_THAT(Traced([] { LDebugTraceSystemError("F: ", 0x2FFFFFFF); }), IsEmpty());
+    EXPECT_EQ(Traced([] { LDebugTraceSystemError("F: ", ERROR_PIPE_BUSY); }), Lines{expected});
+    EXPECT_EQ(Traced([] { LDebugTraceSystemError("F: ", 0x2FFFFFFF); }), Lines());
 }
 } // namespace

@@ -64,12 +64,8 @@ const Lines sharedLines = {"_LSharedSetting32GetString "};
 class ModuleRequest : public ModuleTest
 {
   protected:
-    HRESULT Invoke(UINT_PTR verb, const Paths& paths)
-    {
-        MenuHandler handler(module_, paths);
-        return Invoke(verb, handler);
-    }
-    HRESULT Invoke(UINT_PTR verb, MenuHandler& handler)
+    HRESULT Invoke(UINT_PTR verb, const Paths& paths) { return Invoke(verb, MenuHandler(module_, paths)); }
+    HRESULT Invoke(UINT_PTR verb, MenuHandler&& handler)
     {
         trace_.Restart();
         const DWORD start = GetTickCount();
@@ -83,10 +79,7 @@ class ModuleRequest : public ModuleTest
         EXPECT_GE(milliseconds_, least);
         EXPECT_LT(milliseconds_, most);
     }
-    void ExpectTrace(std::initializer_list<Lines> parts) const
-    {
-        EXPECT_THAT(trace_.Texts(), AreLines(Join(parts)));
-    }
+    void ExpectTrace(const Lines& lines) const { EXPECT_TRUE(AreLines(trace_.Texts(), lines)); }
     const Module& TheModule() const { return module_; }
 
   private:
@@ -114,7 +107,7 @@ TEST_F(ModuleRequest, EveryByteArrivesForEveryCommandAndCount)
 #endif
                 EXPECT_EQ(Invoke(verb, paths), S_OK);
             }
-            ExpectTrace({settingsLines});
+            ExpectTrace(settingsLines);
             expected += RequestBytes(words[verb], paths);
             ASSERT_TRUE(Received(expected.size()) == expected) << words[verb] << " " << count;
         }
@@ -129,7 +122,7 @@ TEST_F(ModuleRequest, PathsOfSeveralSelectionsArriveInOrderAndLongOnesCut)
     ChildProcess server = Serve({"--requests", "1"});
     MenuHandler handler(TheModule(), {"C:\\b", "C:\\" + std::string(300, 'l')});
     ASSERT_EQ(handler.Select({"C:\\a"}), S_OK);
-    EXPECT_EQ(Invoke(1, handler), S_OK);
+    EXPECT_EQ(Invoke(1, std::move(handler)), S_OK);
     EXPECT_EQ(server.Wait(), 0);
     EXPECT_TRUE(Received() == RequestBytes(words[1], {"C:\\b", "C:\\" + std::string(256, 'l'), "C:\\a"}));
 }
@@ -146,7 +139,7 @@ TEST_F(ModuleRequest, MainProgramIsStartedOnceAndReadyBeforeItIsSentAnything)
         WaitUntilNobodyServes();
         EXPECT_EQ(Invoke(upload, paths), S_OK);
         ExpectTime(350, 5000);
-        ExpectTrace({settingsLines, usersOwn ? Lines() : sharedLines, absentLines, secondOpenLines});
+        ExpectTrace(settingsLines + (usersOwn ? Lines() : sharedLines) + absentLines + secondOpenLines);
         expected += RequestBytes(words[0], paths);
         EXPECT_TRUE(Received(expected.size()) == expected) << usersOwn;
     }
@@ -165,8 +158,8 @@ TEST_F(ModuleRequest, MainProgramThatDoesNotComeUpMeansFailure)
         SetStartOptions(options);
         EXPECT_EQ(Invoke(upload, {"C:\\a"}), E_FAIL) << path << options;
         ExpectTime(0, 5000);
-        ExpectTrace(
-            {settingsLines, path.empty() ? sharedLines : Lines(), absentLines, secondOpenLines, absentLines});
+        ExpectTrace(settingsLines + (path.empty() ? sharedLines : Lines()) + absentLines + secondOpenLines +
+                    absentLines);
     }
 }
 
@@ -174,12 +167,12 @@ TEST_F(ModuleRequest, UnknownCommandsAreFoundOutOnceThePipeIsOpen)
 {
     SetUserString("Settings", "InstallerPath", MainProgramPath());
     ChildProcess server = Serve({"--requests", "4"});
-    MenuHandler empty(TheModule());
     for (const UINT_PTR verb : {UINT_PTR{3}, UINT_PTR{0xFFFF}})
     {
         EXPECT_EQ(Invoke(verb, {"C:\\a", "C:\\b", "C:\\c"}), E_INVALIDARG);
-        ExpectTrace({settingsLines});
-        EXPECT_EQ(Invoke(verb, empty), S_OK); // no file, no message, no look at the command
+        ExpectTrace(settingsLines);
+        EXPECT_EQ(Invoke(verb, MenuHandler(TheModule())),
+                  S_OK); // no file, no message, no look at the command
     }
     EXPECT_EQ(server.Wait(), 0);
     EXPECT_EQ(Received(), "");
@@ -196,8 +189,8 @@ TEST_F(ModuleRequest, BusyPipeIsWaitedForTwice)
     const ChildProcess server = Serve({"--busy", "--default-timeout", "300"});
     EXPECT_EQ(Invoke(upload, {"C:\\a"}), E_FAIL);
     ExpectTime(550, 3000);
-    const std::string busy = "**LNamedPipe::_Open Pipe was busy";
-    ExpectTrace({settingsLines, sharedLines, {busy}, secondOpenLines, {busy}});
+    const Lines busy = {"**LNamedPipe::_Open Pipe was busy"};
+    ExpectTrace(settingsLines + sharedLines + busy + secondOpenLines + busy);
 }
 
 TEST_F(ModuleRequest, ReaderThatNeverReadsIsGivenUpAfterTheTimeOut)
@@ -217,7 +210,7 @@ TEST_F(ModuleRequest, ReaderThatNeverReadsIsGivenUpAfterTheTimeOut)
         ChildProcess server = Serve(all);
         EXPECT_EQ(Invoke(upload, {"C:\\a"}), S_OK);
         ExpectTime(least, 10000);
-        ExpectTrace({settingsLines, sharedLines});
+        ExpectTrace(settingsLines + sharedLines);
         server.Wait();
         expected += received;
         EXPECT_TRUE(Received() == expected) << least;

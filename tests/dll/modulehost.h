@@ -3,30 +3,21 @@
 // ask about, and expectations in the words of the trace.
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <windows.h>
 #include <shlobj.h>
 
 #include "tests/support/child.h"
 #include "tests/support/dataobject.h"
+#include "tests/support/reports.h"
 #include "tests/support/settings.h"
-#include "tests/support/text.h"
-#include "tests/support/tracefile.h"
+#include "tests/support/temporaryfolder.h"
 #include "tools/comref.h"
 
 namespace sndxtest
 {
 using sndxtools::ComRef;
-using Lines = std::vector<std::string>;
 
 // The class identifiers as the installer registers them.
 inline constexpr GUID overlayClass = {
@@ -160,49 +151,6 @@ class MenuHandler
     ComRef<IContextMenu> menu_;
 };
 
-// A real folder with what a test puts into it, removed with all of it at the end. One in each process.
-class ItemFolder
-{
-  public:
-    ItemFolder()
-    {
-        std::filesystem::remove_all(local_); // of a killed process with this identifier
-        std::filesystem::create_directory(local_);
-    }
-    ~ItemFolder()
-    {
-        // A program that the test has started may still be about to end and hold a file open.
-        std::error_code error;
-        for (int i = 0; i < 100 && (std::filesystem::remove_all(local_, error), error); ++i)
-        {
-            Sleep(20);
-        }
-    }
-    ItemFolder(const ItemFolder&) = delete;
-    ItemFolder& operator=(const ItemFolder&) = delete;
-
-    // As the shell names it.
-    const std::string& Path() const { return path_; }
-    // Files and folders below it; missing folders in between are made.
-    std::string File(const std::string& name) const
-    {
-        std::filesystem::create_directories(Local(name).parent_path());
-        WriteWholeFile(path_ + "\\" + name, "content");
-        return path_ + "\\" + name;
-    }
-    // The same file for the test's own library calls.
-    std::filesystem::path Local(std::string name) const
-    {
-        std::replace(name.begin(), name.end(), '\\', '/');
-        return local_ / name;
-    }
-
-  private:
-    const std::filesystem::path local_ =
-        std::filesystem::temp_directory_path() / ("sendora-items-" + std::to_string(GetCurrentProcessId()));
-    const std::string path_ = TargetPath(local_.string());
-};
-
 // No settings, no trace files, nobody who serves requests, one folder.
 class ModuleTest : public testing::Test
 {
@@ -217,15 +165,14 @@ class ModuleTest : public testing::Test
     // A main program that was started earlier may still be about to end.
     static void WaitUntilNobodyServes()
     {
-        EXPECT_TRUE(Soon(
-            []
-            {
-                return !WaitNamedPipeW(TEXT("\\\\.\\pipe\\SendoraService"), 1) &&
-                       GetLastError() == ERROR_FILE_NOT_FOUND;
-            }));
+        const auto gone = [] {
+            return !WaitNamedPipeW(TEXT("\\\\.\\pipe\\SendoraService"), 1) &&
+                   GetLastError() == ERROR_FILE_NOT_FOUND;
+        };
+        EXPECT_TRUE(Within(20000, gone)) << "somebody still serves requests";
     }
 
-    const ItemFolder& Items() const { return items_; }
+    const TemporaryFolder& Items() const { return items_; }
     void AddItemsAsAccount() const { AddAccount("Items", items_.Path()); }
 
     // A running main program; its pipe exists when this returns.
@@ -235,7 +182,7 @@ class ModuleTest : public testing::Test
         const auto common = CommonOptions();
         options.insert(options.begin(), common.begin(), common.end());
         ChildProcess server = ChildProcess::Program(SNDX_MAINPROGRAM_PATH, options);
-        EXPECT_TRUE(Soon([this] { return Exists("ready"); }));
+        EXPECT_TRUE(Within(20000, [this] { return Exists("ready"); })) << "the main program does not serve";
         return server;
     }
     // What the main program is told when the module starts it.
@@ -253,29 +200,14 @@ class ModuleTest : public testing::Test
     std::string Received(std::size_t atLeast = 0) const
     {
         std::string bytes;
-        Soon(
-            [&]
-            {
-                bytes = ReadWholeFile(items_.Path() + "\\raw");
-                return bytes.size() >= atLeast;
-            });
+        const auto arrived = [&] { return (bytes = ReadWholeFile(items_ / "raw")).size() >= atLeast; };
+        EXPECT_TRUE(Within(20000, arrived)) << bytes.size() << " of " << atLeast << " bytes have arrived";
         return bytes;
     }
 
   private:
     static constexpr const WCHAR* optionsVariable = TEXT("SENDORA_MAINPROGRAM_OPTIONS");
 
-    template <class Condition>
-    static bool Soon(Condition condition)
-    {
-        bool met = condition();
-        for (int i = 0; i < 1000 && !met; ++i)
-        {
-            Sleep(10);
-            met = condition();
-        }
-        return met;
-    }
     std::vector<std::string> CommonOptions() const
     {
         const auto local = [this](const char* name) { return Items().Local(name).string(); };
@@ -285,35 +217,12 @@ class ModuleTest : public testing::Test
     }
 
     CleanSettings settings_;
-    ItemFolder items_;
+    TemporaryFolder items_;
 };
 
 inline std::string ObjectLine(const void* object)
 {
     return "LComDiagnostic::ObjectCreate this=" + std::to_string(reinterpret_cast<std::intptr_t>(object));
-}
-
-inline Lines Join(std::initializer_list<Lines> parts)
-{
-    Lines all;
-    for (const Lines& part : parts)
-    {
-        all.insert(all.end(), part.begin(), part.end());
-    }
-    return all;
-}
-
-// Whole lines in order; an expected line that ends in three dots only tells how the line begins.
-inline testing::Matcher<Lines> AreLines(const Lines& expected)
-{
-    std::vector<testing::Matcher<std::string>> matchers;
-    for (const std::string& line : expected)
-    {
-        const bool whole = !line.ends_with("...");
-        matchers.push_back(whole ? testing::Matcher<std::string>(line)
-                                 : testing::StartsWith(line.substr(0, line.size() - 3)));
-    }
-    return testing::ElementsAreArray(matchers);
 }
 
 inline Lines WholeTrace(const std::string& path = TraceFilePath())
@@ -332,9 +241,11 @@ inline Lines WalkLines(const std::string& file, const Lines& folders)
     return lines;
 }
 
+const std::string ruler = "--------------------------------------------------------------------";
+
 inline Lines ClosingLines()
 {
-    return {" --- No Memory Leak Detected ---", "Execution terminated gracefully.", std::string(68, '-')};
+    return {" --- No Memory Leak Detected ---", "Execution terminated gracefully.", ruler};
 }
 
 inline Lines LastLines(const Lines& lines, std::size_t count = 3)

@@ -1,25 +1,19 @@
 // What only the linked rooms show: which path belongs to which folder, the account table and its stamp, and
 // faults that no caller in the module makes.
 
-#include <string>
 #include <thread>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include "dll/folders.h"
 #include "dll/request.h"
 #include "tests/standin/plainallocation.h"
+#include "tests/support/reports.h"
 #include "tests/support/settings.h"
-#include "tests/support/text.h"
-#include "tests/support/tracefile.h"
+#include "tests/support/timing.h"
 
 using namespace sndxtest;
 
 namespace
 {
-using Lines = std::vector<std::string>;
-
 // No settings and an empty table, before and after.
 class Room : public testing::Test
 {
@@ -54,12 +48,7 @@ TEST_F(Room, FileBelongsToItsAncestorsAndToNothingElse)
 {
     const std::string longest = PathOfLength(257);
     const std::string tooLong = PathOfLength(260);
-    const struct
-    {
-        std::string folder;
-        std::string file;
-        bool belongs;
-    } cases[] = {
+    const std::tuple<std::string, std::string, bool> cases[] = {
         {"C:\\Sync\\", "c:\\sync\\a\\b.txt", true},
         {"C:\\Sync", "C:\\Sync", false},
         {"C:\\Sync", "C:\\Sync\\", true}, // what stands before the last separator is the folder
@@ -81,10 +70,10 @@ TEST_F(Room, FileBelongsToItsAncestorsAndToNothingElse)
         {longest, longest + "\\y", true},
         {tooLong, tooLong + "\\y", false},
     };
-    for (const auto& c : cases)
+    for (const auto& [folder, file, belongs] : cases)
     {
-        EXPECT_EQ(FileBelongsToFolder(Wide(c.folder).c_str(), Wide(c.file).c_str()), c.belongs)
-            << c.folder << " " << c.file;
+        EXPECT_EQ(FileBelongsToFolder(Wide(folder).c_str(), Wide(file).c_str()), belongs)
+            << folder << " " << file;
     }
 }
 
@@ -153,9 +142,11 @@ TEST_F(Room, ChangeDuringALoadCausesOneMore)
     std::thread change(
         [&]
         {
-            while (trace.Texts().size() < 20) // a few accounts are read
+            const Stopwatch waiting; // without a pause: the load is short
+            while (trace.Texts().size() < 20 && waiting.Milliseconds() < 20000)
             {
             }
+            EXPECT_GE(trace.Texts().size(), 20u) << "no account is read";
             *g_SharedState.Get() = 99;
         });
     LoadTable();

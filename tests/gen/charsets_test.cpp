@@ -2,9 +2,6 @@
 
 #include <algorithm>
 #include <limits>
-#include <string>
-
-#include <gmock/gmock.h>
 
 #include "gen/charsets.h"
 #include "gen/types.h"
@@ -13,8 +10,6 @@
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 // What a buffer of this size holds then; the unit behind it must stay '#', and nothing is reported.
 template <class TTo, class TFrom>
@@ -22,7 +17,7 @@ std::basic_string<TTo> Converted(void (*copy)(TTo*, const TFrom*, std::size_t), 
                                  std::size_t size)
 {
     std::basic_string<TTo> buffer(size + 1, TTo{'#'});
-    EXPECT_THAT(Traced([&] { copy(buffer.data(), text, size); }), IsEmpty());
+    EXPECT_EQ(Traced([&] { copy(buffer.data(), text, size); }), Lines());
     EXPECT_EQ(buffer[size], TTo{'#'}) << "written behind the buffer";
     EXPECT_EQ(buffer[size - 1], TTo{0}) << "the last unit is a terminator, whatever fits";
     return buffer.c_str();
@@ -71,14 +66,14 @@ TEST(Charsets, ASizeThatIsNotPositiveAndANullSourceAreReported)
     for (const std::size_t size :
          {std::size_t{0}, std::numeric_limits<std::size_t>::max(), std::size_t{1} << 31})
     {
-        EXPECT_THAT(Traced([&] { LCopyUTF8FromUnicode(&narrow, TEXT("a"), size); }),
-                    ElementsAre("**LCopyUTF8FromUnicode called with BufferSize <= 0"));
-        EXPECT_THAT(Traced([&] { LCopyUnicodeFromUTF8(&wide, "a", size); }),
-                    ElementsAre("**LCopyUnicodeFromUTF8 called with BufferSizeChars <= 0"));
+        EXPECT_EQ(Traced([&] { LCopyUTF8FromUnicode(&narrow, TEXT("a"), size); }),
+                  Lines{"**LCopyUTF8FromUnicode called with BufferSize <= 0"});
+        EXPECT_EQ(Traced([&] { LCopyUnicodeFromUTF8(&wide, "a", size); }),
+                  Lines{"**LCopyUnicodeFromUTF8 called with BufferSizeChars <= 0"});
     }
     EXPECT_TRUE(narrow == '#' && wide == TEXT('#')) << "nothing is written";
-    EXPECT_THAT(Traced([&] { LCopyUTF8FromUnicode(&narrow, nullptr, 1); }), ElementsAre(nullRead));
-    EXPECT_THAT(Traced([&] { LCopyUnicodeFromUTF8(&wide, nullptr, 1); }), ElementsAre(nullRead));
+    EXPECT_EQ(Traced([&] { LCopyUTF8FromUnicode(&narrow, nullptr, 1); }), Lines{nullRead});
+    EXPECT_EQ(Traced([&] { LCopyUnicodeFromUTF8(&wide, nullptr, 1); }), Lines{nullRead});
     EXPECT_TRUE(narrow == 0 && wide == 0) << "taken as empty";
 }
 
@@ -86,11 +81,11 @@ TEST(Charsets, ConversionInPlaceIsReportedAndCarriesOn)
 {
     WCHAR buffer[32] = {};
     auto* const narrow = reinterpret_cast<char*>(buffer);
-    EXPECT_THAT(Traced([=] { LCopyUTF8FromUnicode(narrow, reinterpret_cast<WCHAR*>(narrow), 32); }),
-                ElementsAre(Assertion("LCopyUTF8FromUnicode", "(void*)(szUTF8) != (void*)(szUnicode)",
-                                      "gen/charsets.cpp")));
-    EXPECT_THAT(Traced([=] { LCopyUnicodeFromUTF8(reinterpret_cast<WCHAR*>(narrow), narrow, 32); }),
-                ElementsAre(Assertion("LCopyUnicodeFromUTF8", "(void*)(szUnicode) != (void*)(szUTF8)",
-                                      "gen/charsets.cpp")));
+    EXPECT_EQ(Traced([=] { LCopyUTF8FromUnicode(narrow, reinterpret_cast<WCHAR*>(narrow), 32); }),
+              Lines{Assertion("LCopyUTF8FromUnicode", "(void*)(szUTF8) != (void*)(szUnicode)",
+                              "gen/charsets.cpp")});
+    EXPECT_EQ(Traced([=] { LCopyUnicodeFromUTF8(reinterpret_cast<WCHAR*>(narrow), narrow, 32); }),
+              Lines{Assertion("LCopyUnicodeFromUTF8", "(void*)(szUnicode) != (void*)(szUTF8)",
+                              "gen/charsets.cpp")});
 }
 } // namespace

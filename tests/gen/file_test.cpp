@@ -1,10 +1,6 @@
 // Splitting and composing paths. What asks the system (opening, moving, deleting) is tested with the file
 // objects.
 
-#include <string>
-
-#include <gmock/gmock.h>
-
 #include "gen/file.h"
 #include "gen/stringtools.h"
 #include "tests/support/reports.h"
@@ -12,8 +8,6 @@
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr char longPath[] = "**LFile::_GetFolderFromPath szPath is too long";
 constexpr char longElement[] = "**LFile::_GetFileFromPath szPath is too long";
@@ -78,7 +72,7 @@ TEST(Paths, SplitIntoFolderLastElementAndTitle)
     {
         EXPECT_EQ(Result(&LFile::GetFileTitleFromPath, Wide(path).c_str()), title) << path;
     }
-    EXPECT_THAT(trace.Texts(), IsEmpty());
+    EXPECT_EQ(trace.Texts(), Lines());
 }
 
 TEST(Paths, FoldersAreReadFrom260CharactersAndElementsCutAt259)
@@ -89,12 +83,12 @@ TEST(Paths, FoldersAreReadFrom260CharactersAndElementsCutAt259)
     EXPECT_EQ(Folder(folder + "\\"), folder);
     EXPECT_EQ(Folder(std::string(260, 'x')), "");
     EXPECT_EQ(File(element + "\\" + element), element);
-    EXPECT_THAT(trace.Texts(), IsEmpty());
+    EXPECT_EQ(trace.Texts(), Lines());
     EXPECT_EQ(Folder(folder + "\\x"), folder);
     EXPECT_EQ(Folder("C:\\" + std::string(300, 'x') + "\\a"), "C:");
     EXPECT_EQ(File("C:\\" + element + "x"), element);
     EXPECT_EQ(File("C:\\" + element + "x\\a.txt"), element) << "also one that is not the last";
-    EXPECT_THAT(trace.Texts(), ElementsAre(longPath, longPath, longElement, longElement));
+    EXPECT_EQ(trace.Texts(), (Lines{longPath, longPath, longElement, longElement}));
 }
 
 TEST(Paths, ComposeWithOneSeparatorWhereNeeded)
@@ -109,7 +103,7 @@ TEST(Paths, ComposeWithOneSeparatorWhereNeeded)
     WCHAR buffer[LSTR];
     tstrcpy(buffer, TEXT("C:\\Data"));
     EXPECT_EQ(Utf8(LFile::MakeFilePath(buffer, buffer, TEXT("b.txt"))), "C:\\Data\\b.txt");
-    EXPECT_THAT(trace.Texts(), IsEmpty());
+    EXPECT_EQ(trace.Texts(), Lines());
 }
 
 TEST(Paths, ANameWithALeadingSeparatorIsReportedAndJoined)
@@ -120,29 +114,28 @@ TEST(Paths, ANameWithALeadingSeparatorIsReportedAndJoined)
     const TraceCapture trace;
     EXPECT_EQ(Make("C:\\Data", "/x", ".txt"), "C:\\Data\\/x.txt");
     EXPECT_EQ(Make("C:\\Data", "\\x", ""), "C:\\Data\\\\x");
-    EXPECT_THAT(WithoutLineNumbers(trace.Texts()),
-                ElementsAre(FailedCheck("szFileName[0] != TEXT('/')",
-                                        "LFile::_MakeFilePath / is not a valid character as the first "
-                                        "character of a file name. Please prepass the file name to avoid "
-                                        "this possibility.",
-                                        "gen/file.cpp"),
-                            "**LFile::_MakeFilePath \\x" + advice));
+    EXPECT_EQ(WithoutLineNumbers(trace.Texts()),
+              (Lines{FailedCheck("szFileName[0] != TEXT('/')",
+                                 "LFile::_MakeFilePath / is not a valid character as the first "
+                                 "character of a file name. Please prepass the file name to avoid "
+                                 "this possibility.",
+                                 "gen/file.cpp"),
+                     "**LFile::_MakeFilePath \\x" + advice}));
 }
 
 TEST(Paths, OverlongFoldersAndPathsAreCutAndReported)
 {
     // The whole path: 259 characters.
     const std::string fits = "C:\\" + std::string(252, 'f'); // 255 characters
-    EXPECT_THAT(Traced([&] { EXPECT_EQ(Make(fits, "abc", ""), fits + "\\abc"); }), IsEmpty());
+    EXPECT_EQ(Traced([&] { EXPECT_EQ(Make(fits, "abc", ""), fits + "\\abc"); }), Lines());
     EXPECT_EQ(Traced([&] { EXPECT_EQ(Make(fits, "a", ".txt"), fits + "\\a.t"); }), Overflow("lw", "a.t"));
     // The folder: 258.
     const std::string folder(258, 'f');
-    EXPECT_THAT(Traced([&] { EXPECT_EQ(Make(folder, "", ""), folder + "\\"); }), IsEmpty());
+    EXPECT_EQ(Traced([&] { EXPECT_EQ(Make(folder, "", ""), folder + "\\"); }), Lines());
     const Lines cut = Lines{longFolder} + Overflow("lw", "");
     EXPECT_EQ(Traced([&] { EXPECT_EQ(Make(folder + "f", "name", ".txt"), folder + "\\"); }), cut);
     const std::string separated = std::string(257, 'f') + "\\";
-    EXPECT_THAT(Traced([&] { EXPECT_EQ(Make(separated + "f", "n", ""), separated + "n"); }),
-                ElementsAre(longFolder));
+    EXPECT_EQ(Traced([&] { EXPECT_EQ(Make(separated + "f", "n", ""), separated + "n"); }), Lines{longFolder});
     // In place: the folder's own buffer may be longer than the result.
     WideString inPlace(300, TEXT('f'));
     EXPECT_EQ(Traced([&] { LFile::MakeFilePath(inPlace.data(), inPlace.data(), TEXT("name")); }), cut);

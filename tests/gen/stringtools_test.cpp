@@ -2,10 +2,6 @@
 
 #include <functional>
 #include <limits>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
 
 #include "gen/stringtools.h"
 #include "tests/standin/plainallocation.h"
@@ -14,8 +10,6 @@
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 constexpr auto sizeMax = std::numeric_limits<std::size_t>::max();
 const WCHAR* const none = nullptr;
@@ -62,7 +56,7 @@ TEST(Strings, CopiesAndFormats)
     EXPECT_EQ(tstrlen(buffer.text), 7u);
     EXPECT_EQ(tsprintf(buffer.text, TEXT("%s=%d"), TEXT("n"), -5), 4);
     EXPECT_EQ(buffer.First(7), "n=-50wo");
-    EXPECT_THAT(trace.Texts(), IsEmpty());
+    EXPECT_EQ(trace.Texts(), Lines());
 }
 
 TEST(Strings, NullIsReportedAndTakenAsEmpty)
@@ -213,7 +207,7 @@ TEST(StringList, WithoutMemoryTheListStaysAsItWasAndTriesAgain)
     for (const std::size_t size : {std::size_t{5}, sizeMax, (sizeMax >> 1) + 2})
     {
         FailAllocation(0, size == 5);
-        EXPECT_THAT(Traced([&] { EXPECT_EQ(list.Add(size), nullptr); }), ElementsAre(failed));
+        EXPECT_EQ(Traced([&] { EXPECT_EQ(list.Add(size), nullptr); }), Lines{failed});
         EXPECT_EQ(list.GetCount(), 0u);
     }
     const std::pair<LStringList*, std::vector<std::size_t>> lists[] = {{&list, {255, 2047}},
@@ -230,7 +224,7 @@ TEST(StringList, WithoutMemoryTheListStaysAsItWasAndTriesAgain)
             if (text == nullptr)
             {
                 grown.push_back(i);
-                EXPECT_THAT(trace.Texts(), ElementsAre(small));
+                EXPECT_EQ(trace.Texts(), Lines{small});
                 EXPECT_EQ(filled->GetCount(), i);
                 EXPECT_EQ(filled->Get(i), nullptr);
                 text = filled->Add(std::size_t{5});

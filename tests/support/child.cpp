@@ -8,9 +8,12 @@
 #include <stdexcept>
 #include <utility>
 
+#include <gtest/gtest.h>
+
 #include <shellapi.h>
 
 #include "tests/support/text.h"
+#include "tests/support/timing.h"
 
 namespace sndxtest
 {
@@ -20,12 +23,6 @@ std::map<std::string, ChildFunction>& Roles()
 {
     static std::map<std::string, ChildFunction> roles;
     return roles;
-}
-
-std::string OwnPath()
-{
-    WCHAR path[1024];
-    return Utf8(WideString(path, GetModuleFileNameW(nullptr, path, 1024)));
 }
 
 // As the runtime library's start-up reads it back.
@@ -55,47 +52,34 @@ std::string CommandLine(const std::string& program, const std::vector<std::strin
     return result;
 }
 
-constexpr char pointsVariable[] = "SNDX_POINTS";
+bool g_isChild = false;
 
-// The folder of the meeting points, the same in all processes of a test. A folder made here is removed at
-// the end of the process that made it.
-class PointsFolder
-{
-  public:
-    PointsFolder()
-    {
-        if (const char* named = std::getenv(pointsVariable))
-        {
-            path_ = named;
-            return;
-        }
-        const char* const root = std::getenv("SENDORA_ROOT"); // native only
-        path_ = (root == nullptr ? std::filesystem::temp_directory_path() : std::filesystem::path(root)) /
-                ("points-" + std::to_string(GetCurrentProcessId()));
-        owned_ = std::filesystem::create_directories(path_);
-        SetEnvironmentVariableW(Wide(pointsVariable).c_str(), Wide(path_.string()).c_str());
-    }
-    ~PointsFolder()
-    {
-        std::error_code ignored;
-        if (owned_)
-        {
-            std::filesystem::remove_all(path_, ignored);
-        }
-    }
-    const std::filesystem::path& Path() const { return path_; }
-
-  private:
-    std::filesystem::path path_;
-    bool owned_ = false;
-};
-
+// Of the meeting points, the same in all processes of a test: they have one root folder natively, and one
+// Wine prefix in which no two tests run at a time.
 const std::filesystem::path& Points()
 {
-    static const PointsFolder folder;
-    return folder.Path();
+    static const std::filesystem::path folder = []
+    {
+        const char* const root = std::getenv("SENDORA_ROOT"); // native only
+        const auto path =
+            (root == nullptr ? std::filesystem::temp_directory_path() : std::filesystem::path(root)) /
+            "sndx-points";
+        if (!g_isChild) // what an earlier test has left
+        {
+            std::filesystem::remove_all(path);
+        }
+        std::filesystem::create_directories(path);
+        return path;
+    }();
+    return folder;
 }
 } // namespace
+
+std::string OwnPath()
+{
+    WCHAR path[1024];
+    return Utf8(WideString(path, GetModuleFileNameW(nullptr, path, 1024)));
+}
 
 bool RegisterChild(const char* name, ChildFunction function)
 {
@@ -109,6 +93,7 @@ int RunChildIfAsked(int argc, char** argv)
     {
         return -1;
     }
+    g_isChild = true;
     int count = 0;
     LPWSTR* words = CommandLineToArgvW(GetCommandLineW(), &count);
     std::vector<std::string> arguments;
@@ -123,7 +108,7 @@ int RunChildIfAsked(int argc, char** argv)
 
 ChildProcess::ChildProcess(const std::string& role, const std::vector<std::string>& arguments)
 {
-    Points(); // before the child, so that it inherits the folder
+    Points(); // empty before the child uses it
     std::vector<std::string> words{"--child", role};
     words.insert(words.end(), arguments.begin(), arguments.end());
     Start(CommandLine(OwnPath(), words));
@@ -131,7 +116,6 @@ ChildProcess::ChildProcess(const std::string& role, const std::vector<std::strin
 
 ChildProcess ChildProcess::Program(const std::string& path, const std::vector<std::string>& arguments)
 {
-    Points();
     ChildProcess child;
 #ifdef _WIN32
     // Wine shows the build machine's files on drive Z:.
@@ -143,7 +127,8 @@ ChildProcess ChildProcess::Program(const std::string& path, const std::vector<st
     return child;
 }
 
-ChildProcess::ChildProcess(ChildProcess&& other) noexcept : process_(std::exchange(other.process_, nullptr))
+ChildProcess::ChildProcess(ChildProcess&& other) noexcept
+    : process_(std::exchange(other.process_, nullptr)), commandLine_(std::move(other.commandLine_))
 {
 }
 
@@ -169,6 +154,7 @@ void ChildProcess::Start(const std::string& commandLine)
     }
     CloseHandle(information.hThread);
     process_ = information.hProcess;
+    commandLine_ = commandLine;
 }
 
 bool ChildProcess::IsRunning() const
@@ -180,13 +166,14 @@ int ChildProcess::Wait(DWORD milliseconds)
 {
     DWORD code = 0;
     const bool ended = WaitForSingleObject(process_, milliseconds) == WAIT_OBJECT_0;
+    EXPECT_TRUE(ended) << "after " << milliseconds << " ms there still runs " << commandLine_;
     return ended && GetExitCodeProcess(process_, &code) ? static_cast<int>(code) : -1;
 }
 
 void ChildProcess::Kill()
 {
     TerminateProcess(process_, 1);
-    WaitForSingleObject(process_, INFINITE); // a killed process ends
+    EXPECT_EQ(WaitForSingleObject(process_, 20000), WAIT_OBJECT_0) << "killed: " << commandLine_;
 }
 
 void Announce(const std::string& point)
@@ -196,20 +183,12 @@ void Announce(const std::string& point)
 
 bool WaitFor(const std::string& point, DWORD milliseconds)
 {
-    constexpr DWORD step = 5;
-    for (DWORD waited = 0; waited < milliseconds && !std::filesystem::exists(Points() / point);
-         waited += step)
-    {
-        Sleep(step);
-    }
-    return std::filesystem::exists(Points() / point);
+    return Within(milliseconds, [&] { return std::filesystem::exists(Points() / point); });
 }
 
 void ClearPoints()
 {
-    for (const auto& entry : std::filesystem::directory_iterator(Points()))
-    {
-        std::filesystem::remove(entry.path());
-    }
+    std::filesystem::remove_all(Points());
+    std::filesystem::create_directory(Points());
 }
 } // namespace sndxtest

@@ -11,6 +11,9 @@
 
 namespace sndxtest
 {
+// The path of this program.
+std::string OwnPath();
+
 using ChildFunction = int (*)(const std::vector<std::string>& arguments);
 
 // Registers a child role; returns true so that it can initialise a constant. Use SNDX_CHILD.
@@ -30,7 +33,7 @@ class ChildProcess
     ChildProcess(ChildProcess&& other) noexcept;
 
     bool IsRunning() const;
-    // Waits for the end, at most milliseconds; the exit code, or -1 on time-out.
+    // Waits for the end, at most milliseconds; the exit code, or -1 and a failure on time-out.
     int Wait(DWORD milliseconds = 20000);
     // Ends the process at once, as a crash or the task manager does (SIGKILL natively).
     void Kill();
@@ -40,6 +43,7 @@ class ChildProcess
     ChildProcess() = default;
     void Start(const std::string& commandLine);
     HANDLE process_ = nullptr;
+    std::string commandLine_; // for messages
 };
 
 // Meeting points between the processes of one test: small files in the test's own folder.

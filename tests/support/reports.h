@@ -2,23 +2,26 @@
 // Expectations of what the product reports: a whole trace line each, with "#" for the line of a source file,
 // which moves with every edit of the product.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <regex>
 #include <string>
 #include <vector>
 
-#include <windows.h>
+#include <gtest/gtest.h>
 
-#include "tests/support/text.h"
 #include "tests/support/tracefile.h"
 
 namespace sndxtest
 {
-using Lines = std::vector<std::string>;
-
 constexpr char nullRead[] = "**LDEBUGVALIDPTRREAD attempting to read from a null ptr";
 constexpr char nullWrite[] = "**LDEBUGVALIDPTRWRITE attempting to read from a null ptr";
+
+inline bool UnderWine()
+{
+    return GetProcAddress(GetModuleHandleW(TEXT("kernel32.dll")), "wine_get_unix_file_name") != nullptr;
+}
 
 inline Lines WithoutLineNumbers(Lines texts)
 {
@@ -93,5 +96,27 @@ inline Lines operator+(Lines first, const Lines& second)
 {
     first.insert(first.end(), second.begin(), second.end());
     return first;
+}
+
+inline bool Contains(const Lines& lines, const std::string& line)
+{
+    return std::find(lines.begin(), lines.end(), line) != lines.end();
+}
+
+// Whole lines in order; an expected line that ends in three dots only tells how the line begins.
+inline testing::AssertionResult AreLines(const Lines& actual, const Lines& expected)
+{
+    const auto fits = [](const std::string& line, const std::string& wanted) {
+        return wanted.ends_with("...") ? line.starts_with(wanted.substr(0, wanted.size() - 3))
+                                       : line == wanted;
+    };
+    const auto [a, e] = std::mismatch(actual.begin(), actual.end(), expected.begin(), expected.end(), fits);
+    if (a == actual.end() && e == expected.end())
+    {
+        return testing::AssertionSuccess();
+    }
+    return testing::AssertionFailure()
+           << "from line " << a - actual.begin() << " on " << testing::PrintToString(Lines(a, actual.end()))
+           << "\ninstead of " << testing::PrintToString(Lines(e, expected.end()));
 }
 } // namespace sndxtest

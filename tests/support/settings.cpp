@@ -2,101 +2,78 @@
 
 #include <stdexcept>
 
-#include "tests/support/text.h"
+#include "tests/support/registrykey.h"
 
 namespace sndxtest
 {
 namespace
 {
-constexpr std::string_view companyKey = "Taleno Software";
+// The 32-bit view of the machine's settings is a key in the native one.
+const std::string sharedCompany = "Software\\Wow6432Node\\Taleno Software";
+const std::string userCompany = "Software\\Taleno Software";
 
-void Check(LONG error, const char* what)
+void Check(LONG error, const std::string& what)
 {
     if (error != 0)
     {
-        throw std::runtime_error(std::string(what) + ": error " + std::to_string(error));
+        throw std::runtime_error(what + ": error " + std::to_string(error));
     }
 }
 
-void RemoveCompanyKey(HKEY root, REGSAM view)
+std::string SectionPath(const std::string& company, const std::string& section)
 {
-    HKEY software = nullptr;
-    Check(RegOpenKeyExW(root, TEXT("Software"), 0, KEY_ALL_ACCESS | view, &software), "opening Software");
-    const LONG deleted = RegDeleteTreeW(software, Wide(companyKey).c_str());
-    RegCloseKey(software);
-    if (deleted != LONG{ERROR_FILE_NOT_FOUND})
-    {
-        Check(deleted, "deleting the settings");
-    }
+    return company + "\\Sendora" + (section.empty() ? "" : "\\" + section);
 }
 
-std::string SectionPath(std::string_view section)
+void SetBytes(HKEY root, const std::string& path, const std::string& name, DWORD type, Bytes bytes)
 {
-    const std::string path = "Software\\" + std::string(companyKey) + "\\Sendora";
-    return section.empty() ? path : path + "\\" + std::string(section);
-}
-
-void SetBytes(HKEY root, REGSAM view, std::string_view path, std::string_view name, DWORD type,
-              const BYTE* bytes, std::size_t size)
-{
-    HKEY key = nullptr;
-    Check(RegCreateKeyExW(root, Wide(path).c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE | view,
-                          nullptr, &key, nullptr),
-          "creating a section");
+    const Key key(Key::Create, root, path, KEY_WRITE);
+    Check(key.error, "creating " + path);
+    const auto size = static_cast<DWORD>(bytes.size());
     // Windows looks behind text that comes without a terminator, and stores the one that it finds there.
-    std::vector<BYTE> guarded(bytes, bytes + size);
-    guarded.insert(guarded.end(), 4, BYTE{'x'});
-    const LONG error =
-        RegSetValueExW(key, Wide(name).c_str(), 0, type, guarded.data(), static_cast<DWORD>(size));
-    RegCloseKey(key);
-    Check(error, "setting a value");
-}
-
-void SetString(HKEY root, REGSAM view, std::string_view path, std::string_view name, std::string_view text)
-{
-    const WideString wide = Wide(text);
-    SetBytes(root, view, path, name, REG_SZ, reinterpret_cast<const BYTE*>(wide.c_str()),
-             (wide.size() + 1) * sizeof(WCHAR));
+    bytes.insert(bytes.end(), 4, BYTE{'x'});
+    Check(RegSetValueExW(key, Wide(name).c_str(), 0, type, bytes.data(), size), "setting " + name);
 }
 } // namespace
 
 void RemoveAllSettings()
 {
-    RemoveCompanyKey(HKEY_LOCAL_MACHINE, KEY_WOW64_32KEY);
-    RemoveCompanyKey(HKEY_CURRENT_USER, 0);
+    for (const auto& [root, company] :
+         {std::pair{HKEY_LOCAL_MACHINE, sharedCompany}, {HKEY_CURRENT_USER, userCompany}})
+    {
+        const LONG error = RegDeleteTreeW(root, Wide(company).c_str());
+        Check(error == LONG{ERROR_FILE_NOT_FOUND} ? 0 : error, "deleting " + company);
+    }
 }
 
-void SetSharedString(std::string_view section, std::string_view name, std::string_view text)
+void SetSharedBytes(const std::string& section, const std::string& name, DWORD type, const Bytes& bytes)
 {
-    SetString(HKEY_LOCAL_MACHINE, KEY_WOW64_32KEY, SectionPath(section), name, text);
+    SetBytes(HKEY_LOCAL_MACHINE, SectionPath(sharedCompany, section), name, type, bytes);
 }
 
-void SetUserString(std::string_view section, std::string_view name, std::string_view text)
+void SetUserBytes(const std::string& section, const std::string& name, DWORD type, const Bytes& bytes)
 {
-    SetString(HKEY_CURRENT_USER, 0, SectionPath(section), name, text);
+    SetBytes(HKEY_CURRENT_USER, SectionPath(userCompany, section), name, type, bytes);
 }
 
-void SetSharedBytes(std::string_view section, std::string_view name, DWORD type,
-                    const std::vector<BYTE>& bytes)
+void SetSharedString(const std::string& section, const std::string& name, const std::string& text)
 {
-    SetBytes(HKEY_LOCAL_MACHINE, KEY_WOW64_32KEY, SectionPath(section), name, type, bytes.data(),
-             bytes.size());
+    SetSharedBytes(section, name, REG_SZ, TextBytes(text));
 }
 
-void SetUserBytes(std::string_view section, std::string_view name, DWORD type, const std::vector<BYTE>& bytes)
+void SetUserString(const std::string& section, const std::string& name, const std::string& text)
 {
-    SetBytes(HKEY_CURRENT_USER, 0, SectionPath(section), name, type, bytes.data(), bytes.size());
+    SetUserBytes(section, name, REG_SZ, TextBytes(text));
 }
 
-void SetMachineString(std::string_view path, std::string_view name, std::string_view text)
+void SetMachineString(const std::string& path, const std::string& name, const std::string& text)
 {
-    SetString(HKEY_LOCAL_MACHINE, 0, path, name, text);
+    SetBytes(HKEY_LOCAL_MACHINE, path, name, REG_SZ, TextBytes(text));
 }
 
-void AddAccount(std::string_view name, std::string_view localFolder, std::string_view lastUpdate)
+void AddAccount(const std::string& name, const std::string& localFolder, const std::string& lastUpdate)
 {
-    const std::string section = "Accounts\\" + std::string(name);
-    SetSharedString(section, "LocalFolder", localFolder);
-    SetSharedString(section, "LastUpdate", lastUpdate);
+    SetSharedString("Accounts\\" + name, "LocalFolder", localFolder);
+    SetSharedString("Accounts\\" + name, "LastUpdate", lastUpdate);
 }
 } // namespace sndxtest

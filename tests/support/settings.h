@@ -4,14 +4,16 @@
 // Software\Taleno Software\Sendora. Every function throws std::runtime_error when the registry refuses.
 
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <windows.h>
 
 namespace sndxtest
 {
-// Deletes every setting of the product, machine-wide and of this user, and nothing else.
+using Bytes = std::vector<BYTE>;
+
+// Deletes the company's whole key, machine-wide in the 32-bit view and of this user: settings of other
+// products go, too, so a user's own registry is no place for tests.
 void RemoveAllSettings();
 
 // No settings before and after the lifetime of one; a member of fixtures that write settings.
@@ -26,18 +28,16 @@ class CleanSettings
 
 // Text is UTF-8 and stored with its terminator. A section may be a path ("Accounts\\A1"); an empty name is
 // the key's default value.
-void SetSharedString(std::string_view section, std::string_view name, std::string_view text);
-void SetUserString(std::string_view section, std::string_view name, std::string_view text);
+void SetSharedString(const std::string& section, const std::string& name, const std::string& text);
+void SetUserString(const std::string& section, const std::string& name, const std::string& text);
 
 // Exactly these bytes, whatever the type: also text without terminator and half characters.
-void SetSharedBytes(std::string_view section, std::string_view name, DWORD type,
-                    const std::vector<BYTE>& bytes);
-void SetUserBytes(std::string_view section, std::string_view name, DWORD type,
-                  const std::vector<BYTE>& bytes);
+void SetSharedBytes(const std::string& section, const std::string& name, DWORD type, const Bytes& bytes);
+void SetUserBytes(const std::string& section, const std::string& name, DWORD type, const Bytes& bytes);
 
 // A string anywhere in HKEY_LOCAL_MACHINE, in the native view; RegDeleteTreeW removes it.
-void SetMachineString(std::string_view path, std::string_view name, std::string_view text);
+void SetMachineString(const std::string& path, const std::string& name, const std::string& text);
 
 // One account of the product: a key below the section Accounts. localFolder is a Windows path.
-void AddAccount(std::string_view name, std::string_view localFolder, std::string_view lastUpdate = "0");
+void AddAccount(const std::string& name, const std::string& localFolder, const std::string& lastUpdate = "0");
 } // namespace sndxtest

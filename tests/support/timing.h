@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
+#include <thread>
 
 #include <windows.h>
 
@@ -41,6 +42,19 @@ bool Within(DWORD milliseconds, Condition condition)
         met = condition();
     }
     return met;
+}
+
+// Runs the action in so many milliseconds on a thread of its own, which ends with the returned object at the
+// latest.
+template <class Action>
+std::jthread Later(DWORD milliseconds, Action action)
+{
+    return std::jthread(
+        [=]
+        {
+            Sleep(milliseconds);
+            action();
+        });
 }
 
 // Handles that a hundred runs of an operation leave open. Handle values grow by 4 with every further open

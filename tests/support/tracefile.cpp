@@ -1,12 +1,13 @@
 #include "tests/support/tracefile.h"
 
-#include <cctype>
+#include <algorithm>
+#include <string_view>
 
 #include <gtest/gtest.h>
 
 #include <shlobj.h>
 
-#include "tests/support/text.h"
+#include "tests/support/child.h"
 
 namespace sndxtest
 {
@@ -14,33 +15,20 @@ namespace
 {
 bool StampAt(const std::string& content, std::size_t at)
 {
-    static const char pattern[] = "dd:dd:dd.ddd??dddd";
-    for (std::size_t i = 0; pattern[i] != 0; ++i)
-    {
-        if (at + i >= content.size())
-        {
-            return false;
-        }
-        const char c = content[at + i];
-        const bool fits = pattern[i] == 'd'   ? std::isdigit(static_cast<unsigned char>(c)) != 0
-                          : pattern[i] == '?' ? c == ' ' || c == '*'
-                                              : c == pattern[i];
-        if (!fits)
-        {
-            return false;
-        }
-    }
-    return true;
+    constexpr std::string_view pattern = "00:00:00.000??0000";
+    const std::string_view text = std::string_view(content).substr(at, pattern.size());
+    return std::equal(text.begin(), text.end(), pattern.begin(), pattern.end(),
+                      [](char c, char p) {
+                          return p == '0' ? c >= '0' && c <= '9' : p == '?' ? c == ' ' || c == '*' : c == p;
+                      });
 }
 
+// File name without folder and extension.
 std::string OwnTitle()
 {
-    WCHAR path[1024];
-    GetModuleFileNameW(nullptr, path, 1024);
-    std::string name = Utf8(path);
-    name = name.substr(name.find_last_of("/\\") + 1);
-    const std::size_t dot = name.rfind('.');
-    return dot == std::string::npos || dot == 0 ? name : name.substr(0, dot);
+    const std::string path = OwnPath();
+    const std::size_t begin = path.find_last_of("/\\") + 1;
+    return path.substr(begin, path.rfind('.') - begin);
 }
 } // namespace
 
@@ -113,9 +101,9 @@ std::vector<TraceLine> ParseTrace(const std::string& content)
     return lines;
 }
 
-std::vector<std::string> Texts(const std::vector<TraceLine>& lines)
+Lines Texts(const std::vector<TraceLine>& lines)
 {
-    std::vector<std::string> texts;
+    Lines texts;
     for (const TraceLine& line : lines)
     {
         texts.push_back((line.error ? "**" : "") + line.text);

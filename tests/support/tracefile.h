@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include <windows.h>
+#include "tests/support/text.h"
 
 namespace sndxtest
 {
@@ -30,7 +30,7 @@ void WriteWholeFile(const std::string& path, const std::string& bytes);
 std::vector<TraceLine> ParseTrace(const std::string& content);
 
 // "text", or "**text" for an error line: the form that expectations are written in.
-std::vector<std::string> Texts(const std::vector<TraceLine>& lines);
+Lines Texts(const std::vector<TraceLine>& lines);
 
 // Deletes the trace file of the title and its older generations.
 void RemoveTraceFiles(const std::string& title = {});
@@ -42,7 +42,7 @@ class TraceCapture
     explicit TraceCapture(const std::string& title = {});
     // Lines written since construction, or since the last call of Restart.
     std::vector<TraceLine> Lines() const;
-    std::vector<std::string> Texts() const { return sndxtest::Texts(Lines()); }
+    sndxtest::Lines Texts() const { return sndxtest::Texts(Lines()); }
     void Restart();
 
   private:

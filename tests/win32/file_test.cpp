@@ -3,19 +3,28 @@
 // with the module.
 
 #include <functional>
-#include <thread>
+#include <tuple>
 
-#include <gmock/gmock.h>
-
+#ifndef _WIN32
+#include "sndxposix.h"
+#endif
 #include "tests/support/reports.h"
-#include "tests/win32/timing.h"
+#include "tests/support/timing.h"
 #include "win32/file.h"
 
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
+
+#ifndef _WIN32 // the native layer's calls can be made to fail
+void RefuseSharing(const char* function, unsigned count)
+{
+    for (unsigned i = 0; i < count; ++i)
+    {
+        sndxposix::FailCall(function, ERROR_SHARING_VIOLATION, i);
+    }
+}
+#endif
 
 class File : public ::testing::Test
 {
@@ -24,7 +33,7 @@ class File : public ::testing::Test
     ~File() override
     {
         RemoveTraceFiles("file");
-        EXPECT_THAT(trace_.Texts(), IsEmpty());
+        EXPECT_EQ(trace_.Texts(), Lines());
     }
 
     // The file, open, sharing what it is told to.
@@ -66,14 +75,8 @@ TEST_F(File, AFileThatIsLetGoInTimeIsOpenedOrDeleted)
     for (const auto& [share, operation] : operations)
     {
         LFileRef held(Hold(share));
-        std::thread other(
-            [&held]
-            {
-                Sleep(100);
-                held.Close();
-            });
+        const auto other = Later(100, [&held] { held.Close(); });
         EXPECT_TRUE(operation());
-        other.join();
     }
     EXPECT_EQ(GetFileAttributesW(path_.c_str()), INVALID_FILE_ATTRIBUTES);
 }
@@ -84,6 +87,12 @@ TEST_F(File, OtherFailuresAreNotWaitedFor)
     EXPECT_FALSE(LReadFileRef(path_.c_str(), 60000).IsOpen());
     EXPECT_FALSE(LWriteFileRef(missing_.c_str(), 60000).IsOpen());
     EXPECT_FALSE(LFile::DeleteWithRetry(path_.c_str(), 60000));
+#ifndef _WIN32
+    RefuseSharing("CreateFileW", 2);
+    sndxposix::FailCall("CreateFileW", ERROR_ACCESS_DENIED, 2);
+    EXPECT_FALSE(LReadFileRef(path_.c_str(), 60000).IsOpen());
+    EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+#endif
     EXPECT_LT(stopwatch.Milliseconds(), 10000);
 }
 
@@ -131,29 +140,23 @@ TEST_F(File, AFileThatIsNotOpenGivesNothingAndSizesBeyond32BitsAreReported)
     LWriteFileRef writer(missing_.c_str(), 0);
     EXPECT_EQ(reader.Read(buffer, UINT32_MAX), 0u);
     EXPECT_EQ(writer.Write(buffer, UINT32_MAX), 0u);
-    EXPECT_THAT(trace_.Texts(), IsEmpty());
+    EXPECT_EQ(trace_.Texts(), Lines());
     reader.Read(buffer, tooLarge);
     writer.Write(buffer, tooLarge);
-    EXPECT_THAT(WithoutLineNumbers(trace_.Texts()),
-                ElementsAre(Assertion("LFileRef::_Read", "BufferSize <= UINT32_MAX", "win32/file.cpp"),
-                            Assertion("LFileRef::_Write", "BufferSize <= UINT32_MAX", "win32/file.cpp")));
+    EXPECT_EQ(WithoutLineNumbers(trace_.Texts()),
+              (Lines{Assertion("LFileRef::_Read", "BufferSize <= UINT32_MAX", "win32/file.cpp"),
+                     Assertion("LFileRef::_Write", "BufferSize <= UINT32_MAX", "win32/file.cpp")}));
     trace_.Restart();
     EXPECT_STREQ(buffer, "xyz");
     EXPECT_FALSE(LBufferedReadFileRef(missing_.c_str(), 0).ReadLine(buffer, sizeof(buffer)));
     EXPECT_STREQ(buffer, "");
 }
 
-struct Reading
-{
-    std::string content;
-    std::size_t size; // of the line buffer
-    Lines lines;
-};
-
 TEST_F(File, LinesAreSplitAtEveryKindOfEndAndCutToTheBuffer)
 {
     const auto many = [](std::size_t count) { return std::string(count, 'x'); };
-    const Reading readings[] = {
+    // What the file holds, the size of the line buffer, the lines.
+    const std::tuple<std::string, std::size_t, Lines> readings[] = {
         {"", 100, {}},
         {"a\r\n\rb\nc", 100, {"a", "", "b", "c"}},
         {"\n", 100, {""}},
@@ -170,20 +173,56 @@ TEST_F(File, LinesAreSplitAtEveryKindOfEndAndCutToTheBuffer)
         {many(8192), 9000, {many(8192)}},
         {many(20000) + "\n\nc\n", 8192, {many(8191), "", "c"}},
     };
-    for (const Reading& reading : readings)
+    for (const auto& [content, size, expected] : readings)
     {
-        SCOPED_TRACE(reading.content.substr(0, 20) + " " + std::to_string(reading.content.size()));
-        WriteWholeFile(name_, reading.content);
+        SCOPED_TRACE(content.substr(0, 20) + " " + std::to_string(content.size()));
+        WriteWholeFile(name_, content);
         LBufferedReadFileRef file(path_.c_str(), 0);
         Lines lines;
-        std::vector<char> buffer(reading.size, '#');
+        std::vector<char> buffer(size, '#');
         while (file.ReadLine(buffer.data(), buffer.size()) && lines.size() < 20)
         {
             lines.emplace_back(buffer.data());
         }
-        EXPECT_EQ(lines, reading.lines);
+        EXPECT_EQ(lines, expected);
         EXPECT_STREQ(buffer.data(), "");
         EXPECT_FALSE(file.ReadLine(buffer.data(), buffer.size())) << "the end stays the end";
     }
 }
+
+#ifndef _WIN32
+TEST_F(File, TheSeventhAttemptWithinASecondIsTheLast)
+{
+    WriteWholeFile(name_, "x");
+    const std::pair<const char*, std::function<bool()>> operations[] = {
+        {"CreateFileW", [this] { return LReadFileRef(path_.c_str(), 1000).IsOpen(); }},
+        {"DeleteFileW", [this] { return LFile::DeleteWithRetry(path_.c_str(), 1000); }}};
+    for (const auto& [function, operation] : operations)
+    {
+        RefuseSharing(function, 8);
+        EXPECT_FALSE(operation()) << function;
+        EXPECT_EQ(sndxposix::PendingFailures(), 1u) << function;
+        sndxposix::ResetFailures();
+        RefuseSharing(function, 6);
+        EXPECT_TRUE(operation()) << function;
+    }
+}
+
+TEST_F(File, FailedTransfersCountNothingAndAnUnknownFolderIsEmpty)
+{
+    WriteWholeFile(name_, "x");
+    char byte = 0;
+    {
+        LReadFileRef reader(path_.c_str(), 0);
+        sndxposix::FailCall("ReadFile", ERROR_GEN_FAILURE);
+        EXPECT_EQ(reader.Read(&byte, 1), 0u);
+        EXPECT_EQ(reader.Read(&byte, 1), 1u);
+    }
+    sndxposix::FailCall("WriteFile", ERROR_DISK_FULL);
+    EXPECT_EQ(LWriteFileRef(path_.c_str(), 0).Write(&byte, 1), 0u);
+    sndxposix::FailCall("SHGetFolderPathW", ERROR_FILE_NOT_FOUND);
+    WCHAR folder[LSTR] = {'x', 0};
+    EXPECT_EQ(Utf8(LFile::GetAppDataFolder(folder)), "");
+}
+#endif
 } // namespace

@@ -1,24 +1,21 @@
 // The in-process lock: that it excludes, and that it reports every breach of its rules without failing.
 
 #include <atomic>
-#include <future>
 #include <memory>
 #include <thread>
-
-#include <gmock/gmock.h>
+#include <tuple>
 
 #ifndef _WIN32
 #include "sndxposix.h"
 #endif
 
 #include "tests/support/reports.h"
+#include "tests/support/timing.h"
 #include "win32/mutex.h"
 
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 const std::string lockedTwice =
     FailedCheck("uTCLockTime == 0",
@@ -50,11 +47,7 @@ class OtherLocker
     ~OtherLocker() { thread_.join(); }
     bool DoneWithin(DWORD milliseconds) const
     {
-        for (DWORD waited = 0; !done_ && waited < milliseconds; waited += 5)
-        {
-            Sleep(5);
-        }
-        return done_;
+        return Within(milliseconds, [this] { return done_.load(); });
     }
 
   private:
@@ -76,12 +69,12 @@ TEST(LockObject, ADoubleLockIsReportedAndStaysBalanced)
 {
     LLockObject lock;
     lock.Lock();
-    EXPECT_THAT(Traced([&] { lock.Lock(); }), ElementsAre(lockedTwice, lockedInLock));
-    EXPECT_THAT(Traced([&] { lock.Unlock(); }), IsEmpty());
+    EXPECT_EQ(Traced([&] { lock.Lock(); }), (Lines{lockedTwice, lockedInLock}));
+    EXPECT_EQ(Traced([&] { lock.Unlock(); }), Lines());
     // One level is left: the other thread still has to wait.
     const OtherLocker other(lock);
     EXPECT_FALSE(other.DoneWithin(100));
-    EXPECT_THAT(Traced([&] { lock.Unlock(); }), ElementsAre(neverLocked, heldLong));
+    EXPECT_EQ(Traced([&] { lock.Unlock(); }), (Lines{neverLocked, heldLong}));
     EXPECT_TRUE(other.DoneWithin(20000));
 }
 
@@ -90,14 +83,14 @@ TEST(LockObject, ASecondObjectInsideALockIsReportedAndLocked)
     LLockObject first;
     LLockObject second;
     first.Lock();
-    EXPECT_THAT(Traced([&] { second.Lock(); }), ElementsAre(lockedInLock));
+    EXPECT_EQ(Traced([&] { second.Lock(); }), Lines{lockedInLock});
     {
         const OtherLocker other(second);
         EXPECT_FALSE(other.DoneWithin(50));
         second.Unlock();
     }
     first.Unlock();
-    EXPECT_THAT(Traced([&] { const LLockObjectScope again(second); }), IsEmpty());
+    EXPECT_EQ(Traced([&] { const LLockObjectScope again(second); }), Lines());
 }
 
 TEST(LockObject, OnlyTheMostRecentLockerCountsAsNested)
@@ -108,21 +101,21 @@ TEST(LockObject, OnlyTheMostRecentLockerCountsAsNested)
     // The other thread's lock has taken this thread's place in between.
     first.Lock();
     EXPECT_TRUE(OtherLocker(third).DoneWithin(20000));
-    EXPECT_THAT(Traced([&] { const LLockObjectScope nested(second); }), IsEmpty());
+    EXPECT_EQ(Traced([&] { const LLockObjectScope nested(second); }), Lines());
     // An unlock on this thread does not clear the other thread's record.
-    std::promise<void> locked;
-    std::promise<void> unlocked;
+    std::atomic<bool> locked = false;
+    std::atomic<bool> unlocked = false;
     std::thread other(
         [&]
         {
             const LLockObjectScope scope(third);
-            locked.set_value();
-            unlocked.get_future().wait();
-            EXPECT_THAT(Traced([&] { const LLockObjectScope nested(second); }), ElementsAre(lockedInLock));
+            locked = true;
+            EXPECT_TRUE(Within(20000, [&] { return unlocked.load(); })) << "the unlock on this thread";
+            EXPECT_EQ(Traced([&] { const LLockObjectScope nested(second); }), Lines{lockedInLock});
         });
-    locked.get_future().wait();
+    EXPECT_TRUE(Within(20000, [&] { return locked.load(); })) << "the lock on the other thread";
     first.Unlock();
-    unlocked.set_value();
+    unlocked = true;
     other.join();
 }
 
@@ -130,46 +123,41 @@ TEST(LockObject, UnlockWithoutLockIsReportedAndChangesNothing)
 {
     LLockObject lock;
     // The hold time counts from 0, and the system runs for more than five seconds.
-    EXPECT_THAT(Traced([&] { lock.Unlock(); }), ElementsAre(neverLocked, heldLong));
+    EXPECT_EQ(Traced([&] { lock.Unlock(); }), (Lines{neverLocked, heldLong}));
     EXPECT_TRUE(OtherLocker(lock).DoneWithin(20000));
     lock.Lock();
     std::thread([&] { lock.Unlock(); }).join();
     const OtherLocker other(lock);
     EXPECT_FALSE(other.DoneWithin(100)) << "a thread left a section that it had not entered";
-    EXPECT_THAT(Traced([&] { lock.Unlock(); }), IsEmpty());
+    EXPECT_EQ(Traced([&] { lock.Unlock(); }), Lines());
 }
 
 TEST(LockObject, DestructionWhileLockedIsReportedOnce)
 {
     auto lock = std::make_unique<LLockObject>();
     lock->Lock();
-    EXPECT_THAT(Traced([&] { lock.reset(); }),
-                ElementsAre("**LLockObject::~LLockObject  Not unlocked before destruction. Check you "
-                            "have matching unlocks"));
+    EXPECT_EQ(Traced([&] { lock.reset(); }),
+              Lines{"**LLockObject::~LLockObject  Not unlocked before destruction. Check you "
+                    "have matching unlocks"});
     LLockObject::ResetLockThread();
 }
 
 #ifndef _WIN32 // the native layer's tick count can be set
 TEST(LockObject, ALockHeldForMoreThanFiveSecondsIsReported)
 {
-    struct Hold
-    {
-        std::uint32_t lockedAt;
-        std::uint32_t milliseconds;
-        Lines reports;
-    };
-    const Hold holds[] = {{70000, 5000, {}},
-                          {70000, 5001, {heldLong}},
-                          {0xFFFFFFFFu - 99, 200, {}}, // across the wrap of the counter
-                          {0xFFFFFFFFu - 99, 5001, {heldLong}},
-                          {0, 100, {}}}; // a lock at tick 0 counts as a lock
-    for (const Hold& hold : holds)
+    const std::tuple<DWORD, DWORD, Lines> holds[] = {
+        {70000, 5000, {}},
+        {70000, 5001, {heldLong}},
+        {0xFFFFFFFFu - 99, 200, {}}, // across the wrap of the counter
+        {0xFFFFFFFFu - 99, 5001, {heldLong}},
+        {0, 100, {}}}; // a lock at tick 0 counts as a lock
+    for (const auto& [lockedAt, milliseconds, reports] : holds)
     {
         LLockObject lock;
-        sndxposix::SetTickCount(hold.lockedAt);
+        sndxposix::SetTickCount(lockedAt);
         lock.Lock();
-        sndxposix::AdvanceTickCount(hold.milliseconds);
-        EXPECT_EQ(Traced([&] { lock.Unlock(); }), hold.reports) << hold.lockedAt << "+" << hold.milliseconds;
+        sndxposix::AdvanceTickCount(milliseconds);
+        EXPECT_EQ(Traced([&] { lock.Unlock(); }), reports) << lockedAt << "+" << milliseconds;
     }
     LLockObject unlocked; // is measured from zero
     sndxposix::SetTickCount(5000);

@@ -10,6 +10,7 @@ namespace sndxtest
 class RecordingWaiter final : public LSignalWaiter
 {
   public:
+    using Times = std::vector<std::uint32_t>;
     bool IsStopRequested() override { return true; }
     LWaitResult Sleep(std::uint32_t milliseconds) override { return Note(milliseconds); }
     LWaitResult WaitSignal(HANDLE, std::uint32_t milliseconds) override { return Note(milliseconds); }
@@ -17,7 +18,7 @@ class RecordingWaiter final : public LSignalWaiter
     {
         return Note(milliseconds);
     }
-    std::vector<std::uint32_t> asked;
+    Times asked;
 
   private:
     LWaitResult Note(std::uint32_t milliseconds)

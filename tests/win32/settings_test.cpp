@@ -1,19 +1,18 @@
-// Reading single settings from real registry values of every make.
+// Reading settings from real registry values of every make: single ones, records of machine-wide ones and the
+// walk over their sub-keys. The lines that a walk traces are tested with the module's load.
 
 #include <cstring>
-
-#include <gmock/gmock.h>
+#include <tuple>
 
 #include "tests/support/reports.h"
 #include "tests/support/settings.h"
-#include "tests/win32/timing.h"
+#include "tests/support/timing.h"
 #include "win32/settings.h"
+#include "win32/settingsrecord.h"
 
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 const std::string product = "Software\\Taleno Software\\Sendora\\";
 const WideString testPath = Wide(product + "Test");
@@ -43,17 +42,11 @@ TEST_F(Settings, AnyValueIsReadIntoTheBufferOrNotAtAll)
     const auto units = [](const std::u16string& text, std::size_t size)
     {
         const BYTE* bytes = reinterpret_cast<const BYTE*>(text.c_str());
-        return std::vector<BYTE>(bytes, bytes + size);
+        return Bytes(bytes, bytes + size);
     };
     const std::u16string full(259, u'x');
     const std::string n259(259, 'x');
-    struct Stored
-    {
-        DWORD type;
-        std::vector<BYTE> bytes;
-        std::string text;
-    };
-    const Stored values[] = {
+    const std::tuple<DWORD, Bytes, std::string> values[] = {
         {REG_SZ, units(u"\u00e4b\u4e2d", 8), "\u00e4b\u4e2d"},
         {REG_SZ, units(u"abc", 6), "abc"}, // without its terminator
         {REG_SZ, units(full, 520), n259},
@@ -69,18 +62,18 @@ TEST_F(Settings, AnyValueIsReadIntoTheBufferOrNotAtAll)
         {REG_MULTI_SZ, units(std::u16string(u"a\0b\0", 4), 10), "a"},
     };
     const TraceCapture trace;
-    for (const Stored& stored : values)
+    for (const auto& [type, bytes, text] : values)
     {
-        SetSharedBytes("Test", "Value", stored.type, stored.bytes);
+        SetSharedBytes("Test", "Value", type, bytes);
         WCHAR output[LSTR + 1];
         std::fill(std::begin(output), std::end(output), WCHAR{'#'});
         EXPECT_EQ(RegGetString32BitStore(HKEY_LOCAL_MACHINE, testPath.c_str(), TEXT("Value"), TEXT("default"),
                                          output),
-                  stored.text != "default");
-        EXPECT_EQ(Utf8(output), stored.text) << stored.bytes.size();
+                  text != "default");
+        EXPECT_EQ(Utf8(output), text) << bytes.size();
         EXPECT_EQ(output[LSTR], WCHAR{'#'}) << "written behind the buffer";
     }
-    EXPECT_THAT(trace.Texts(), IsEmpty());
+    EXPECT_EQ(trace.Texts(), Lines());
 }
 
 TEST_F(Settings, MachineWideOnesLiveInThe32BitViewAndAUsersOwnApart)
@@ -97,7 +90,7 @@ TEST_F(Settings, MachineWideOnesLiveInThe32BitViewAndAUsersOwnApart)
     EXPECT_EQ(Get(&LUserSettingGetString, "Value"), "user's");
     EXPECT_EQ(Get(&LUserSettingGetString, "NativeOnly"), "none");
     const std::string shared = "_LSharedSetting32GetString ";
-    EXPECT_THAT(trace.Texts(), ElementsAre(shared, shared, "_LUserSetting32GetString "));
+    EXPECT_EQ(trace.Texts(), (Lines{shared, shared, "_LUserSetting32GetString "}));
     WCHAR output[LSTR];
     EXPECT_TRUE(RegGetString(HKEY_LOCAL_MACHINE, testPath.c_str(), TEXT("NativeOnly"), TEXT("none"), output));
     EXPECT_EQ(Utf8(output), "native");
@@ -161,4 +154,112 @@ TEST_F(Settings, NamesAtOddAddressesAreReportedAndUsed)
     EXPECT_EQ(Utf8(output), "text");
 }
 #endif
+
+using Record = LSharedSettings32Record;
+using Iterator = LSettings32ListIteratorTemplate<Record>;
+
+class SettingsRecord : public Settings
+{
+  protected:
+    static std::string String(const Record& record, const char* name)
+    {
+        WCHAR text[LSTR];
+        record.GetString(Wide(name).c_str(), TEXT("none"), text);
+        return Utf8(text);
+    }
+    // Names and key paths of the records of a walk.
+    static Lines Walk(const WCHAR* section)
+    {
+        Lines records;
+        Iterator iterator{Record(section)};
+        for (; iterator.IsValid() && records.size() < 20; iterator.Next())
+        {
+            const Record& record = iterator.GetRecord();
+            EXPECT_EQ(record.GetRoot(), HKEY_LOCAL_MACHINE);
+            records.push_back(Utf8(record.GetPrimaryKey()) + " at " + Utf8(record.GetKeyPath()) + ": " +
+                              String(record, "LocalFolder"));
+        }
+        AddAccount("zz", "C:\\zz"); // behind the end
+        iterator.Next();
+        EXPECT_FALSE(iterator.IsValid());
+        return records;
+    }
+};
+
+TEST_F(SettingsRecord, ReadsTheValuesOfOneKeyOfTheMachine)
+{
+    SetSharedString("Accounts\\A1", "LocalFolder", "C:\\Data");
+    SetSharedString("Accounts\\A1", "LastUpdate", "1700000000");
+    SetSharedString("Accounts\\A1", "Text", "abc");
+    SetUserString("Accounts\\A1", "UserOnly", "5");
+    const Record original(TEXT("Accounts\\A1"));
+    Record copy(original);
+    const Record& record = copy;
+    EXPECT_EQ(record.GetRoot(), HKEY_LOCAL_MACHINE);
+    EXPECT_EQ(Utf8(record.GetPrimaryKey()), "Accounts\\A1");
+    EXPECT_EQ(Utf8(record.GetKeyPath()), product + "Accounts\\A1");
+    EXPECT_EQ(String(record, "LocalFolder"), "C:\\Data");
+    EXPECT_EQ(String(record, "UserOnly"), "none");
+    EXPECT_EQ(record.GetInt(TEXT("LastUpdate"), -1), 1700000000);
+    EXPECT_EQ(record.GetInt(TEXT("Missing"), -1), -1);
+    EXPECT_EQ(record.GetInt(TEXT("Text"), -1), 0);
+    copy.Invalidate();
+    EXPECT_FALSE(copy.IsValid());
+    EXPECT_TRUE(original.IsValid());
+}
+
+TEST_F(SettingsRecord, AnInvalidRecordReportsAndGoesOnWithTheRootKey)
+{
+    const Record record;
+    EXPECT_FALSE(record.IsValid());
+    ASSERT_EQ(RegSetValueExW(HKEY_LOCAL_MACHINE, TEXT("SndxTestRoot"), 0, REG_SZ,
+                             reinterpret_cast<const BYTE*>(TEXT("12")), 6),
+              0);
+    Record sub;
+    TraceCapture trace;
+    EXPECT_EQ(record.GetInt(TEXT("SndxTestRoot"), 0), 12);
+    record.OpenSubRecord(TEXT("Sub"), sub);
+    Lines expected;
+    for (const std::string function : {"GetInt ", "GetString ", "OpenSubRecord "})
+    {
+        expected.push_back("LSharedSettings32Record::" + function);
+        expected.push_back("**LSharedSettings32Record::" + function +
+                           "Attempting to access an invalid LSharedSettings32Record");
+    }
+    EXPECT_EQ(trace.Texts(), expected);
+    EXPECT_EQ(Utf8(sub.GetKeyPath()), "\\Sub");
+    RegDeleteValueW(HKEY_LOCAL_MACHINE, TEXT("SndxTestRoot"));
+}
+
+TEST_F(SettingsRecord, AnOverlongPathOfASubRecordIsCut)
+{
+    const std::string name(255, 'n');
+    const std::string cut = (product + "Accounts\\" + name).substr(0, 259);
+    Record output;
+    const Record record(TEXT("Accounts"));
+    EXPECT_EQ(Traced([&] { record.OpenSubRecord(Wide(name).c_str(), output); }),
+              (Lines{"LSharedSettings32Record::OpenSubRecord "} + Overflow("lw", cut)));
+    EXPECT_EQ(Utf8(output.GetPrimaryKey()), name);
+    EXPECT_EQ(Utf8(output.GetKeyPath()), cut);
+}
+
+TEST_F(SettingsRecord, TheWalkYieldsEverySubKeyOnceInTheRegistrysOrder)
+{
+    EXPECT_EQ(Walk(TEXT("Accounts")), Lines()) << "of a missing key, also when it comes meanwhile";
+    RemoveAllSettings();
+    SetSharedString("Accounts", "Value", "no key");
+    EXPECT_EQ(Walk(TEXT("Accounts")), Lines());
+    RemoveAllSettings();
+    Lines expected;
+    for (const std::string name : {"1", "9", "a \u00e4", "B", "c"}) // as every registry sorts them
+    {
+        AddAccount(name, "C:\\" + name);
+        SetSharedString("Accounts\\" + name + "\\Deeper", "x", "y");
+        expected.push_back(name + " at " + product + "Accounts\\" + name + ": C:\\" + name);
+    }
+    SetMachineString(product + "Accounts\\Native", "x", "y"); // not in the 32-bit view
+    EXPECT_EQ(Walk(TEXT("Accounts")), expected);
+    const Record accounts(TEXT("Accounts"));
+    EXPECT_EQ(HandlesLeft([&] { const Iterator iterator(accounts); }), 0);
+}
 } // namespace

@@ -1,9 +1,9 @@
 // The plain waiter's answers, and the forms without a time-out that every waiter has.
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include "tests/win32/recordingwaiter.h"
-#include "tests/win32/timing.h"
+#include "tests/support/timing.h"
 #include "win32/handle.h"
 
 namespace
@@ -74,6 +74,6 @@ TEST(SignalWaiter, WithoutATimeOutTheWaitIsInfinite)
     base.SleepForever();
     EXPECT_EQ(base.WaitSignal(nullptr), LWaitResult::Stopped);
     EXPECT_EQ(base.WaitSignalObjectGroup(LSignalObjectGroup{}), LWaitResult::Stopped);
-    EXPECT_THAT(waiter.asked, ::testing::ElementsAre(INFINITE, INFINITE, INFINITE));
+    EXPECT_EQ(waiter.asked, RecordingWaiter::Times(3, INFINITE));
 }
 } // namespace

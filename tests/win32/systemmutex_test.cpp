@@ -3,19 +3,18 @@
 #include <memory>
 #include <thread>
 
-#include <gmock/gmock.h>
-
+#ifndef _WIN32
+#include "sndxposix.h"
+#endif
 #include "tests/support/child.h"
 #include "tests/support/reports.h"
-#include "tests/win32/timing.h"
+#include "tests/support/timing.h"
 #include "win32/handle.h"
 #include "win32/systemmutex.h"
 
 namespace
 {
 using namespace sndxtest;
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 const char* const timedOut = "LSystemLockMutex::Lock Timed Out";
 const char* const destroyed = "LSystemLockMutex::~LSystemLockMutex";
@@ -40,11 +39,7 @@ SNDX_CHILD(HoldMutex)
     const LHandle mutex(CreateMutexW(nullptr, TRUE, Wide("Global\\" + arguments.at(0)).c_str()));
     Announce("held");
     WaitFor("release");
-    if (arguments.size() == 1)
-    {
-        ReleaseMutex(mutex.Get());
-    }
-    return 0;
+    return arguments.size() > 1 || ReleaseMutex(mutex.Get()) ? 0 : 1;
 }
 
 TEST_F(SystemMutex, TheSystemObjectExistsWhileTheLockIsHeld)
@@ -58,9 +53,9 @@ TEST_F(SystemMutex, TheSystemObjectExistsWhileTheLockIsHeld)
         mutex_->Unlock();
         EXPECT_FALSE(Exists());
     }
-    EXPECT_THAT(trace_.Texts(), IsEmpty());
+    EXPECT_EQ(trace_.Texts(), Lines());
     mutex_.reset();
-    EXPECT_THAT(trace_.Texts(), ElementsAre(destroyed));
+    EXPECT_EQ(trace_.Texts(), Lines{destroyed});
 }
 
 TEST_F(SystemMutex, ASecondLockAndDestructionWhileLockedAreReported)
@@ -72,8 +67,8 @@ TEST_F(SystemMutex, ASecondLockAndDestructionWhileLockedAreReported)
     EXPECT_TRUE(mutex_->Lock(0));
     mutex_.reset();
     EXPECT_FALSE(Exists());
-    EXPECT_THAT(trace_.Texts(), ElementsAre("**LSystemLockMutex::Lock Called when already locked!", destroyed,
-                                            "**LSystemLockMutex::~LSystemLockMutex when Locked!"));
+    EXPECT_EQ(trace_.Texts(), (Lines{"**LSystemLockMutex::Lock Called when already locked!", destroyed,
+                                     "**LSystemLockMutex::~LSystemLockMutex when Locked!"}));
 }
 
 TEST_F(SystemMutex, AnotherProcessIsWaitedForWithinTheTimeOut)
@@ -85,14 +80,9 @@ TEST_F(SystemMutex, AnotherProcessIsWaitedForWithinTheTimeOut)
     EXPECT_FALSE(mutex_->Lock(200));
     EXPECT_GE(some.Milliseconds(), AtLeast(200));
     EXPECT_LT(some.Milliseconds(), 10000);
-    EXPECT_THAT(trace_.Texts(), ElementsAre(timedOut, timedOut));
-    std::thread release(
-        []
-        {
-            Sleep(200);
-            Announce("release");
-        });
+    EXPECT_EQ(trace_.Texts(), (Lines{timedOut, timedOut}));
     const Stopwatch waiting;
+    auto release = Later(200, [] { Announce("release"); });
     EXPECT_TRUE(mutex_->Lock());
     EXPECT_GE(waiting.Milliseconds(), AtLeast(200));
     release.join();
@@ -109,19 +99,14 @@ TEST_F(SystemMutex, AnOwnerThatEndsPassesTheLockOn)
         ClearPoints();
         ChildProcess child("HoldMutex", {name_, "forget"});
         ASSERT_TRUE(WaitFor("held"));
-        std::thread ending(
-            [&]
-            {
-                Sleep(100);
-                killed ? child.Kill() : Announce("release");
-            });
+        auto ending = Later(100, [&] { killed ? child.Kill() : Announce("release"); });
         trace_.Restart();
         EXPECT_TRUE(mutex_->Lock(20000));
         ending.join();
         child.Wait();
         // It is really held: nobody else gets it.
         std::thread([this] { EXPECT_FALSE(LSystemLockMutex(Wide(name_).c_str()).Lock(0)); }).join();
-        EXPECT_THAT(OwnTexts(trace_), ElementsAre(timedOut, destroyed));
+        EXPECT_EQ(OwnTexts(trace_), (Lines{timedOut, destroyed}));
         mutex_->Unlock();
     }
 }
@@ -132,7 +117,7 @@ TEST_F(SystemMutex, UnlockingOnTheWrongThreadIsReportedAndCloses)
     std::thread([this] { EXPECT_TRUE(mutex_->Lock(0)); }).join();
     mutex_->Unlock();
     constexpr DWORD notOwner = 288;
-    EXPECT_THAT(trace_.Texts(), ElementsAre("LSystemLockMutex::Unlock FAILED " + SystemText(notOwner)));
+    EXPECT_EQ(trace_.Texts(), Lines{"LSystemLockMutex::Unlock FAILED " + SystemText(notOwner)});
     EXPECT_FALSE(Exists());
 }
 
@@ -145,11 +130,56 @@ TEST_F(SystemMutex, ANameThatCannotBeHadIsReported)
         EXPECT_FALSE(mutex_->Lock(30000));
         EXPECT_LT(stopwatch.Milliseconds(), 15000) << "only a refused access is waited for";
     }
-    EXPECT_THAT(trace_.Texts(), ElementsAre("**LSystemLockMutex::Lock CreateMutex FAILED"));
+    EXPECT_EQ(trace_.Texts(), Lines{"**LSystemLockMutex::Lock CreateMutex FAILED"});
     EXPECT_TRUE(mutex_->Lock(0));
     mutex_->Unlock();
     const std::string name(300, 'm');
     EXPECT_EQ(Traced([&] { LSystemLockMutex overlong(Wide(name).c_str()); }),
               (Overflow("lw", ("Global\\" + name).substr(0, 259)) + Lines{destroyed}));
 }
+
+#ifndef _WIN32 // nobody refuses the access on Windows; injected, the number of refusals is exact, too
+void RefuseAccess(unsigned tries)
+{
+    for (unsigned i = 0; i < tries; ++i)
+    {
+        sndxposix::FailCall("CreateMutexW", ERROR_ACCESS_DENIED, i);
+    }
+}
+
+TEST_F(SystemMutex, RefusedAccessIsTriedEvery50MillisecondsOfTheTimeOut)
+{
+    for (const auto& [timeout, tries] : {std::pair{0u, 1u}, {50u, 1u}, {51u, 2u}, {100u, 2u}, {201u, 5u}})
+    {
+        SCOPED_TRACE(timeout);
+        RefuseAccess(tries + 1);
+        const Stopwatch stopwatch;
+        EXPECT_EQ(Traced([&, t = timeout] { EXPECT_FALSE(mutex_->Lock(t)); }),
+                  Lines{"LSystemLockMutex::Lock CreateMutex Timed Out"});
+        EXPECT_GE(stopwatch.Milliseconds(), AtLeast(50 * tries));
+        EXPECT_EQ(sndxposix::PendingFailures(), 1u);
+        sndxposix::ResetFailures();
+    }
+    RefuseAccess(3);
+    EXPECT_TRUE(mutex_->Lock()) << "the refusals have ended";
+    RefuseAccess(4);
+    std::thread(
+        [this]
+        {
+            LSystemLockMutex other(Wide(name_).c_str());
+            const Stopwatch stopwatch;
+            EXPECT_FALSE(other.Lock(300));
+            // 200 ms of sleep and a wait of 100 ms; a wait of the whole time-out would make 500.
+            EXPECT_GE(stopwatch.Milliseconds(), AtLeast(300));
+            EXPECT_LT(stopwatch.Milliseconds(), 480);
+        })
+        .join();
+    mutex_->Unlock();
+    RefuseAccess(1);
+    sndxposix::FailCall("CreateMutexW", ERROR_INVALID_HANDLE, 1);
+    trace_.Restart();
+    EXPECT_FALSE(mutex_->Lock()) << "another error is not waited for";
+    EXPECT_EQ(trace_.Texts(), Lines{"**LSystemLockMutex::Lock CreateMutex FAILED"});
+}
+#endif
 } // namespace
