@@ -66,7 +66,7 @@ TEST_F(ModuleCom, TheShellItselfFindsTheMenuHandlerThroughTheRegistration)
         info.cbSize = sizeof info;
         info.fMask = SEE_MASK_CLASSKEY | SEE_MASK_IDLIST | SEE_MASK_FLAG_NO_UI;
         LPITEMIDLIST list = nullptr;
-        Module::Check(SHParseDisplayName(path.c_str(), nullptr, &list, 0, nullptr));
+        Check("SHParseDisplayName", SHParseDisplayName(path.c_str(), nullptr, &list, 0, nullptr));
         info.lpIDList = list;
         ASSERT_EQ(RegOpenKeyExW(HKEY_CLASSES_ROOT, Wide(className).c_str(), 0, KEY_READ, &info.hkeyClass),
                   ERROR_SUCCESS);
@@ -84,7 +84,7 @@ TEST_F(ModuleCom, AggregationAndUnknownInterfacesAreRefused)
     for (const GUID& classId : {overlayClass, menuClass})
     {
         void* out = nullptr;
-        EXPECT_EQ(CoCreateInstance(classId, outer.get(), CLSCTX_INPROC_SERVER, IID_IUnknown, &out),
+        EXPECT_EQ(CoCreateInstance(classId, outer.Get(), CLSCTX_INPROC_SERVER, IID_IUnknown, &out),
                   CLASS_E_NOAGGREGATION);
         EXPECT_EQ(CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, IID_IDataObject, &out),
                   E_NOINTERFACE);
@@ -95,12 +95,12 @@ TEST_F(ModuleCom, UnregisteringRemovesEveryEntry)
 {
     const std::string classes = "Software\\Classes\\";
     const std::string explorer = "Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\";
-    const std::vector<std::string> keys = {
-        classes + "CLSID\\{041C6567-1AB1-4B57-BD0F-D91AC46B973B}",
-        classes + "CLSID\\{75C582E7-666B-4191-9085-2B1F99D4CBCC}",
-        classes + "*\\shellex\\ContextMenuHandlers\\{75C582E7-666B-4191-9085-2B1F99D4CBCC}",
-        classes + "Directory\\shellex\\ContextMenuHandlers\\{75C582E7-666B-4191-9085-2B1F99D4CBCC}",
-        explorer + "ShellIconOverlayIdentifiers\\  Sendora"};
+    const std::string overlayText = sndxtools::contract::overlayClassText;
+    const std::string menuText = sndxtools::contract::menuClassText;
+    const std::vector<std::string> keys = {classes + "CLSID\\" + overlayText, classes + "CLSID\\" + menuText,
+                                           classes + "*\\shellex\\ContextMenuHandlers\\" + menuText,
+                                           classes + "Directory\\shellex\\ContextMenuHandlers\\" + menuText,
+                                           explorer + "ShellIconOverlayIdentifiers\\  Sendora"};
     EXPECT_THAT(keys, testing::Each(testing::Truly(HasKey)));
     ImportRegistration("unregister.reg");
     EXPECT_THAT(keys, testing::Each(testing::Not(testing::Truly(HasKey))));
@@ -109,10 +109,10 @@ TEST_F(ModuleCom, UnregisteringRemovesEveryEntry)
                             TEXT("Software\\Microsoft\\Windows\\CurrentVersion\\Shell Extensions\\Approved"),
                             0, KEY_READ, &approved),
               ERROR_SUCCESS);
-    for (const auto* name :
-         {TEXT("{041C6567-1AB1-4B57-BD0F-D91AC46B973B}"), TEXT("{75C582E7-666B-4191-9085-2B1F99D4CBCC}")})
+    for (const std::string& name : {overlayText, menuText})
     {
-        EXPECT_EQ(RegQueryValueExW(approved, name, nullptr, nullptr, nullptr, nullptr), ERROR_FILE_NOT_FOUND);
+        EXPECT_EQ(RegQueryValueExW(approved, Wide(name).c_str(), nullptr, nullptr, nullptr, nullptr),
+                  ERROR_FILE_NOT_FOUND);
     }
     RegCloseKey(approved);
 }

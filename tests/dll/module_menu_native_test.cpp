@@ -46,7 +46,7 @@ TEST_F(ModuleMenuFaults, MediumIsReleasedAndEarlierPathsAreKept)
         EXPECT_EQ(handler.Select({"C:\\A\\x", "C:\\A\\y", "C:\\A\\z"}, {.withOwner = true}), c.result)
             << c.call;
         EXPECT_EQ(sndxposix::PendingFailures(), 0u) << c.call;
-        EXPECT_EQ(DropDataObject::LiveMediums(), 0) << c.call;
+        EXPECT_EQ(LiveDropMediums(), 0) << c.call;
         EXPECT_EQ(handler.Query(menu_), c.added) << c.call;
     }
 }

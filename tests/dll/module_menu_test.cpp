@@ -105,8 +105,8 @@ TEST_F(ModuleMenu, UnusableDataIsRefusedAndNothingOfItKept)
         const TraceCapture trace;
         EXPECT_EQ(handler.Select(paths, options), E_INVALIDARG);
         EXPECT_THAT(trace.Texts(), AreLines({initialize}));
-        EXPECT_EQ(DropDataObject::LiveObjects(), 0);
-        EXPECT_EQ(DropDataObject::LiveMediums(), 0);
+        EXPECT_EQ(LiveDropObjects(), 0);
+        EXPECT_EQ(LiveDropMediums(), 0);
         EXPECT_EQ(handler.Query(menu_), nothingAdded);
     }
     const auto init = module.Create<IShellExtInit>(menuClass, IID_IShellExtInit);

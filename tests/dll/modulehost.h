@@ -22,17 +22,18 @@
 #include "tests/support/text.h"
 #include "tests/support/tracefile.h"
 #include "tools/comref.h"
+#include "tools/contract.h"
+#include "tools/results.h"
 
 namespace sndxtest
 {
+using sndxtools::Check;
 using sndxtools::ComRef;
 using Lines = std::vector<std::string>;
 
-// The class identifiers as the installer registers them.
-inline constexpr GUID overlayClass = {
-    0x041C6567, 0x1AB1, 0x4B57, {0xBD, 0x0F, 0xD9, 0x1A, 0xC4, 0x6B, 0x97, 0x3B}};
-inline constexpr GUID menuClass = {
-    0x75C582E7, 0x666B, 0x4191, {0x90, 0x85, 0x2B, 0x1F, 0x99, 0xD4, 0xCB, 0xCC}};
+using sndxtools::contract::menuClass;
+using sndxtools::contract::overlayClass;
+
 // A path of the build machine as the target's: drive Z: is the root of its files.
 inline std::string TargetPath(std::string path)
 {
@@ -94,27 +95,19 @@ class Module
     ComRef<IClassFactory> Factory(REFCLSID classId) const
     {
         ComRef<IClassFactory> factory;
-        Check(GetClassObject(classId, IID_IClassFactory, factory.Receive()));
+        Check("DllGetClassObject", GetClassObject(classId, IID_IClassFactory, factory.Receive()));
         return factory;
     }
     template <class T>
     ComRef<T> Create(REFCLSID classId, REFIID interfaceId) const
     {
         ComRef<T> object;
-        Check(Factory(classId)->CreateInstance(nullptr, interfaceId, object.Receive()));
+        Check("CreateInstance", Factory(classId)->CreateInstance(nullptr, interfaceId, object.Receive()));
         return object;
     }
     ComRef<IShellIconOverlayIdentifier> Overlay() const
     {
         return Create<IShellIconOverlayIdentifier>(overlayClass, IID_IShellIconOverlayIdentifier);
-    }
-
-    static void Check(HRESULT result)
-    {
-        if (FAILED(result))
-        {
-            throw std::runtime_error("result " + std::to_string(result));
-        }
     }
 
   private:
@@ -127,7 +120,7 @@ class MenuHandler
   public:
     explicit MenuHandler(ComRef<IShellExtInit> init) : init_(std::move(init))
     {
-        Module::Check(init_->QueryInterface(IID_IContextMenu, menu_.Receive()));
+        Check("QueryInterface", init_->QueryInterface(IID_IContextMenu, menu_.Receive()));
     }
     explicit MenuHandler(const Module& module)
         : MenuHandler(module.Create<IShellExtInit>(menuClass, IID_IShellExtInit))
@@ -135,12 +128,12 @@ class MenuHandler
     }
     MenuHandler(const Module& module, const std::vector<std::string>& paths) : MenuHandler(module)
     {
-        Module::Check(Select(paths));
+        Check("Initialize", Select(paths));
     }
 
     HRESULT Select(const std::vector<std::string>& paths, DropOptions options = {})
     {
-        return init_->Initialize(nullptr, MakeDropDataObject(paths, options).get(), nullptr);
+        return init_->Initialize(nullptr, MakeDropDataObject(paths, options).Get(), nullptr);
     }
     HRESULT Query(HMENU menu, UINT position = 0, UINT first = 100, UINT last = 200, UINT flags = CMF_NORMAL)
     {
@@ -217,12 +210,10 @@ class ModuleTest : public testing::Test
     // A main program that was started earlier may still be about to end.
     static void WaitUntilNobodyServes()
     {
+        const std::string pipe = std::string("\\\\.\\pipe\\") + sndxtools::contract::pipeName;
         EXPECT_TRUE(Soon(
-            []
-            {
-                return !WaitNamedPipeW(TEXT("\\\\.\\pipe\\SendoraService"), 1) &&
-                       GetLastError() == ERROR_FILE_NOT_FOUND;
-            }));
+            [&pipe]
+            { return !WaitNamedPipeW(Wide(pipe).c_str(), 1) && GetLastError() == ERROR_FILE_NOT_FOUND; }));
     }
 
     const ItemFolder& Items() const { return items_; }

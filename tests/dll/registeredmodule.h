@@ -13,7 +13,7 @@ inline void ImportRegistration(const std::string& file)
 {
     ChildProcess editor = ChildProcess::Program("C:\\windows\\regedit.exe",
                                                 {"/S", TargetPath(SNDX_REGISTRATION_FOLDER "/" + file)});
-    Module::Check(editor.Wait() == 0 ? S_OK : E_FAIL);
+    Check("regedit", editor.Wait() == 0 ? S_OK : E_FAIL);
 }
 
 // What the shell hands to a handler for files of one folder.
@@ -25,15 +25,15 @@ inline ComRef<IDataObject> SystemDataObject(const std::vector<std::string>& path
     for (const std::string& path : paths)
     {
         LPITEMIDLIST list = nullptr;
-        Module::Check(SHParseDisplayName(Wide(path).c_str(), nullptr, &list, 0, nullptr));
+        Check("SHParseDisplayName", SHParseDisplayName(Wide(path).c_str(), nullptr, &list, 0, nullptr));
         lists.push_back(list);
         LPCITEMIDLIST item = nullptr;
-        Module::Check(SHBindToParent(list, IID_IShellFolder, folder.Receive(), &item));
+        Check("SHBindToParent", SHBindToParent(list, IID_IShellFolder, folder.Receive(), &item));
         items.push_back(item);
     }
     ComRef<IDataObject> data;
-    Module::Check(folder->GetUIObjectOf(nullptr, static_cast<UINT>(items.size()), items.data(),
-                                        IID_IDataObject, nullptr, data.Receive()));
+    Check("GetUIObjectOf", folder->GetUIObjectOf(nullptr, static_cast<UINT>(items.size()), items.data(),
+                                                 IID_IDataObject, nullptr, data.Receive()));
     for (const LPITEMIDLIST list : lists)
     {
         ILFree(list);
@@ -48,7 +48,7 @@ class RegisteredModuleTest : public ModuleTest
     RegisteredModuleTest()
     {
         ImportRegistration("register.reg");
-        Module::Check(OleInitialize(nullptr));
+        Check("OleInitialize", OleInitialize(nullptr));
     }
     ~RegisteredModuleTest() override
     {
@@ -60,8 +60,8 @@ class RegisteredModuleTest : public ModuleTest
     static ComRef<T> Create(REFCLSID classId, REFIID interfaceId)
     {
         ComRef<T> object;
-        Module::Check(
-            CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, interfaceId, object.Receive()));
+        Check("CoCreateInstance",
+              CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, interfaceId, object.Receive()));
         return object;
     }
     static bool IsLoaded() { return GetModuleHandleW(TEXT("sndxdll.dll")) != nullptr; }

@@ -1,38 +1,34 @@
 #include "tests/support/settings.h"
 
-#include <stdexcept>
-
 #include "tests/support/text.h"
+#include "tools/contract.h"
+#include "tools/results.h"
 
 namespace sndxtest
 {
 namespace
 {
-constexpr std::string_view companyKey = "Taleno Software";
-
-void Check(LONG error, const char* what)
+// The registry's functions answer with an error code.
+void CheckError(const char* call, LONG error)
 {
-    if (error != 0)
-    {
-        throw std::runtime_error(std::string(what) + ": error " + std::to_string(error));
-    }
+    sndxtools::Check(call, sndxtools::ErrorResult(static_cast<DWORD>(error)));
 }
 
 void RemoveCompanyKey(HKEY root, REGSAM view)
 {
+    constexpr std::string_view path = sndxtools::contract::companyKey;
+    constexpr std::size_t separator = path.find('\\');
     HKEY software = nullptr;
-    Check(RegOpenKeyExW(root, TEXT("Software"), 0, KEY_ALL_ACCESS | view, &software), "opening Software");
-    const LONG deleted = RegDeleteTreeW(software, Wide(companyKey).c_str());
+    CheckError("RegOpenKeyEx", RegOpenKeyExW(root, Wide(path.substr(0, separator)).c_str(), 0,
+                                             KEY_ALL_ACCESS | view, &software));
+    const LONG deleted = RegDeleteTreeW(software, Wide(path.substr(separator + 1)).c_str());
     RegCloseKey(software);
-    if (deleted != LONG{ERROR_FILE_NOT_FOUND})
-    {
-        Check(deleted, "deleting the settings");
-    }
+    CheckError("RegDeleteTree", deleted == LONG{ERROR_FILE_NOT_FOUND} ? 0 : deleted);
 }
 
 std::string SectionPath(std::string_view section)
 {
-    const std::string path = "Software\\" + std::string(companyKey) + "\\Sendora";
+    const std::string path = sndxtools::contract::productKey;
     return section.empty() ? path : path + "\\" + std::string(section);
 }
 
@@ -40,16 +36,16 @@ void SetBytes(HKEY root, REGSAM view, std::string_view path, std::string_view na
               const BYTE* bytes, std::size_t size)
 {
     HKEY key = nullptr;
-    Check(RegCreateKeyExW(root, Wide(path).c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_WRITE | view,
-                          nullptr, &key, nullptr),
-          "creating a section");
+    CheckError("RegCreateKeyEx",
+               RegCreateKeyExW(root, Wide(path).c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
+                               KEY_WRITE | view, nullptr, &key, nullptr));
     // Windows looks behind text that comes without a terminator, and stores the one that it finds there.
     std::vector<BYTE> guarded(bytes, bytes + size);
     guarded.insert(guarded.end(), 4, BYTE{'x'});
     const LONG error =
         RegSetValueExW(key, Wide(name).c_str(), 0, type, guarded.data(), static_cast<DWORD>(size));
     RegCloseKey(key);
-    Check(error, "setting a value");
+    CheckError("RegSetValueEx", error);
 }
 
 void SetString(HKEY root, REGSAM view, std::string_view path, std::string_view name, std::string_view text)

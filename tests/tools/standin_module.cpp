@@ -2,20 +2,20 @@
 // tell command and number of paths. It misbehaves on request: after StateChanged it always agrees to be
 // unloaded; a path that contains "broken" makes calls fail.
 
-#include <string>
 #include <vector>
 
 #include <windows.h>
 #include <shlobj.h>
 #include <shellapi.h>
 
+#include "tools/comobject.h"
+#include "tools/contract.h"
+#include "tools/text.h"
+
 namespace
 {
-using WideString = std::basic_string<WCHAR>;
-
-constexpr CLSID overlayClass = {0x041C6567, 0x1AB1, 0x4B57, {0xBD, 0x0F, 0xD9, 0x1A, 0xC4, 0x6B, 0x97, 0x3B}};
-constexpr CLSID contextMenuClass = {
-    0x75C582E7, 0x666B, 0x4191, {0x90, 0x85, 0x2B, 0x1F, 0x99, 0xD4, 0xCB, 0xCC}};
+using sndxtools::WideString;
+namespace contract = sndxtools::contract;
 
 int handlers = 0;
 bool alwaysAgrees = false;
@@ -26,40 +26,14 @@ bool Contains(const WideString& path, const WCHAR* word)
 }
 
 // An object of either class.
-class Handler final : public IShellIconOverlayIdentifier, public IContextMenu, public IShellExtInit
+class Handler final : public sndxtools::ComObject<IShellIconOverlayIdentifier, IContextMenu, IShellExtInit>
 {
   public:
-    Handler() { ++handlers; }
-    virtual ~Handler() { --handlers; }
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
+    Handler() : ComObject(IID_IShellIconOverlayIdentifier, IID_IContextMenu, IID_IShellExtInit)
     {
-        *out = nullptr;
-        if (IsEqualIID(iid, IID_IShellIconOverlayIdentifier))
-        {
-            *out = static_cast<IShellIconOverlayIdentifier*>(this);
-        }
-        else if (IsEqualIID(iid, IID_IContextMenu))
-        {
-            *out = static_cast<IContextMenu*>(this);
-        }
-        else if (IsEqualIID(iid, IID_IShellExtInit))
-        {
-            *out = static_cast<IShellExtInit*>(this);
-        }
-        references_ += *out == nullptr ? 0 : 1;
-        return *out == nullptr ? E_NOINTERFACE : S_OK;
+        ++handlers;
     }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        const ULONG left = --references_;
-        if (left == 0)
-        {
-            delete this;
-        }
-        return left;
-    }
-
+    ~Handler() override { --handlers; }
     HRESULT STDMETHODCALLTYPE IsMemberOf(PCWSTR path, DWORD) override
     {
         return Contains(path, TEXT("broken")) ? E_FAIL : Contains(path, TEXT("inside")) ? S_OK : S_FALSE;
@@ -130,7 +104,6 @@ class Handler final : public IShellIconOverlayIdentifier, public IContextMenu, p
     }
 
   private:
-    ULONG references_ = 1;
     std::vector<WideString> paths_;
 };
 
@@ -165,7 +138,8 @@ Factory factory;
 
 EXPORTED HRESULT STDMETHODCALLTYPE DllGetClassObject(REFCLSID classId, REFIID iid, void** out)
 {
-    const bool isKnown = IsEqualCLSID(classId, overlayClass) || IsEqualCLSID(classId, contextMenuClass);
+    const bool isKnown =
+        IsEqualCLSID(classId, contract::overlayClass) || IsEqualCLSID(classId, contract::menuClass);
     return isKnown ? factory.QueryInterface(iid, out) : CLASS_E_CLASSNOTAVAILABLE;
 }
 

@@ -15,7 +15,7 @@ using namespace sndxtest;
 using Record = LSharedSettings32Record;
 using Iterator = LSettings32ListIteratorTemplate<Record>;
 
-const std::string root = "Software\\Taleno Software\\Sendora\\";
+const std::string root = std::string(sndxtools::contract::productKey) + "\\";
 
 class SettingsRecord : public ::testing::Test
 {
@@ -120,7 +120,7 @@ TEST_F(SettingsRecord, TheWalkYieldsEverySubKeyOnceInTheRegistrysOrder)
     }
     SetMachineString(root + "Accounts\\Native", "x", "y"); // not in the 32-bit view
     EXPECT_EQ(Walk(TEXT("Accounts")), expected);
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, TEXT("Software\\Taleno Software"));
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, Wide(sndxtools::contract::companyKey).c_str());
     const Record accounts(TEXT("Accounts"));
     EXPECT_EQ(HandlesLeft([&] { const Iterator iterator(accounts); }), 0);
 }
