@@ -2,7 +2,7 @@
 # Installs what a build needs and the machine lacks. Source it and call
 #     sndx_need native            compiler, CMake, GoogleTest, CLI11, Python (for the checks)
 #     sndx_need windows           cross compiler, Wine and the maker of installers
-#     sndx_need screenshots       a display in memory, the fonts of captions and menus
+#     sndx_need screenshots       a display in memory, the fonts of captions and menus, Pillow
 # Returns 1, after saying the one command to run, when something is missing and cannot be installed.
 
 sndx_missing() {
@@ -24,6 +24,8 @@ sndx_missing() {
     screenshots)
         command -v Xvfb >/dev/null || missing+=(xvfb)
         [ -f /usr/share/wine/fonts/marlett.ttf ] || missing+=(fonts-wine)
+        # The system's own Python: the package serves no other.
+        /usr/bin/python3 -c 'import PIL' 2>/dev/null || missing+=(python3 python3-pil)
         ;;
     esac
     echo "${missing[*]}"

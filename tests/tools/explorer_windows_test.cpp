@@ -63,13 +63,13 @@ TEST_F(Explorer, TellsWhatIsWrong)
         Arguments arguments;
         const char* complaint;
     } cases[] = {
-        {2, {}, "a folder is missing"},
-        {2, {folder, "--bogus"}, "unknown option '--bogus'"},
-        {2, {folder, "D:\\"}, "a second folder, 'D:\\'"},
-        {2, {folder, "--view", "huge"}, "'huge' is neither"},
-        {2, {folder, "--place", "1,2,3"}, "'1,2,3' is not X,Y,WIDTH,HEIGHT"},
-        {2, {folder, "--report", "--select"}, "--select needs a value"},
-        {2, {folder, "--hover", "1"}, "a context menu needs --select"},
+        {2, {}, "FOLDER is required"},
+        {2, {folder, "--bogus"}, "not expected: --bogus"},
+        {2, {folder, "D:\\"}, "not expected: D:\\"},
+        {2, {folder, "--view", "huge"}, "--view: huge not in {large,small}"},
+        {2, {folder, "--place", "1,2,3"}, "--place: 4 required X,Y,WIDTH,HEIGHT"},
+        {2, {folder, "--report", "--select"}, "--select: 1 required NAME missing"},
+        {2, {folder, "--hover", "1"}, "--hover requires --select"},
         {1, {folder + "x", "--report"}, "there is no folder"},
         {1, {folder + "\\Datei.txt", "--report"}, "there is no folder"},
         {1, {folder, "--report", "--select", "Datei"}, "no item \"Datei\""},
@@ -82,7 +82,7 @@ TEST_F(Explorer, TellsWhatIsWrong)
         EXPECT_EQ(answer.exitCode, exitCode) << complaint;
         EXPECT_THAT(answer.err, HasSubstr(complaint));
     }
-    EXPECT_THAT(RunExplorer({"--help"}).out, HasSubstr("--screenshot FILE.png"));
+    EXPECT_THAT(RunExplorer({"--help"}).out, HasSubstr("--screenshot FILE.bmp"));
 }
 
 TEST_F(Explorer, ShowsPlainIconsAndItsOwnMenuWhenNothingUsefulIsRegistered)
