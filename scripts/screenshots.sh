@@ -114,10 +114,10 @@ stand() {
 picture() {
     local name=$1
     shift
-    explorer "$@" --wait 1000 --screenshot "$work/picture.bmp" &&
-        $python -c 'import sys; from PIL import Image; Image.open(sys.argv[1]).save(sys.argv[2], optimize=True)' \
-            "$work/picture.bmp" "$pictures/$name.png" ||
+    explorer "$@" --wait 1000 --screenshot "$work/picture.bmp" ||
         { echo "screenshots.sh: no picture of $name" >&2; exit 1; }
+    $python -c 'import sys; from PIL import Image; Image.open(sys.argv[1]).save(sys.argv[2], optimize=True)' \
+        "$work/picture.bmp" "$pictures/$name.png" || exit 1
     end_windows
     echo "   $pictures/$name.png"
 }

@@ -205,7 +205,7 @@ class ModuleTest : public testing::Test
         RemoveTraceFiles();
         WaitUntilNobodyServes();
     }
-    ~ModuleTest() override { SetEnvironmentVariableW(optionsVariable, nullptr); }
+    ~ModuleTest() override { SetEnvironmentVariableW(optionsVariable.c_str(), nullptr); }
 
     // A main program that was started earlier may still be about to end.
     static void WaitUntilNobodyServes()
@@ -237,7 +237,7 @@ class ModuleTest : public testing::Test
         {
             all += "\"" + option + "\" ";
         }
-        SetEnvironmentVariableW(optionsVariable, Wide(all + options).c_str());
+        SetEnvironmentVariableW(optionsVariable.c_str(), Wide(all + options).c_str());
     }
     bool Exists(const std::string& name) const { return std::filesystem::exists(Items().Local(name)); }
     // Everything that main programs have taken from the pipe; it is kept a moment after that.
@@ -254,7 +254,7 @@ class ModuleTest : public testing::Test
     }
 
   private:
-    static constexpr const WCHAR* optionsVariable = TEXT("SENDORA_MAINPROGRAM_OPTIONS");
+    inline static const WideString optionsVariable = Wide(sndxtools::contract::mainProgramOptions);
 
     template <class Condition>
     static bool Soon(Condition condition)

@@ -48,14 +48,11 @@ TEST(ShellHost, WrongUsageIsToldBeforeAnyModuleIsLoaded)
     } cases[] = {
         {{}, "a command is missing"},
         {{"bogus"}, "not expected: bogus"},
-        {{"--bogus", "overlay", "C:\\a"}, "not expected: --bogus"},
-        {{"--module"}, "--module: 1 required PATH missing"},
         {{"--module", "C:\\m.dll", "--registered", "overlay", "C:\\a"}, "--module excludes --registered"},
         {{"--module", "C:\\m.dll", "overlay"}, "PATH is required"},
         {{"--module", "C:\\m.dll", "overlay", "C:\\a", "b\\c"}, "'b\\c' is not a full path"},
         {{"--module", "C:\\m.dll", "menu", "--cmd-first", "x", "C:\\a"}, "--cmd-first = x"},
         {{"--module", "C:\\m.dll", "menu", "--flags", "all", "C:\\a"}, "--flags: all not in"},
-        {{"--module", "C:\\m.dll", "invoke"}, "COMMAND is required"},
         {{"--module", "C:\\m.dll", "invoke", "65536", "C:\\a"}, "COMMAND = 65536"},
         {{"--module", "C:\\m.dll", "state-changed", "now"}, "not expected: now"},
         {{"--module", "C:\\m.dll", "leak", "b\\c"}, "'b\\c' is not a full path"},
@@ -139,17 +136,14 @@ TEST(ShellHost, ShellKeepsTheModuleLoadedUntilTheUnloadTestFreesIt)
                                                     "quit\n"
                                                     "overlay C:\\never\n");
     EXPECT_EQ(answer.exitCode, 2);
-    std::vector<std::string> codes;
+    std::string codes;
     std::istringstream lines(answer.out);
     for (std::string line; std::getline(lines, line);)
     {
-        if (line.starts_with("["))
-        {
-            codes.push_back(line);
-        }
+        codes += line.starts_with("[") ? line : "";
     }
     // The announcement makes the module answer wrongly; only a module loaded afresh answers rightly again.
-    EXPECT_THAT(codes, testing::ElementsAre("[0]", "[2]", "[2]", "[0]", "[1]", "[0]"));
+    EXPECT_EQ(codes, "[0][2][2][0][1][0]");
     EXPECT_THAT(answer.out, HasSubstr("C:\\inside a: overlay\n"));
     EXPECT_THAT(answer.out,
                 HasSubstr("overlay object created: DllCanUnloadNow answers 0x00000000 (S_OK), but an "

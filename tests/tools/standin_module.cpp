@@ -9,11 +9,13 @@
 #include <shellapi.h>
 
 #include "tools/comobject.h"
+#include "tools/comref.h"
 #include "tools/contract.h"
 #include "tools/text.h"
 
 namespace
 {
+using sndxtools::ComRef;
 using sndxtools::WideString;
 namespace contract = sndxtools::contract;
 
@@ -107,27 +109,16 @@ class Handler final : public sndxtools::ComObject<IShellIconOverlayIdentifier, I
     std::vector<WideString> paths_;
 };
 
-// Lives as long as the module.
-class Factory final : public IClassFactory
+class Factory final : public sndxtools::ComObject<IClassFactory>
 {
   public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
-    {
-        *out = IsEqualIID(iid, IID_IClassFactory) ? this : nullptr;
-        return *out == nullptr ? E_NOINTERFACE : S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    Factory() : ComObject(IID_IClassFactory) {}
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID iid, void** out) override
     {
-        IContextMenu* const handler = new Handler;
-        const HRESULT result = handler->QueryInterface(iid, out);
-        handler->Release();
-        return result;
+        return ComRef<Handler>::Adopt(new Handler)->QueryInterface(iid, out);
     }
     HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
 };
-Factory factory;
 } // namespace
 
 #ifdef _WIN32
@@ -140,7 +131,8 @@ EXPORTED HRESULT STDMETHODCALLTYPE DllGetClassObject(REFCLSID classId, REFIID ii
 {
     const bool isKnown =
         IsEqualCLSID(classId, contract::overlayClass) || IsEqualCLSID(classId, contract::menuClass);
-    return isKnown ? factory.QueryInterface(iid, out) : CLASS_E_CLASSNOTAVAILABLE;
+    return isKnown ? ComRef<Factory>::Adopt(new Factory)->QueryInterface(iid, out)
+                   : CLASS_E_CLASSNOTAVAILABLE;
 }
 
 EXPORTED HRESULT STDMETHODCALLTYPE DllCanUnloadNow()
