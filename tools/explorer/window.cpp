@@ -29,7 +29,8 @@ Window::Window(const ExplorerOptions& options, std::ostream& err)
     const auto& [left, top, width, height] = options.place;
     frame_.reset(CreateWindowExW(0, className, folder_.Path().c_str(), WS_OVERLAPPEDWINDOW, left, top, width,
                                  height, nullptr, nullptr, program, nullptr));
-    Check("CreateWindowEx (is there a display?)", ErrorResult(GetLastError()), bool(frame_));
+    Check("CreateWindowEx (is there a display?)", frame_ ? S_OK : ErrorResult(GetLastError()),
+          frame_ != nullptr);
     status_.reset(CreateWindowExW(0, STATUSCLASSNAMEW, L"", WS_CHILD | WS_VISIBLE, 0, 0, 0, 0, frame_.get(),
                                   nullptr, program, nullptr));
     view_.emplace(frame_.get(), options.largeIcons);
