@@ -31,6 +31,7 @@ void Collect(HMENU menu, std::vector<MenuEntry>& entries)
         info.dwTypeData = text;
         info.cch = MAX_PATH;
         GetMenuItemInfoW(menu, static_cast<UINT>(position), TRUE, &info);
+        info.dwTypeData = nullptr; // the buffer ends here
         if ((info.fType & MFT_SEPARATOR) == 0)
         {
             entries.push_back({menu, position, info, Utf8(text)});
