@@ -16,8 +16,8 @@ void CheckError(const char* call, LONG error)
 
 void RemoveCompanyKey(HKEY root, REGSAM view)
 {
-    constexpr std::string_view path = sndxtools::contract::companyKey;
-    constexpr std::size_t separator = path.find('\\');
+    const std::string_view path = sndxtools::contract::companyKey;
+    const std::size_t separator = path.find('\\');
     HKEY software = nullptr;
     CheckError("RegOpenKeyEx", RegOpenKeyExW(root, Wide(path.substr(0, separator)).c_str(), 0,
                                              KEY_ALL_ACCESS | view, &software));
