@@ -82,22 +82,23 @@ echo a >"$drive_c/Sendora/Kunden/Vertrag.txt"
 echo b >"$drive_c/Sendora/Kunden/Angebote/Angebot 1.txt"
 echo c >"$drive_c/Sendora/Bilder/Urlaub.jpg"
 echo d >"$drive_c/Privat/Tagebuch.txt"
+product='HKEY_LOCAL_MACHINE\Software\Wow6432Node\Taleno Software\Sendora'
 settings() { # settings FILE [ACCOUNT FOLDER]…
     local file=$1
     shift
     {
         echo "Windows Registry Editor Version 5.00"
         echo
-        echo "[-HKEY_LOCAL_MACHINE\\Software\\Wow6432Node\\Taleno Software\\Sendora\\Accounts]"
+        echo "[-$product\\Accounts]"
         echo
         while [ $# -gt 0 ]; do
-            echo "[HKEY_LOCAL_MACHINE\\Software\\Wow6432Node\\Taleno Software\\Sendora\\Accounts\\$1]"
+            echo "[$product\\Accounts\\$1]"
             echo "\"LocalFolder\"=\"${2//\\/\\\\}\""
             echo "\"LastUpdate\"=\"1700000000\""
             echo
             shift 2
         done
-        echo "[HKEY_LOCAL_MACHINE\\Software\\Wow6432Node\\Taleno Software\\Sendora\\Settings]"
+        echo "[$product\\Settings]"
         echo "\"InstallerPath\"=\"${main_path//\\/\\\\}\""
     } >"$file"
 }

@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Makes the registration files of the shell extension from their one list, registration.reg.in.
 
-    make_registration.py TEMPLATE OUTPUT-FOLDER DLL-PATH
+    make_registration.py TEMPLATE CONTRACT OUTPUT-FOLDER DLL-PATH
 
-writes into the folder
+takes the identifiers of the classes from CONTRACT, tools/contract.h, and writes into the folder
     register.reg      enters the classes, with DLL-PATH (a Windows path) as the module
     unregister.reg    removes what register.reg enters, and nothing else
     registration.nsh  the same as macros for the installer, with $INSTDIR\\sndxdll.dll as the module
@@ -24,8 +24,12 @@ class Key:
         self.path, self.shared, self.values = path, shared, []
 
 
-def read(template):
-    lines = template.read_text(encoding="ascii").splitlines()
+def read(template, contract):
+    text = template.read_text(encoding="ascii")
+    for mark, name in (("@OVERLAY@", "overlayClassText"), ("@MENU@", "menuClassText")):
+        value = re.search(rf'{name}\[\] = "([^"]*)";', contract.read_text(encoding="utf-8"))[1]
+        text = text.replace(mark, value)
+    lines = text.splitlines()
     if lines[0] != HEADER:
         raise SystemExit(f"{template}: the first line is not '{HEADER}'")
     keys, shared = [], False
@@ -90,9 +94,10 @@ def installer(keys):
 
 
 def main():
-    if len(sys.argv) != 4:
+    if len(sys.argv) != 5:
         raise SystemExit(__doc__)
-    keys, folder, dll = read(pathlib.Path(sys.argv[1])), pathlib.Path(sys.argv[2]), sys.argv[3]
+    template, contract, folder = map(pathlib.Path, sys.argv[1:4])
+    keys, dll = read(template, contract), sys.argv[4]
     folder.mkdir(parents=True, exist_ok=True)
     for name, lines in (("register.reg", register(keys, dll)), ("unregister.reg", unregister(keys))):
         # UTF-16 with a byte order mark, as the registry editor writes it: the path may hold any character.

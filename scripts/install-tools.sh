@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs what a build needs and the machine lacks. Source it and call
-#     sndx_need native            compiler, CMake, GoogleTest, Python (for the checks)
+#     sndx_need native            compiler, CMake, GoogleTest, CLI11, Python (for the checks)
 #     sndx_need windows           cross compiler, Wine and the maker of installers
-#     sndx_need screenshots       a display in memory, the fonts of captions and menus
+#     sndx_need screenshots       a display in memory, the fonts of captions and menus, Pillow
 # Returns 1, after saying the one command to run, when something is missing and cannot be installed.
 
 sndx_missing() {
@@ -14,6 +14,7 @@ sndx_missing() {
         command -v make >/dev/null || missing+=(make)
         command -v python3 >/dev/null || missing+=(python3)
         [ -f /usr/src/googletest/CMakeLists.txt ] || missing+=(googletest)
+        [ -f /usr/include/CLI/CLI.hpp ] || missing+=(libcli11-dev)
         ;;
     windows)
         command -v x86_64-w64-mingw32-g++-posix >/dev/null || missing+=(g++-mingw-w64-x86-64-posix)
@@ -23,6 +24,8 @@ sndx_missing() {
     screenshots)
         command -v Xvfb >/dev/null || missing+=(xvfb)
         [ -f /usr/share/wine/fonts/marlett.ttf ] || missing+=(fonts-wine)
+        # The system's own Python: the package serves no other.
+        /usr/bin/python3 -c 'import PIL' 2>/dev/null || missing+=(python3 python3-pil)
         ;;
     esac
     echo "${missing[*]}"

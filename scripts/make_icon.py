@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Draws the overlay icon of the shell extension: dll/sndxdll.ico, 32x32 and 16x16 pixels, 8 bits a pixel.
 
 Explorer lays the icon over the lower left corner of a file's own icon, so the picture keeps to that
@@ -8,12 +8,15 @@ inner edges only. The small picture is drawn for itself, because the large one s
 
     make_icon.py [--output FILE.ico]
 
-scripts/draw_icon.py shows what it looks like.
+scripts/draw_icon.py shows what it looks like. Both need Pillow (Debian: python3-pil), which writes no icons of
+8 bits with a mask: only the container is made by hand here.
 """
 
 import argparse
 import pathlib
 import struct
+
+from PIL import Image
 
 # One letter of the drawings below: red, green, blue. None is transparent.
 COLOURS = {
@@ -61,40 +64,27 @@ KBBBWWBBBK
 ...KKKK...
 """
 
-TRANSPARENT = 0
-PALETTE_SIZE = 256
-
-
-def place(drawing, size):
-    """The drawing in the lower left corner of a square, as rows of letters from the top."""
+def drawn(drawing, size):
+    """The drawing in the lower left corner of a square; its colours are the places of the letters in COLOURS."""
     rows = drawing.split()
-    if len(rows) > size or any(len(row) != len(rows[0]) for row in rows):
-        raise ValueError("the drawing is no rectangle or does not fit")
-    return ["." * size] * (size - len(rows)) + [row.ljust(size, ".") for row in rows]
-
-
-def padded(row):
-    """Rows of a bitmap end on a multiple of four bytes."""
-    return row + bytes(-len(row) % 4)
+    letters = list(COLOURS)
+    pixels = bytes(letters.index(letter) for letter in "".join(rows))
+    square = Image.new("P", (size, size))
+    square.putpalette([part for colour in COLOURS.values() for part in colour or (0, 0, 0)])
+    square.paste(Image.frombytes("P", (len(rows[0]), len(rows)), pixels), (0, size - len(rows)))
+    return square
 
 
 def bitmap(picture):
-    """One image of an icon file: header, palette, colours, mask; rows from the bottom."""
-    size = len(picture)
-    index = {letter: number for number, letter in enumerate(COLOURS)}
-    assert index["."] == TRANSPARENT
-    palette = b"".join(struct.pack("<BBBB", c[2], c[1], c[0], 0) for c in COLOURS.values() if c)
+    """One image of an icon file: header, palette, colours, mask; rows from the bottom, of whole words."""
+    size = picture.width
     # A transparent pixel has to be black besides being masked: the ground is ANDed with the mask, then
     # XORed with the pixel's colour.
-    palette = (bytes(4) + palette).ljust(4 * PALETTE_SIZE, b"\0")
-    colours = b"".join(padded(bytes(index[letter] for letter in row)) for row in reversed(picture))
-    mask = b""
-    for row in reversed(picture):
-        bits = "".join("1" if letter == "." else "0" for letter in row)
-        mask += padded(int(bits, 2).to_bytes(size // 8, "big"))
+    palette = bytes(picture.getpalette("BGRX")).ljust(4 * 256, b"\0")
+    colours = picture.tobytes("raw", "P", size, -1)
+    mask = picture.point([255] + [0] * 255, "1").tobytes("raw", "1", 4, -1)
     # The height counts colours and mask.
-    header = struct.pack("<IiiHHIIiiII", 40, size, 2 * size, 1, 8, 0, len(colours) + len(mask), 0, 0,
-                         PALETTE_SIZE, 0)
+    header = struct.pack("<IiiHHIIiiII", 40, size, 2 * size, 1, 8, 0, len(colours) + len(mask), 0, 0, 256, 0)
     return header + palette + colours + mask
 
 
@@ -105,7 +95,7 @@ def icon_file(pictures):
     directory = struct.pack("<HHH", 0, 1, len(images))
     for picture, image in zip(pictures, images):
         # Colour count 0 stands for 256.
-        directory += struct.pack("<BBBBHHII", len(picture), len(picture), 0, 0, 1, 8, len(image), offset)
+        directory += struct.pack("<BBBBHHII", picture.width, picture.height, 0, 0, 1, 8, len(image), offset)
         offset += len(image)
     return directory + b"".join(images)
 
@@ -115,7 +105,7 @@ def main():
     parser = argparse.ArgumentParser(description="Draws the overlay icon of the shell extension.")
     parser.add_argument("--output", type=pathlib.Path, default=default, metavar="FILE.ico")
     arguments = parser.parse_args()
-    pictures = [place(LARGE, 32), place(SMALL, 16)]
+    pictures = [drawn(LARGE, 32), drawn(SMALL, 16)]
     arguments.output.write_bytes(icon_file(pictures))
 
 

@@ -25,6 +25,7 @@ sndx_need native || exit 1
 sndx_need windows || exit 1
 sndx_need screenshots || exit 1
 
+python=/usr/bin/python3 # the one that the system's packages are for
 build=$PWD/build/windows
 work=$PWD/build/screenshots
 mkdir -p "$build"
@@ -113,8 +114,10 @@ stand() {
 picture() {
     local name=$1
     shift
-    explorer "$@" --wait 1000 --screenshot "$pictures/$name.png" ||
+    explorer "$@" --wait 1000 --screenshot "$work/picture.bmp" ||
         { echo "screenshots.sh: no picture of $name" >&2; exit 1; }
+    $python -c 'import sys; from PIL import Image; Image.open(sys.argv[1]).save(sys.argv[2], optimize=True)' \
+        "$work/picture.bmp" "$pictures/$name.png" || exit 1
     end_windows
     echo "   $pictures/$name.png"
 }
@@ -134,5 +137,5 @@ picture menu-file 'C:\Sendora\Kunden' --place 10,10,460,240 --select Preise.txt 
 desktop menufolder 480x260
 picture menu-folder 'C:\Sendora\Kunden' --place 10,10,460,240 --select Angebote --hover Herunterladen
 
-python3 scripts/draw_icon.py dll/sndxdll.ico "$pictures/icon.png" || exit 1
+$python scripts/draw_icon.py dll/sndxdll.ico "$pictures/icon.png" || exit 1
 echo "   $pictures/icon.png"

@@ -1,42 +1,22 @@
 #include "tools/commandline.h"
 
+#include <iomanip>
+#include <sstream>
+
 namespace sndxtools
 {
-Arguments SplitCommandLine(std::string_view line)
+Arguments SplitCommandLine(const std::string& line)
 {
     Arguments arguments;
-    std::string current;
-    bool started = false;
-    bool quoted = false;
-    for (const char c : line)
+    std::istringstream in(line);
+    while ((in >> std::ws).peek() != std::istringstream::traits_type::eof())
     {
-        if (c == '"')
+        std::string argument;
+        if (!(in >> std::quoted(argument, '"', '\0')))
         {
-            quoted = !quoted;
-            started = true;
+            throw UsageError("a double quote is not closed");
         }
-        else if (!quoted && (c == ' ' || c == '\t' || c == '\r' || c == '\n'))
-        {
-            if (started)
-            {
-                arguments.push_back(std::move(current));
-                current.clear();
-                started = false;
-            }
-        }
-        else
-        {
-            current += c;
-            started = true;
-        }
-    }
-    if (quoted)
-    {
-        throw UsageError("a double quote is not closed");
-    }
-    if (started)
-    {
-        arguments.push_back(std::move(current));
+        arguments.push_back(std::move(argument));
     }
     return arguments;
 }

@@ -1,7 +1,6 @@
 #pragma once
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace sndxtools
@@ -14,7 +13,8 @@ class UsageError : public std::runtime_error
     using std::runtime_error::runtime_error;
 };
 
-// Splits a line of text into arguments at blanks. Double quotes hold an argument together; a backslash is
-// an ordinary character, so that "C:\My Folder\" can be written. Throws UsageError for an open quote.
-Arguments SplitCommandLine(std::string_view line);
+// Splits a line of text into arguments at blanks. Double quotes around an argument hold it together; a
+// backslash is an ordinary character, so that "C:\My Folder\" can be written. Throws UsageError for an open
+// quote.
+Arguments SplitCommandLine(const std::string& line);
 } // namespace sndxtools

@@ -89,12 +89,16 @@ WideString FilePath(const std::string& path)
     return FromPosixPath(full);
 }
 
-WideString ProgramFolder()
+WideString ProgramPath()
 {
     WCHAR path[1024];
     const DWORD length = GetModuleFileNameW(nullptr, path, static_cast<DWORD>(std::size(path)));
-    const WideView view(path, length < std::size(path) ? length : 0);
-    const std::size_t separator = view.find_last_of(TEXT("\\/"));
-    return separator == WideView::npos ? WideString() : WideString(view.substr(0, separator + 1));
+    return WideString(path, length < std::size(path) ? length : 0);
+}
+
+WideString ProgramFolder()
+{
+    const WideString path = ProgramPath();
+    return path.substr(0, path.find_last_of(TEXT("\\/")) + 1);
 }
 } // namespace sndxtools

@@ -15,6 +15,9 @@ WideString ItemPath(const std::string& path);
 // The full path of a file that the user names on the command line, relative ones from the current folder.
 WideString FilePath(const std::string& path);
 
+// The running program's file.
+WideString ProgramPath();
+
 // The folder of the running program, with a separator at its end.
 WideString ProgramFolder();
 } // namespace sndxtools

@@ -4,16 +4,16 @@
 
 namespace sndxtools
 {
-std::string Utf8(WideView text)
+std::string Encoded(WideView text, UINT codePage)
 {
     if (text.empty())
     {
         return {};
     }
     const int length = static_cast<int>(text.size());
-    const int bytes = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+    const int bytes = WideCharToMultiByte(codePage, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
     std::string result(static_cast<std::size_t>(bytes), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), bytes, nullptr, nullptr);
+    WideCharToMultiByte(codePage, 0, text.data(), length, result.data(), bytes, nullptr, nullptr);
     return result;
 }
 
@@ -55,29 +55,5 @@ std::string Quoted(std::string_view utf8)
         }
     }
     return result + "\"";
-}
-
-bool ParseNumber(std::string_view text, unsigned long limit, unsigned long& number)
-{
-    if (text.empty())
-    {
-        return false;
-    }
-    unsigned long value = 0;
-    for (const char c : text)
-    {
-        if (c < '0' || c > '9')
-        {
-            return false;
-        }
-        const auto digit = static_cast<unsigned long>(c - '0');
-        if (digit > limit || value > (limit - digit) / 10)
-        {
-            return false;
-        }
-        value = value * 10 + digit;
-    }
-    number = value;
-    return true;
 }
 } // namespace sndxtools

@@ -11,8 +11,13 @@ namespace sndxtools
 using WideString = std::basic_string<WCHAR>;
 using WideView = std::basic_string_view<WCHAR>;
 
+std::string Encoded(WideView text, UINT codePage);
+
 // Lone surrogates and invalid bytes become U+FFFD.
-std::string Utf8(WideView text);
+inline std::string Utf8(WideView text)
+{
+    return Encoded(text, CP_UTF8);
+}
 WideString Wide(std::string_view utf8);
 
 // "0x" and as many upper-case digits as asked for.
@@ -20,7 +25,4 @@ std::string Hex(unsigned long value, int digits);
 
 // Quotes text for one line of output: control characters are written as <U+000A>.
 std::string Quoted(std::string_view utf8);
-
-// A decimal number from 0 to limit; false for anything else (signs, blanks, overflow).
-bool ParseNumber(std::string_view text, unsigned long limit, unsigned long& number);
 } // namespace sndxtools

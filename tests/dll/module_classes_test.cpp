@@ -137,7 +137,7 @@ TEST_F(ModuleUnload, IsNeverOfferedWhileAnyThreadHoldsAnObject)
                     auto factory = module.Factory(*classId);
                     wrong += module.CanUnloadNow() == S_OK ? 1 : 0;
                     ComRef<IUnknown> object;
-                    Module::Check(factory->CreateInstance(nullptr, IID_IUnknown, object.Receive()));
+                    Check("CreateInstance", factory->CreateInstance(nullptr, IID_IUnknown, object.Receive()));
                     factory.Reset();
                     wrong += module.CanUnloadNow() == S_OK ? 1 : 0;
                 }

@@ -22,7 +22,7 @@ void ImportRegistration(const std::string& file)
 {
     ChildProcess editor = ChildProcess::Program("C:\\windows\\regedit.exe",
                                                 {"/S", TargetPath(SNDX_REGISTRATION_FOLDER "/" + file)});
-    Module::Check(editor.Wait() == 0 ? S_OK : E_FAIL);
+    Check("regedit", editor.Wait() == 0 ? S_OK : E_FAIL);
 }
 
 // What the shell hands to a handler for files of one folder.
@@ -34,15 +34,15 @@ ComRef<IDataObject> SystemDataObject(const std::vector<std::string>& paths)
     for (const std::string& path : paths)
     {
         LPITEMIDLIST list = nullptr;
-        Module::Check(SHParseDisplayName(Wide(path).c_str(), nullptr, &list, 0, nullptr));
+        Check("SHParseDisplayName", SHParseDisplayName(Wide(path).c_str(), nullptr, &list, 0, nullptr));
         lists.push_back(list);
         LPCITEMIDLIST item = nullptr;
-        Module::Check(SHBindToParent(list, IID_IShellFolder, folder.Receive(), &item));
+        Check("SHBindToParent", SHBindToParent(list, IID_IShellFolder, folder.Receive(), &item));
         items.push_back(item);
     }
     ComRef<IDataObject> data;
-    Module::Check(folder->GetUIObjectOf(nullptr, static_cast<UINT>(items.size()), items.data(),
-                                        IID_IDataObject, nullptr, data.Receive()));
+    Check("GetUIObjectOf", folder->GetUIObjectOf(nullptr, static_cast<UINT>(items.size()), items.data(),
+                                                 IID_IDataObject, nullptr, data.Receive()));
     for (const LPITEMIDLIST list : lists)
     {
         ILFree(list);
@@ -57,7 +57,7 @@ class ModuleCom : public ModuleTest
     ModuleCom()
     {
         ImportRegistration("register.reg");
-        Module::Check(OleInitialize(nullptr));
+        Check("OleInitialize", OleInitialize(nullptr));
     }
     ~ModuleCom() override
     {
@@ -69,8 +69,8 @@ class ModuleCom : public ModuleTest
     static ComRef<T> Create(REFCLSID classId, REFIID interfaceId)
     {
         ComRef<T> object;
-        Module::Check(
-            CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, interfaceId, object.Receive()));
+        Check("CoCreateInstance",
+              CoCreateInstance(classId, nullptr, CLSCTX_INPROC_SERVER, interfaceId, object.Receive()));
         return object;
     }
     static bool IsLoaded() { return GetModuleHandleW(TEXT("sndxdll.dll")) != nullptr; }
@@ -160,7 +160,7 @@ TEST_F(ModuleCom, TheShellItselfFindsTheMenuHandlerThroughTheRegistration)
         info.cbSize = sizeof info;
         info.fMask = SEE_MASK_CLASSKEY | SEE_MASK_IDLIST | SEE_MASK_FLAG_NO_UI;
         LPITEMIDLIST list = nullptr;
-        Module::Check(SHParseDisplayName(path.c_str(), nullptr, &list, 0, nullptr));
+        Check("SHParseDisplayName", SHParseDisplayName(path.c_str(), nullptr, &list, 0, nullptr));
         info.lpIDList = list;
         const Key fileClass(Key::Open, HKEY_CLASSES_ROOT, className, KEY_READ);
         info.hkeyClass = fileClass;
@@ -173,8 +173,8 @@ TEST_F(ModuleCom, TheShellItselfFindsTheMenuHandlerThroughTheRegistration)
 
 TEST_F(ModuleCom, UnregisteringRemovesEveryEntry)
 {
-    const std::string overlayId = "{041C6567-1AB1-4B57-BD0F-D91AC46B973B}";
-    const std::string menuId = "{75C582E7-666B-4191-9085-2B1F99D4CBCC}";
+    const std::string overlayId = sndxtools::contract::overlayClassText;
+    const std::string menuId = sndxtools::contract::menuClassText;
     const std::string classes = "Software\\Classes\\";
     const std::string system = "Software\\Microsoft\\Windows\\CurrentVersion\\";
     const auto expectEntries = [&](LONG error)

@@ -1,5 +1,6 @@
-// The end of a process whose threads are busy in the module: the system ends them wherever they are, in the middle of
-// a line or inside a lock. Only Windows ends threads like that; the native layer has nothing to show for it.
+// The end of a process whose threads are busy in the module: the system ends them wherever they are, in the
+// middle of a line or inside a lock. Only Windows ends threads like that; the native layer has nothing to
+// show for it.
 
 #include <cstdlib>
 #include <thread>
@@ -11,8 +12,8 @@ using namespace sndxtest;
 
 namespace
 {
-// Ends while eight threads ask the overlay, the given number of milliseconds after the first question; with a menu
-// object of so many paths that is never released. Its last act is to write the time to a file.
+// Ends while eight threads ask the overlay, the given number of milliseconds after the first question; with a
+// menu object of so many paths that is never released. Its last act is to write the time to a file.
 SNDX_CHILD(EndUnderBusyThreads)
 {
     static const Module module;
@@ -62,16 +63,18 @@ TEST_P(ModuleEnd, UnderBusyThreadsComesSoonAndWithTheEndOfTheTrace)
     for (int i = 0; i < exits; ++i)
     {
         const int ms = 20 + i * 7 % 60;
-        ChildProcess child("EndUnderBusyThreads", {std::to_string(ms), std::to_string(selected), Items() / "end"});
+        ChildProcess child("EndUnderBusyThreads",
+                           {std::to_string(ms), std::to_string(selected), Items() / "end"});
         ASSERT_EQ(child.Wait(), 0) << "exit " << i;
         EXPECT_LT(GetTickCount() - std::stoul(ReadWholeFile(Items() / "end")), longest) << "exit " << i;
         const Lines lines = WholeTrace();
         const Lines end = LastLines(lines, 2);
-        const bool whole = end == Lines{ClosingLines()[1], ClosingLines()[2]} &&
-                           (selected == 0 || std::count_if(lines.begin(), lines.end(),
-                                                           [](const std::string& line)
-                                                           { return line.find(" Bytes allocated by ") != line.npos; }) >=
-                                                 static_cast<std::ptrdiff_t>(selected));
+        const bool whole =
+            end == Lines{ClosingLines()[1], ClosingLines()[2]} &&
+            (selected == 0 || std::count_if(lines.begin(), lines.end(),
+                                            [](const std::string& line) {
+                                                return line.find(" Bytes allocated by ") != line.npos;
+                                            }) >= static_cast<std::ptrdiff_t>(selected));
         lost += whole ? 0 : 1;
     }
     EXPECT_LE(lost * 100, exits) << "of " << exits;

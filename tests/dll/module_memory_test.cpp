@@ -122,7 +122,7 @@ class MainJob : public ModuleTest
         // A host that goes on after a failed Initialize must find a handler that works as far as it can.
         MenuHandler handler(std::move(init));
         Do("Initialize", handler.Select(paths, {.withOwner = true}));
-        EXPECT_EQ(DropDataObject::LiveMediums(), 0);
+        EXPECT_EQ(LiveDropMediums(), 0);
         const HMENU shown = CreatePopupMenu();
         Do("QueryContextMenu", handler.Query(shown));
         DestroyMenu(shown);

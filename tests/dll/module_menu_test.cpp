@@ -108,8 +108,8 @@ TEST_F(ModuleMenu, UnusableDataIsRefusedAndNothingOfItKept)
         const TraceCapture trace;
         EXPECT_EQ(handler.Select(paths, options), E_INVALIDARG);
         EXPECT_TRUE(AreLines(trace.Texts(), {initialize}));
-        EXPECT_EQ(DropDataObject::LiveObjects(), 0);
-        EXPECT_EQ(DropDataObject::LiveMediums(), 0);
+        EXPECT_EQ(LiveDropObjects(), 0);
+        EXPECT_EQ(LiveDropMediums(), 0);
         EXPECT_EQ(handler.Query(menu_), nothingAdded);
     }
     const auto init = module.Create<IShellExtInit>(menuClass, IID_IShellExtInit);
@@ -240,7 +240,7 @@ TEST_F(ModuleMenu, MediumIsReleasedAndEarlierPathsAreKept)
         sndxposix::FailCall(call, ERROR_NOT_ENOUGH_MEMORY, skip);
         EXPECT_EQ(handler.Select({"C:\\A\\x", "C:\\A\\y", "C:\\A\\z"}, {.withOwner = true}), result) << call;
         EXPECT_EQ(sndxposix::PendingFailures(), 0u) << call;
-        EXPECT_EQ(DropDataObject::LiveMediums(), 0) << call;
+        EXPECT_EQ(LiveDropMediums(), 0) << call;
         EXPECT_EQ(handler.Query(menu_), added) << call;
     }
 }

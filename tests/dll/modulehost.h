@@ -14,16 +14,17 @@
 #include "tests/support/settings.h"
 #include "tests/support/temporaryfolder.h"
 #include "tools/comref.h"
+#include "tools/contract.h"
+#include "tools/results.h"
 
 namespace sndxtest
 {
+using sndxtools::Check;
 using sndxtools::ComRef;
 
-// The class identifiers as the installer registers them.
-inline constexpr GUID overlayClass = {
-    0x041C6567, 0x1AB1, 0x4B57, {0xBD, 0x0F, 0xD9, 0x1A, 0xC4, 0x6B, 0x97, 0x3B}};
-inline constexpr GUID menuClass = {
-    0x75C582E7, 0x666B, 0x4191, {0x90, 0x85, 0x2B, 0x1F, 0x99, 0xD4, 0xCB, 0xCC}};
+using sndxtools::contract::menuClass;
+using sndxtools::contract::overlayClass;
+
 // A path of the build machine as the target's: drive Z: is the root of its files.
 inline std::string TargetPath(std::string path)
 {
@@ -85,27 +86,19 @@ class Module
     ComRef<IClassFactory> Factory(REFCLSID classId) const
     {
         ComRef<IClassFactory> factory;
-        Check(GetClassObject(classId, IID_IClassFactory, factory.Receive()));
+        Check("DllGetClassObject", GetClassObject(classId, IID_IClassFactory, factory.Receive()));
         return factory;
     }
     template <class T>
     ComRef<T> Create(REFCLSID classId, REFIID interfaceId) const
     {
         ComRef<T> object;
-        Check(Factory(classId)->CreateInstance(nullptr, interfaceId, object.Receive()));
+        Check("CreateInstance", Factory(classId)->CreateInstance(nullptr, interfaceId, object.Receive()));
         return object;
     }
     ComRef<IShellIconOverlayIdentifier> Overlay() const
     {
         return Create<IShellIconOverlayIdentifier>(overlayClass, IID_IShellIconOverlayIdentifier);
-    }
-
-    static void Check(HRESULT result)
-    {
-        if (FAILED(result))
-        {
-            throw std::runtime_error("result " + std::to_string(result));
-        }
     }
 
   private:
@@ -118,7 +111,7 @@ class MenuHandler
   public:
     explicit MenuHandler(ComRef<IShellExtInit> init) : init_(std::move(init))
     {
-        Module::Check(init_->QueryInterface(IID_IContextMenu, menu_.Receive()));
+        Check("QueryInterface", init_->QueryInterface(IID_IContextMenu, menu_.Receive()));
     }
     explicit MenuHandler(const Module& module)
         : MenuHandler(module.Create<IShellExtInit>(menuClass, IID_IShellExtInit))
@@ -126,12 +119,12 @@ class MenuHandler
     }
     MenuHandler(const Module& module, const std::vector<std::string>& paths) : MenuHandler(module)
     {
-        Module::Check(Select(paths));
+        Check("Initialize", Select(paths));
     }
 
     HRESULT Select(const std::vector<std::string>& paths, DropOptions options = {})
     {
-        return init_->Initialize(nullptr, MakeDropDataObject(paths, options).get(), nullptr);
+        return init_->Initialize(nullptr, MakeDropDataObject(paths, options).Get(), nullptr);
     }
     HRESULT Query(HMENU menu, UINT position = 0, UINT first = 100, UINT last = 200, UINT flags = CMF_NORMAL)
     {
@@ -160,15 +153,14 @@ class ModuleTest : public testing::Test
         RemoveTraceFiles();
         WaitUntilNobodyServes();
     }
-    ~ModuleTest() override { SetEnvironmentVariableW(optionsVariable, nullptr); }
+    ~ModuleTest() override { SetEnvironmentVariableW(optionsVariable.c_str(), nullptr); }
 
     // A main program that was started earlier may still be about to end.
     static void WaitUntilNobodyServes()
     {
-        const auto gone = [] {
-            return !WaitNamedPipeW(TEXT("\\\\.\\pipe\\SendoraService"), 1) &&
-                   GetLastError() == ERROR_FILE_NOT_FOUND;
-        };
+        const WideString pipe = Wide("\\\\.\\pipe\\" + std::string(sndxtools::contract::pipeName));
+        const auto gone = [&pipe]
+        { return !WaitNamedPipeW(pipe.c_str(), 1) && GetLastError() == ERROR_FILE_NOT_FOUND; };
         EXPECT_TRUE(Within(20000, gone)) << "somebody still serves requests";
     }
 
@@ -193,7 +185,7 @@ class ModuleTest : public testing::Test
         {
             all += "\"" + option + "\" ";
         }
-        SetEnvironmentVariableW(optionsVariable, Wide(all + options).c_str());
+        SetEnvironmentVariableW(optionsVariable.c_str(), Wide(all + options).c_str());
     }
     bool Exists(const std::string& name) const { return std::filesystem::exists(Items().Local(name)); }
     // Everything that main programs have taken from the pipe; it is kept a moment after that.
@@ -206,7 +198,7 @@ class ModuleTest : public testing::Test
     }
 
   private:
-    static constexpr const WCHAR* optionsVariable = TEXT("SENDORA_MAINPROGRAM_OPTIONS");
+    inline static const WideString optionsVariable = Wide(sndxtools::contract::mainProgramOptions);
 
     std::vector<std::string> CommonOptions() const
     {

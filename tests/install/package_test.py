@@ -27,9 +27,9 @@ class Package(unittest.TestCase):
         cls.output.unlink(missing_ok=True)
         cls.wine.environment["SENDORA_MAINPROGRAM_OPTIONS"] = f"--duration 5000 --output {cls.output}"
         # The product's own settings, as its main program and installer write them.
-        product = "Taleno Software\\Sendora"
-        for key, name, text in ((f"HKLM\\Software\\Wow6432Node\\{product}\\Accounts\\A1", "LocalFolder", "C:\\Sync"),
-                                (f"HKCU\\Software\\{product}\\Settings", "InstallerPath",
+        for key, name, text in (("HKLM\\Software\\Wow6432Node\\Taleno Software\\Sendora\\Accounts\\A1", "LocalFolder",
+                                 "C:\\Sync"),
+                                ("HKCU\\Software\\Taleno Software\\Sendora\\Settings", "InstallerPath",
                                  "Z:" + str(BUILD / "mainprogram.exe").replace("/", "\\"))):
             assert cls.wine.run("reg", "add", key, "/v", name, "/d", text, "/f")[0] == 0
         cls.explorer("C:\\Sync", "--report")  # what the system makes at the first use of a window

@@ -170,7 +170,7 @@ TEST_F(RegistryFile, WhatIsWrittenIsReadBack)
         {REG_BINARY, Bytes(1000, BYTE{0xA5})},
         {0xFEDCBA98u, {7}},
     };
-    const std::string path = "Software\\Taleno Software\\Sendora";
+    const std::string path = sndxtools::contract::productKey;
     for (const auto& value : values)
     {
         SetUserBytes("Bytes", "v\"\\" + std::to_string(&value - values), value.first, value.second);

@@ -11,7 +11,7 @@ namespace
 {
 using namespace sndxtest;
 
-const std::string testPath = "Software\\Taleno Software\\Sendora\\Test";
+const std::string testPath = std::string(sndxtools::contract::productKey) + "\\Test";
 
 class Registry : public ::testing::Test
 {
@@ -22,7 +22,7 @@ class Registry : public ::testing::Test
 
 TEST_F(Registry, MachineSoftwareHasTwoViewsAndTheUsersHasOne)
 {
-    const std::string below = "Taleno Software\\Sendora\\Test";
+    const std::string below = testPath.substr(testPath.find('\\') + 1);
     SetSharedString("Test", "Name", "32 bits");
     const auto get = [](HKEY root, const std::string& path, REGSAM view)
     { return Key(Key::Open, root, path, KEY_QUERY_VALUE | view).Get("Name"); };

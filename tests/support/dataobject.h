@@ -2,12 +2,10 @@
 // Data objects as the shell hands them to an extension: dropped files in global memory, and everything that
 // can be wrong with them.
 
-#include <memory>
 #include <string>
 #include <vector>
 
-#include <windows.h>
-#include <shlobj.h>
+#include "tools/dropdata.h"
 
 namespace sndxtest
 {
@@ -20,21 +18,12 @@ struct DropOptions
     bool narrow = false;       // paths in the system's narrow character set
 };
 
-// Offers paths (UTF-8) as CF_HDROP in TYMED_HGLOBAL; nothing else is implemented.
-class DropDataObject : public IDataObject
-{
-  public:
-    // Objects not yet released for the last time, and mediums with an owner that ReleaseStgMedium has not
-    // been called for.
-    static int LiveObjects();
-    static int LiveMediums();
-};
+// Paths are UTF-8.
+sndxtools::ComRef<IDataObject> MakeDropDataObject(const std::vector<std::string>& paths,
+                                                  DropOptions options = {});
 
-struct ReleaseInterface
-{
-    void operator()(IUnknown* object) const { object->Release(); }
-};
-// Holds one reference.
-using DropDataObjectRef = std::unique_ptr<DropDataObject, ReleaseInterface>;
-DropDataObjectRef MakeDropDataObject(std::vector<std::string> paths, DropOptions options = {});
+// Data objects not yet released for the last time, and mediums with an owner that ReleaseStgMedium has not
+// been called for.
+int LiveDropObjects();
+int LiveDropMediums();
 } // namespace sndxtest

@@ -1,23 +1,21 @@
 #include "tests/support/settings.h"
 
-#include <stdexcept>
-
 #include "tests/support/registrykey.h"
+#include "tools/contract.h"
+#include "tools/results.h"
 
 namespace sndxtest
 {
 namespace
 {
 // The 32-bit view of the machine's settings is a key in the native one.
-const std::string sharedCompany = "Software\\Wow6432Node\\Taleno Software";
-const std::string userCompany = "Software\\Taleno Software";
+const std::string userCompany = sndxtools::contract::companyKey;
+const std::string sharedCompany = "Software\\Wow6432Node" + userCompany.substr(userCompany.find('\\'));
 
+// The registry's functions answer with an error code.
 void Check(LONG error, const std::string& what)
 {
-    if (error != 0)
-    {
-        throw std::runtime_error(what + ": error " + std::to_string(error));
-    }
+    sndxtools::Check(what.c_str(), sndxtools::ErrorResult(static_cast<DWORD>(error)));
 }
 
 std::string SectionPath(const std::string& company, const std::string& section)

@@ -1,12 +1,14 @@
 #pragma once
 // The product's settings as its installer and main program write them: machine-wide ones in the 32-bit view
 // of HKEY_LOCAL_MACHINE, a user's own in HKEY_CURRENT_USER, one key a section below
-// Software\Taleno Software\Sendora. Every function throws std::runtime_error when the registry refuses.
+// sndxtools::contract::productKey. Every function throws sndxtools::CallError when the registry refuses.
 
 #include <string>
 #include <vector>
 
 #include <windows.h>
+
+#include "tools/contract.h"
 
 namespace sndxtest
 {

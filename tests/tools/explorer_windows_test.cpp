@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/child.h"
+#include "tests/support/settings.h"
 #include "tests/support/text.h"
 #include "tools/explorer/explorer.h"
 #include "tools/explorer/watchdog.h"
@@ -45,13 +46,12 @@ struct Explorer : testing::Test
 // A handler that is registered but whose class is not, while this lives.
 struct DeadHandler
 {
-    explicit DeadHandler(const char* key) : path(sndxtest::Wide(key))
+    explicit DeadHandler(const char* key) : path(key)
     {
-        const WCHAR classId[] = L"{5E1F0D3A-0000-4000-8000-000000000001}";
-        RegSetKeyValueW(HKEY_LOCAL_MACHINE, path.c_str(), nullptr, REG_SZ, classId, sizeof classId);
+        sndxtest::SetMachineString(path, "", "{5E1F0D3A-0000-4000-8000-000000000001}");
     }
-    ~DeadHandler() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, path.c_str()); }
-    const sndxtest::WideString path;
+    ~DeadHandler() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, sndxtest::Wide(path).c_str()); }
+    const std::string path;
 };
 } // namespace
 
@@ -63,13 +63,11 @@ TEST_F(Explorer, TellsWhatIsWrong)
         Arguments arguments;
         const char* complaint;
     } cases[] = {
-        {2, {}, "a folder is missing"},
-        {2, {folder, "--bogus"}, "unknown option '--bogus'"},
-        {2, {folder, "D:\\"}, "a second folder, 'D:\\'"},
-        {2, {folder, "--view", "huge"}, "'huge' is neither"},
-        {2, {folder, "--place", "1,2,3"}, "'1,2,3' is not X,Y,WIDTH,HEIGHT"},
-        {2, {folder, "--report", "--select"}, "--select needs a value"},
-        {2, {folder, "--hover", "1"}, "a context menu needs --select"},
+        {2, {}, "FOLDER is required"},
+        {2, {folder, "D:\\"}, "not expected: D:\\"},
+        {2, {folder, "--view", "huge"}, "--view: huge not in {large,small}"},
+        {2, {folder, "--place", "1,2,3"}, "--place: 4 required X,Y,WIDTH,HEIGHT"},
+        {2, {folder, "--hover", "1"}, "--hover requires --select"},
         {1, {folder + "x", "--report"}, "there is no folder"},
         {1, {folder + "\\Datei.txt", "--report"}, "there is no folder"},
         {1, {folder, "--report", "--select", "Datei"}, "no item \"Datei\""},
@@ -82,7 +80,7 @@ TEST_F(Explorer, TellsWhatIsWrong)
         EXPECT_EQ(answer.exitCode, exitCode) << complaint;
         EXPECT_THAT(answer.err, HasSubstr(complaint));
     }
-    EXPECT_THAT(RunExplorer({"--help"}).out, HasSubstr("--screenshot FILE.png"));
+    EXPECT_THAT(RunExplorer({"--help"}).out, HasSubstr("--screenshot FILE.bmp"));
 }
 
 TEST_F(Explorer, ShowsPlainIconsAndItsOwnMenuWhenNothingUsefulIsRegistered)

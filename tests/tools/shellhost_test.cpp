@@ -7,7 +7,6 @@
 #include <sanitizer/lsan_interface.h>
 #endif
 
-#include "tests/support/child.h"
 #include "tests/support/settings.h"
 #include "tests/support/tracefile.h"
 #include "tools/shellhost/shellhost.h"
@@ -48,21 +47,15 @@ TEST(ShellHost, WrongUsageIsToldBeforeAnyModuleIsLoaded)
         const char* complaint;
     } cases[] = {
         {{}, "a command is missing"},
-        {{"bogus"}, "unknown command 'bogus'"},
-        {{"--bogus", "overlay", "C:\\a"}, "unknown option '--bogus'"},
-        {{"--module"}, "--module needs a value"},
-        {{"--module", "C:\\m.dll", "--registered", "overlay", "C:\\a"}, "exclude each other"},
-        {{"--module", "C:\\m.dll", "overlay"}, "a path is missing"},
+        {{"bogus"}, "not expected: bogus"},
+        {{"--module", "C:\\m.dll", "--registered", "overlay", "C:\\a"}, "--module excludes --registered"},
+        {{"--module", "C:\\m.dll", "overlay"}, "PATH is required"},
         {{"--module", "C:\\m.dll", "overlay", "C:\\a", "b\\c"}, "'b\\c' is not a full path"},
-        {{"--module", "C:\\m.dll", "menu", "--cmd-first", "x", "C:\\a"}, "--cmd-first: 'x'"},
-        {{"--module", "C:\\m.dll", "menu", "--cmd-last"}, "--cmd-last needs a value"},
-        {{"--module", "C:\\m.dll", "menu", "--flags", "all", "C:\\a"}, "--flags"},
-        {{"--module", "C:\\m.dll", "invoke"}, "a menu command is missing"},
-        {{"--module", "C:\\m.dll", "invoke", "65536", "C:\\a"}, "unknown menu command '65536'"},
-        {{"--module", "C:\\m.dll", "state-changed", "now"}, "takes no arguments"},
+        {{"--module", "C:\\m.dll", "menu", "--cmd-first", "x", "C:\\a"}, "--cmd-first = x"},
+        {{"--module", "C:\\m.dll", "menu", "--flags", "all", "C:\\a"}, "--flags: all not in"},
+        {{"--module", "C:\\m.dll", "invoke", "65536", "C:\\a"}, "COMMAND = 65536"},
+        {{"--module", "C:\\m.dll", "state-changed", "now"}, "not expected: now"},
         {{"--module", "C:\\m.dll", "leak", "b\\c"}, "'b\\c' is not a full path"},
-        {{"--module", "C:\\m.dll", "misuse"}, "takes one name"},
-        {{"--module", "C:\\m.dll", "misuse", "--here", "list"}, "unknown misuse 'list'"},
     };
     for (const auto& [arguments, complaint] : cases)
     {
@@ -143,17 +136,14 @@ TEST(ShellHost, ShellKeepsTheModuleLoadedUntilTheUnloadTestFreesIt)
                                                     "quit\n"
                                                     "overlay C:\\never\n");
     EXPECT_EQ(answer.exitCode, 2);
-    std::vector<std::string> codes;
+    std::string codes;
     std::istringstream lines(answer.out);
     for (std::string line; std::getline(lines, line);)
     {
-        if (line.starts_with("["))
-        {
-            codes.push_back(line);
-        }
+        codes += line.starts_with("[") ? line : "";
     }
     // The announcement makes the module answer wrongly; only a module loaded afresh answers rightly again.
-    EXPECT_THAT(codes, testing::ElementsAre("[0]", "[2]", "[2]", "[0]", "[1]", "[0]"));
+    EXPECT_EQ(codes, "[0][2][2][0][1][0]");
     EXPECT_THAT(answer.out, HasSubstr("C:\\inside a: overlay\n"));
     EXPECT_THAT(answer.out,
                 HasSubstr("overlay object created: DllCanUnloadNow answers 0x00000000 (S_OK), but an "
@@ -182,36 +172,4 @@ TEST(ShellHost, LeakShowsTheReportOfTheRealModuleAndNothingElseOfItsTrace)
     EXPECT_THAT(report, HasSubstr(" 48 Bytes allocated by LComClassFactory<class LSendoraContextMenu>::"));
     EXPECT_THAT(report, HasSubstr("  Execution terminated gracefully.\n"));
     EXPECT_EQ(report.find("DLL_PROCESS_ATTACH"), std::string::npos);
-}
-
-TEST(ShellHost, MisuseIsReportedByTheRealModuleAndEndsInTheChild)
-{
-    const sndxtest::CleanSettings settings;
-    const auto errors = []
-    {
-        std::vector<std::string> found;
-        for (const auto& line :
-             sndxtest::ParseTrace(sndxtest::ReadWholeFile(sndxtest::TraceFilePath("shellhost"))))
-        {
-            found.insert(found.end(), line.error ? 1 : 0, line.text);
-        }
-        return found;
-    };
-    const auto run = [](const char* misuse) {
-        return sndxtest::ChildProcess::Program(SNDX_SHELLHOST, {"misuse", misuse}).Wait(60000);
-    };
-    const std::string ended =
-        "LComImplementation<I>::Release called on an object which possibly has already been deleted!";
-#ifdef __SANITIZE_ADDRESS__
-    EXPECT_EQ(run("double-release"), 1); // refused, as below
-#else
-    EXPECT_EQ(run("over-release"), 0);
-    EXPECT_THAT(errors(), testing::ElementsAre(ended, HasSubstr("Release is being called too often")));
-    EXPECT_EQ(run("double-release"), 0);
-    EXPECT_THAT(errors(), testing::ElementsAre(ended, HasSubstr("attempt to delete an object twice!")));
-    // Released memory is not handed out again: nothing is done wrong.
-    sndxtest::SetUserString("Debug", "Memory Mode", "5");
-    EXPECT_EQ(run("double-release"), 1);
-#endif
-    EXPECT_EQ(errors().size(), 0u);
 }

@@ -2,20 +2,22 @@
 // tell command and number of paths. It misbehaves on request: after StateChanged it always agrees to be
 // unloaded; a path that contains "broken" makes calls fail.
 
-#include <string>
 #include <vector>
 
 #include <windows.h>
 #include <shlobj.h>
 #include <shellapi.h>
 
+#include "tools/comobject.h"
+#include "tools/comref.h"
+#include "tools/contract.h"
+#include "tools/text.h"
+
 namespace
 {
-using WideString = std::basic_string<WCHAR>;
-
-constexpr CLSID overlayClass = {0x041C6567, 0x1AB1, 0x4B57, {0xBD, 0x0F, 0xD9, 0x1A, 0xC4, 0x6B, 0x97, 0x3B}};
-constexpr CLSID contextMenuClass = {
-    0x75C582E7, 0x666B, 0x4191, {0x90, 0x85, 0x2B, 0x1F, 0x99, 0xD4, 0xCB, 0xCC}};
+using sndxtools::ComRef;
+using sndxtools::WideString;
+namespace contract = sndxtools::contract;
 
 int handlers = 0;
 bool alwaysAgrees = false;
@@ -26,40 +28,14 @@ bool Contains(const WideString& path, const WCHAR* word)
 }
 
 // An object of either class.
-class Handler final : public IShellIconOverlayIdentifier, public IContextMenu, public IShellExtInit
+class Handler final : public sndxtools::ComObject<IShellIconOverlayIdentifier, IContextMenu, IShellExtInit>
 {
   public:
-    Handler() { ++handlers; }
-    virtual ~Handler() { --handlers; }
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
+    Handler() : ComObject(IID_IShellIconOverlayIdentifier, IID_IContextMenu, IID_IShellExtInit)
     {
-        *out = nullptr;
-        if (IsEqualIID(iid, IID_IShellIconOverlayIdentifier))
-        {
-            *out = static_cast<IShellIconOverlayIdentifier*>(this);
-        }
-        else if (IsEqualIID(iid, IID_IContextMenu))
-        {
-            *out = static_cast<IContextMenu*>(this);
-        }
-        else if (IsEqualIID(iid, IID_IShellExtInit))
-        {
-            *out = static_cast<IShellExtInit*>(this);
-        }
-        references_ += *out == nullptr ? 0 : 1;
-        return *out == nullptr ? E_NOINTERFACE : S_OK;
+        ++handlers;
     }
-    ULONG STDMETHODCALLTYPE AddRef() override { return ++references_; }
-    ULONG STDMETHODCALLTYPE Release() override
-    {
-        const ULONG left = --references_;
-        if (left == 0)
-        {
-            delete this;
-        }
-        return left;
-    }
-
+    ~Handler() override { --handlers; }
     HRESULT STDMETHODCALLTYPE IsMemberOf(PCWSTR path, DWORD) override
     {
         return Contains(path, TEXT("broken")) ? E_FAIL : Contains(path, TEXT("inside")) ? S_OK : S_FALSE;
@@ -130,31 +106,19 @@ class Handler final : public IShellIconOverlayIdentifier, public IContextMenu, p
     }
 
   private:
-    ULONG references_ = 1;
     std::vector<WideString> paths_;
 };
 
-// Lives as long as the module.
-class Factory final : public IClassFactory
+class Factory final : public sndxtools::ComObject<IClassFactory>
 {
   public:
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** out) override
-    {
-        *out = IsEqualIID(iid, IID_IClassFactory) ? this : nullptr;
-        return *out == nullptr ? E_NOINTERFACE : S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    Factory() : ComObject(IID_IClassFactory) {}
     HRESULT STDMETHODCALLTYPE CreateInstance(IUnknown*, REFIID iid, void** out) override
     {
-        IContextMenu* const handler = new Handler;
-        const HRESULT result = handler->QueryInterface(iid, out);
-        handler->Release();
-        return result;
+        return ComRef<Handler>::Adopt(new Handler)->QueryInterface(iid, out);
     }
     HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
 };
-Factory factory;
 } // namespace
 
 #ifdef _WIN32
@@ -165,8 +129,10 @@ Factory factory;
 
 EXPORTED HRESULT STDMETHODCALLTYPE DllGetClassObject(REFCLSID classId, REFIID iid, void** out)
 {
-    const bool isKnown = IsEqualCLSID(classId, overlayClass) || IsEqualCLSID(classId, contextMenuClass);
-    return isKnown ? factory.QueryInterface(iid, out) : CLASS_E_CLASSNOTAVAILABLE;
+    const bool isKnown =
+        IsEqualCLSID(classId, contract::overlayClass) || IsEqualCLSID(classId, contract::menuClass);
+    return isKnown ? ComRef<Factory>::Adopt(new Factory)->QueryInterface(iid, out)
+                   : CLASS_E_CLASSNOTAVAILABLE;
 }
 
 EXPORTED HRESULT STDMETHODCALLTYPE DllCanUnloadNow()

@@ -14,7 +14,7 @@ namespace
 {
 using namespace sndxtest;
 
-const std::string product = "Software\\Taleno Software\\Sendora\\";
+const std::string product = std::string(sndxtools::contract::productKey) + "\\";
 const WideString testPath = Wide(product + "Test");
 
 class Settings : public ::testing::Test
@@ -24,7 +24,10 @@ class Settings : public ::testing::Test
     ~Settings() override { RemoveNative(); }
 
     // Machine-wide settings in the native view, which belong to nobody here.
-    static void RemoveNative() { RegDeleteTreeW(HKEY_LOCAL_MACHINE, TEXT("Software\\Taleno Software")); }
+    static void RemoveNative()
+    {
+        RegDeleteTreeW(HKEY_LOCAL_MACHINE, Wide(sndxtools::contract::companyKey).c_str());
+    }
     // What one of the getters gives for "Test" and a value; "none" for its default.
     static std::string Get(WCHAR* (*getter)(const WCHAR*, const WCHAR*, const WCHAR*, WCHAR*),
                            const std::string& value)

@@ -1,6 +1,8 @@
 #include "tools/explorer/contextmenu.h"
 
-#include "tools/results.h"
+#include <algorithm>
+
+#include "tools/menuhandler.h"
 
 namespace sndxtools
 {
@@ -10,25 +12,6 @@ constexpr UINT properties = 2;
 // Own commands lie below these, so that nobody's clash.
 constexpr UINT firstOfHandlers = 0x1000;
 constexpr UINT lastOfHandlers = 0x7FFF;
-
-// Throws CallError when the handler is of no use.
-ComRef<IContextMenu> Create(const RegisteredHandler& registered, IDataObject* selection, HKEY kind)
-{
-    const auto check = [](const char* call, HRESULT result)
-    {
-        if (FAILED(result))
-        {
-            throw CallError(call, result);
-        }
-    };
-    ComRef<IShellExtInit> init;
-    check("CoCreateInstance", CoCreateInstance(registered.classId, nullptr, CLSCTX_INPROC_SERVER,
-                                               IID_IShellExtInit, init.Receive()));
-    check("Initialize", init->Initialize(nullptr, selection, kind));
-    ComRef<IContextMenu> menu;
-    check("QueryInterface for IContextMenu", init->QueryInterface(IID_IContextMenu, menu.Receive()));
-    return menu;
-}
 } // namespace
 
 ContextMenu::ContextMenu(HWND window, const Folder& folder, const std::vector<std::size_t>& selection,
@@ -37,9 +20,9 @@ ContextMenu::ContextMenu(HWND window, const Folder& folder, const std::vector<st
       kind_(folder.Items()[selection.front()].isFolder ? foldersKind : filesKind), menu_(CreatePopupMenu()),
       next_(firstOfHandlers)
 {
-    Append(selection.size() == 1 ? MF_STRING : MF_STRING | MF_GRAYED, open, L"Ö&ffnen");
+    AppendMenuW(Get(), selection.size() == 1 ? MF_STRING : MF_STRING | MF_GRAYED, open, L"Ö&ffnen");
     SetMenuDefaultItem(Get(), open, FALSE);
-    Append(MF_SEPARATOR, 0, nullptr);
+    AppendMenuW(Get(), MF_SEPARATOR, 0, nullptr);
     const int before = GetMenuItemCount(Get());
     for (const RegisteredHandler& registered : RegisteredHandlers(HKEY_CLASSES_ROOT, MenuHandlersKey(kind_)))
     {
@@ -57,14 +40,9 @@ ContextMenu::ContextMenu(HWND window, const Folder& folder, const std::vector<st
     }
     if (GetMenuItemCount(Get()) != before)
     {
-        Append(MF_SEPARATOR, 0, nullptr);
+        AppendMenuW(Get(), MF_SEPARATOR, 0, nullptr);
     }
-    Append(MF_STRING | MF_GRAYED, properties, L"&Eigenschaften");
-}
-
-void ContextMenu::Append(UINT flags, UINT id, const WCHAR* text)
-{
-    AppendMenuW(Get(), flags, id, text);
+    AppendMenuW(Get(), MF_STRING | MF_GRAYED, properties, L"&Eigenschaften");
 }
 
 void ContextMenu::AddHandler(MenuHandler& handler, const std::vector<std::size_t>& selection, UINT flags)
@@ -72,7 +50,8 @@ void ContextMenu::AddHandler(MenuHandler& handler, const std::vector<std::size_t
     // Each handler gets a data object of its own, so that none sees what another has done with it.
     const ComRef<IDataObject> data = folder_.DataObject(selection);
     const Owned<HKEY> kind = OpenKey(HKEY_CLASSES_ROOT, kind_);
-    auto object = Create(handler.registered, data.Get(), kind.get());
+    auto object = MenuForSelection(CreateRegistered<IShellExtInit>(handler.registered, IID_IShellExtInit),
+                                   data.Get(), kind.get());
     const int before = GetMenuItemCount(Get());
     const HRESULT added =
         object->QueryContextMenu(Get(), static_cast<UINT>(before), next_, lastOfHandlers, flags);
@@ -92,14 +71,10 @@ void ContextMenu::AddHandler(MenuHandler& handler, const std::vector<std::size_t
 
 const MenuHandler* ContextMenu::HandlerOf(UINT id) const
 {
-    for (const MenuHandler& handler : handlers_)
-    {
-        if (id >= handler.first && id - handler.first < handler.count)
-        {
-            return &handler;
-        }
-    }
-    return nullptr;
+    const auto found =
+        std::ranges::find_if(handlers_, [id](const MenuHandler& handler)
+                             { return id >= handler.first && id - handler.first < handler.count; });
+    return found == handlers_.end() ? nullptr : &*found;
 }
 
 std::string ContextMenu::HelpText(UINT id) const
@@ -109,11 +84,7 @@ std::string ContextMenu::HelpText(UINT id) const
     {
         return id == open ? "Öffnet das Element" : "";
     }
-    WCHAR text[MAX_PATH] = {};
-    // The wide buffer travels through the narrow parameter.
-    const HRESULT result = handler->object->GetCommandString(id - handler->first, GCS_HELPTEXTW, nullptr,
-                                                             reinterpret_cast<LPSTR>(text), MAX_PATH);
-    return FAILED(result) ? std::string() : Utf8(text);
+    return MenuHelpText(*handler->object.Get(), id - handler->first).value_or("");
 }
 
 HRESULT ContextMenu::Invoke(UINT id) const

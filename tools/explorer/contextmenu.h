@@ -38,7 +38,6 @@ class ContextMenu
     HRESULT Invoke(UINT id) const;
 
   private:
-    void Append(UINT flags, UINT id, const WCHAR* text);
     void AddHandler(MenuHandler& handler, const std::vector<std::size_t>& selection, UINT flags);
 
     HWND window_;

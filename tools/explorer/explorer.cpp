@@ -8,7 +8,6 @@
 #include <commctrl.h>
 #include <ole2.h>
 
-#include "tools/explorer/report.h"
 #include "tools/explorer/script.h"
 #include "tools/explorer/watchdog.h"
 #include "tools/paths.h"
@@ -31,14 +30,7 @@ constexpr DWORD longestRun = 30000; // milliseconds, --wait comes on top
 class Apartment
 {
   public:
-    Apartment()
-    {
-        const HRESULT result = OleInitialize(nullptr);
-        if (FAILED(result))
-        {
-            throw CallError("OleInitialize", result);
-        }
-    }
+    Apartment() { Check("OleInitialize", OleInitialize(nullptr)); }
     ~Apartment() { OleUninitialize(); }
     Apartment(const Apartment&) = delete;
     Apartment& operator=(const Apartment&) = delete;
@@ -54,24 +46,13 @@ int Show(const ExplorerOptions& options, std::ostream& out, std::ostream& err)
     const INITCOMMONCONTROLSEX controls = {sizeof controls, ICC_LISTVIEW_CLASSES | ICC_BAR_CLASSES};
     InitCommonControlsEx(&controls);
     const Apartment apartment;
-    int exitCode = exitDone;
+    Window window(options, err);
+    Script script(window, options, out);
+    if (!options.ready.empty())
     {
-        Window window(options, err);
-        Script script(window, options, out);
-        if (!options.ready.empty())
-        {
-            const std::filesystem::path ready(FilePath(options.ready));
-            std::ofstream created(ready);
-        }
-        exitCode = window.Run(options.IsScripted() ? &script : nullptr);
+        const std::ofstream created{std::filesystem::path(FilePath(options.ready))};
     }
-    // At once: left to itself the system keeps a module for ten minutes after its last use.
-    CoFreeUnusedLibrariesEx(0, 0);
-    if (options.report)
-    {
-        ReportModules(out);
-    }
-    return exitCode;
+    return window.Run(options.IsScripted() ? &script : nullptr);
 }
 } // namespace
 
@@ -79,13 +60,8 @@ int RunExplorer(const Arguments& arguments, std::ostream& out, std::ostream& err
 {
     try
     {
-        const ExplorerOptions options = ParseExplorerOptions(arguments);
-        if (options.help)
-        {
-            out << ExplorerHelp();
-            return exitDone;
-        }
-        return Show(options, out, err);
+        const auto options = ParseExplorerOptions(arguments, out);
+        return options ? Show(*options, out, err) : int{exitDone};
     }
     catch (const UsageError& error)
     {

@@ -11,14 +11,6 @@ namespace sndxtools
 {
 namespace
 {
-void Check(const char* call, HRESULT result)
-{
-    if (FAILED(result))
-    {
-        throw CallError(call, result);
-    }
-}
-
 WideString DisplayName(IShellFolder& folder, const ITEMIDLIST* id, DWORD kind)
 {
     STRRET name = {};
@@ -40,10 +32,9 @@ Folder::Folder(const WideString& path) : path_(path)
     ITEMIDLIST* id = nullptr;
     Check("SHParseDisplayName", SHParseDisplayName(path.c_str(), nullptr, &id, 0, nullptr));
     id_.reset(id);
-    ComRef<IShellFolder> desktop;
     IShellFolder* found = nullptr;
     Check("SHGetDesktopFolder", SHGetDesktopFolder(&found));
-    desktop = ComRef<IShellFolder>::Adopt(found);
+    const auto desktop = ComRef<IShellFolder>::Adopt(found);
     Check("IShellFolder::BindToObject",
           desktop->BindToObject(id_.get(), nullptr, IID_IShellFolder, folder_.Receive()));
     Read();
@@ -64,11 +55,9 @@ void Folder::Read()
     std::ranges::sort(items,
                       [](const FolderItem& left, const FolderItem& right)
                       {
-                          if (left.isFolder != right.isFolder)
-                          {
-                              return left.isFolder;
-                          }
-                          return StrCmpLogicalW(left.name.c_str(), right.name.c_str()) < 0;
+                          return left.isFolder != right.isFolder
+                                     ? left.isFolder
+                                     : StrCmpLogicalW(left.name.c_str(), right.name.c_str()) < 0;
                       });
     items_ = std::move(items);
 }
@@ -85,13 +74,9 @@ FolderItem Folder::Describe(ItemId id)
 
     // This is also what makes the system load the icon into its lists.
     const ItemId whole(ILCombine(id_.get(), id.get()));
-    const auto name = reinterpret_cast<LPCWSTR>(whole.get());
-    constexpr UINT wanted = SHGFI_PIDL | SHGFI_SYSICONINDEX | SHGFI_TYPENAME;
     SHFILEINFOW info = {};
-    largeImages_ =
-        reinterpret_cast<HIMAGELIST>(SHGetFileInfoW(name, 0, &info, sizeof info, wanted | SHGFI_LARGEICON));
-    smallImages_ =
-        reinterpret_cast<HIMAGELIST>(SHGetFileInfoW(name, 0, &info, sizeof info, wanted | SHGFI_SMALLICON));
+    SHGetFileInfoW(reinterpret_cast<LPCWSTR>(whole.get()), 0, &info, sizeof info,
+                   SHGFI_PIDL | SHGFI_SYSICONINDEX | SHGFI_TYPENAME);
     item.icon = info.iIcon;
     item.type = info.szTypeName;
     item.id = std::move(id);

@@ -36,9 +36,6 @@ class Folder
     // The system's data object for some of the items. Throws CallError.
     ComRef<IDataObject> DataObject(const std::vector<std::size_t>& items) const;
 
-    // The system's image lists, as they are after the last Read.
-    HIMAGELIST SystemImages(bool large) const { return large ? largeImages_ : smallImages_; }
-
   private:
     FolderItem Describe(ItemId id);
 
@@ -46,7 +43,5 @@ class Folder
     ItemId id_; // from the desktop
     ComRef<IShellFolder> folder_;
     std::vector<FolderItem> items_;
-    HIMAGELIST largeImages_ = nullptr; // the process's own: not to be changed or freed
-    HIMAGELIST smallImages_ = nullptr;
 };
 } // namespace sndxtools

@@ -13,7 +13,7 @@ void AddColumn(HWND list, int number, const WCHAR* title, int width)
     column.pszText = const_cast<LPWSTR>(title); // only read
     column.cx = width;
     column.iSubItem = number;
-    SendMessageW(list, LVM_INSERTCOLUMNW, static_cast<WPARAM>(number), reinterpret_cast<LPARAM>(&column));
+    ListView_InsertColumn(list, number, &column);
 }
 
 bool HasName(const FolderItem& item, const WideString& name)
@@ -24,7 +24,8 @@ bool HasName(const FolderItem& item, const WideString& name)
 } // namespace
 
 FolderView::FolderView(HWND parent, bool largeIcons)
-    : list_(CreateWindowExW(WS_EX_CLIENTEDGE, WC_LISTVIEWW, L"",
+    : largeIcons_(largeIcons),
+      list_(CreateWindowExW(WS_EX_CLIENTEDGE, WC_LISTVIEWW, L"",
                             WS_CHILD | WS_VISIBLE | WS_TABSTOP | LVS_SHOWSELALWAYS | LVS_SHAREIMAGELISTS |
                                 LVS_AUTOARRANGE | (largeIcons ? LVS_ICON : LVS_REPORT),
                             0, 0, 0, 0, parent, nullptr, GetModuleHandleW(nullptr), nullptr))
@@ -36,41 +37,27 @@ FolderView::FolderView(HWND parent, bool largeIcons)
 void FolderView::Show(const Folder& folder, const OverlayHandlers& overlays)
 {
     ListView_DeleteAllItems(Handle());
-    const std::vector<FolderItem>& items = folder.Items();
-    if (items.empty())
+    IconList icons(largeIcons_);
+    for (const OverlayHandler& handler : overlays.Handlers())
     {
-        return;
-    }
-    const auto icons = [&](bool large)
-    {
-        IconList list(folder.SystemImages(large), GetSysColor(COLOR_WINDOW));
-        list.AddOverlays(overlays, large);
-        for (const FolderItem& item : items)
+        if (handler.overlay != 0)
         {
-            list.Image(item.icon);
+            icons.AddOverlay(handler.icon.get(), handler.overlay);
         }
-        return list;
-    };
-    IconList large = icons(true);
-    IconList small = icons(false);
-    ListView_SetImageList(Handle(), large.Get(), LVSIL_NORMAL);
-    ListView_SetImageList(Handle(), small.Get(), LVSIL_SMALL);
-    large_ = std::move(large);
-    small_ = std::move(small);
-    for (std::size_t i = 0; i < items.size(); ++i)
+    }
+    ListView_SetImageList(Handle(), icons.Get(), largeIcons_ ? LVSIL_NORMAL : LVSIL_SMALL);
+    icons_ = std::move(icons); // what the control showed before ends here
+    for (const FolderItem& item : folder.Items())
     {
         LVITEMW entry = {};
         entry.mask = LVIF_TEXT | LVIF_IMAGE | LVIF_STATE;
-        entry.iItem = static_cast<int>(i);
-        entry.pszText = const_cast<LPWSTR>(items[i].name.c_str());
-        entry.iImage = large_->Image(items[i].icon); // the same in both lists
-        entry.state = INDEXTOOVERLAYMASK(static_cast<UINT>(overlays.OverlayOf(items[i])));
+        entry.iItem = Count();
+        entry.pszText = const_cast<LPWSTR>(item.name.c_str()); // only read
+        entry.iImage = icons_->Image(item.icon);
+        entry.state = INDEXTOOVERLAYMASK(static_cast<UINT>(overlays.OverlayOf(item)));
         entry.stateMask = LVIS_OVERLAYMASK;
-
-        SendMessageW(Handle(), LVM_INSERTITEMW, 0, reinterpret_cast<LPARAM>(&entry));
-        entry.iSubItem = 1;
-        entry.pszText = const_cast<LPWSTR>(items[i].type.c_str());
-        SendMessageW(Handle(), LVM_SETITEMTEXTW, i, reinterpret_cast<LPARAM>(&entry));
+        ListView_InsertItem(Handle(), &entry);
+        ListView_SetItemText(Handle(), entry.iItem, 1, const_cast<LPWSTR>(item.type.c_str()));
     }
 }
 
@@ -125,33 +112,23 @@ int FolderView::Count() const
 std::string FolderView::Text(int item) const
 {
     WCHAR text[MAX_PATH] = {};
-    LVITEMW entry = {};
-    entry.pszText = text;
-    entry.cchTextMax = MAX_PATH;
-    SendMessageW(Handle(), LVM_GETITEMTEXTW, static_cast<WPARAM>(item), reinterpret_cast<LPARAM>(&entry));
+    ListView_GetItemText(Handle(), item, 0, text, MAX_PATH);
     return Utf8(text);
 }
 
 int FolderView::Overlay(int item) const
 {
     constexpr int firstBit = 8; // of the overlay's number in the state
-    return static_cast<int>(State(item, LVIS_OVERLAYMASK) >> firstBit);
+    return static_cast<int>(ListView_GetItemState(Handle(), item, LVIS_OVERLAYMASK) >> firstBit);
 }
 
 bool FolderView::IsSelected(int item) const
 {
-    return State(item, LVIS_SELECTED) != 0;
-}
-
-UINT FolderView::State(int item, UINT mask) const
-{
-    return static_cast<UINT>(
-        SendMessageW(Handle(), LVM_GETITEMSTATE, static_cast<WPARAM>(item), static_cast<LPARAM>(mask)));
+    return ListView_GetItemState(Handle(), item, LVIS_SELECTED) != 0;
 }
 
 int FolderView::Focused() const
 {
-    return static_cast<int>(
-        SendMessageW(Handle(), LVM_GETNEXTITEM, static_cast<WPARAM>(-1), MAKELPARAM(LVNI_FOCUSED, 0)));
+    return ListView_GetNextItem(Handle(), -1, LVNI_FOCUSED);
 }
 } // namespace sndxtools

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "tools/explorer/iconlist.h"
+#include "tools/explorer/overlays.h"
 
 namespace sndxtools
 {
@@ -34,12 +35,10 @@ class FolderView
     bool IsSelected(int item) const;
 
   private:
-    UINT State(int item, UINT mask) const;
     int Focused() const;
 
-    // The control only borrows the image lists; it ends before them.
-    std::optional<IconList> large_;
-    std::optional<IconList> small_;
+    const bool largeIcons_;
+    std::optional<IconList> icons_; // the control only borrows it, and ends before it
     Owned<HWND> list_;
 };
 } // namespace sndxtools

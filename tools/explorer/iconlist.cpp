@@ -1,38 +1,24 @@
 #include "tools/explorer/iconlist.h"
 
-#include "tools/explorer/flaticon.h"
+#include <shlobj.h>
+
 #include "tools/results.h"
 
 namespace sndxtools
 {
-IconList::IconList(HIMAGELIST system, COLORREF ground) : system_(system), ground_(ground)
+IconList::IconList(bool large)
 {
-    int width = 0;
-    int height = 0;
-    if (ImageList_GetIconSize(system, &width, &height))
-    {
-        list_.reset(ImageList_Create(width, height, ILC_COLOR24 | ILC_MASK, 16, 16));
-    }
-    if (!list_)
-    {
-        throw CallError("ImageList_Create", E_FAIL);
-    }
+    HIMAGELIST small = nullptr;
+    Check("Shell_GetImageLists", Shell_GetImageLists(&system_, &small) ? S_OK : E_FAIL);
+    system_ = large ? system_ : small;
+    Check("ImageList_GetIconSize", ImageList_GetIconSize(system_, &width_, &height_) ? S_OK : E_FAIL);
+    list_.reset(ImageList_Create(width_, height_, ILC_COLOR24 | ILC_MASK, 16, 16));
+    Check("ImageList_Create", list_ ? S_OK : E_FAIL);
 }
 
-void IconList::AddOverlays(const OverlayHandlers& overlays, bool large)
+void IconList::AddOverlay(HICON icon, int number)
 {
-    for (const OverlayHandler& handler : overlays.Handlers())
-    {
-        if (handler.overlay == 0)
-        {
-            continue;
-        }
-        const int image = Add((large ? handler.largeIcon : handler.smallIcon).get());
-        if (!ImageList_SetOverlayImage(Get(), image, handler.overlay))
-        {
-            throw CallError("ImageList_SetOverlayImage", E_FAIL);
-        }
-    }
+    Check("ImageList_SetOverlayImage", ImageList_SetOverlayImage(Get(), Add(icon), number) ? S_OK : E_FAIL);
 }
 
 int IconList::Image(int systemImage)
@@ -43,19 +29,24 @@ int IconList::Image(int systemImage)
         return known->second;
     }
     const Owned<HICON> icon(ImageList_GetIcon(system_, systemImage, ILD_TRANSPARENT));
-    const int image = Add(icon.get());
-    images_.emplace(systemImage, image);
-    return image;
+    return images_[systemImage] = Add(icon.get());
 }
 
 int IconList::Add(HICON icon)
 {
-    const Owned<HICON> flat = Flattened(icon, ground_);
-    const int image = ImageList_ReplaceIcon(Get(), -1, flat.get());
-    if (image < 0)
+    ICONINFO parts = {};
+    Check("GetIconInfo", GetIconInfo(icon, &parts) ? S_OK : E_FAIL);
+    const Owned<HBITMAP> colours(parts.hbmColor);
+    const Owned<HBITMAP> mask(parts.hbmMask);
+    const Owned<HBITMAP> flat(CreateBitmap(width_, height_, 1, 32, nullptr));
     {
-        throw CallError("ImageList_ReplaceIcon", E_FAIL);
+        const BitmapContext context(flat.get());
+        const RECT all = {0, 0, width_, height_};
+        FillRect(context.Get(), &all, GetSysColorBrush(COLOR_WINDOW));
+        DrawIconEx(context.Get(), 0, 0, icon, width_, height_, 0, nullptr, DI_NORMAL);
     }
+    const int image = ImageList_Add(Get(), flat.get(), mask.get());
+    Check("ImageList_Add", image < 0 ? E_FAIL : S_OK);
     return image;
 }
 } // namespace sndxtools

@@ -8,13 +8,11 @@ namespace sndxtools
 {
 namespace
 {
-constexpr WCHAR menuWindowClass[] = L"#32768";
-
 BOOL CALLBACK CollectMenu(HWND window, LPARAM list)
 {
     WCHAR name[16] = {};
     GetClassNameW(window, name, static_cast<int>(std::size(name)));
-    if (WideView(name) == menuWindowClass && IsWindowVisible(window))
+    if (WideView(name) == L"#32768" && IsWindowVisible(window)) // the class of menus
     {
         reinterpret_cast<std::vector<HMENU>*>(list)->push_back(
             reinterpret_cast<HMENU>(SendMessageW(window, MN_GETHMENU, 0, 0)));
@@ -22,24 +20,47 @@ BOOL CALLBACK CollectMenu(HWND window, LPARAM list)
     return TRUE;
 }
 
-void Collect(HMENU menu, const EntryPath& before, std::vector<EntryPath>& entries)
+void Collect(HMENU menu, std::vector<MenuEntry>& entries)
 {
     for (int position = 0; position < GetMenuItemCount(menu); ++position)
     {
-        if ((EntryInfo(menu, position).fType & MFT_SEPARATOR) != 0)
+        WCHAR text[MAX_PATH] = {};
+        MENUITEMINFOW info = {};
+        info.cbSize = sizeof info;
+        info.fMask = MIIM_FTYPE | MIIM_STATE | MIIM_ID | MIIM_SUBMENU | MIIM_STRING;
+        info.dwTypeData = text;
+        info.cch = MAX_PATH;
+        GetMenuItemInfoW(menu, static_cast<UINT>(position), TRUE, &info);
+        info.dwTypeData = nullptr; // the buffer ends here
+        if ((info.fType & MFT_SEPARATOR) == 0)
         {
-            continue;
-        }
-        EntryPath path = before;
-        path.push_back(position);
-        entries.push_back(path);
-        if (const HMENU submenu = GetSubMenu(menu, position))
-        {
-            Collect(submenu, path, entries);
+            entries.push_back({menu, position, info, Utf8(text)});
+            std::erase(entries.back().text, '&');
+            Collect(info.hSubMenu, entries);
         }
     }
 }
 } // namespace
+
+std::vector<MenuEntry> AllEntries(HMENU root)
+{
+    std::vector<MenuEntry> entries;
+    Collect(root, entries);
+    return entries;
+}
+
+std::optional<MenuEntry> FindEntry(HMENU root, const std::string& textOrNumber)
+{
+    int number = 0;
+    for (const MenuEntry& entry : AllEntries(root))
+    {
+        if (std::to_string(++number) == textOrNumber || entry.text == textOrNumber)
+        {
+            return entry;
+        }
+    }
+    return std::nullopt;
+}
 
 std::vector<HMENU> OpenMenus(HMENU root)
 {
@@ -59,64 +80,11 @@ int Highlighted(HMENU menu)
 {
     for (int position = 0; position < GetMenuItemCount(menu); ++position)
     {
-        if ((EntryInfo(menu, position).fState & MFS_HILITE) != 0)
+        if ((GetMenuState(menu, static_cast<UINT>(position), MF_BYPOSITION) & MF_HILITE) != 0)
         {
             return position;
         }
     }
     return -1;
-}
-
-MENUITEMINFOW EntryInfo(HMENU menu, int position)
-{
-    MENUITEMINFOW info = {};
-    info.cbSize = sizeof info;
-    info.fMask = MIIM_FTYPE | MIIM_STATE | MIIM_ID | MIIM_SUBMENU;
-    GetMenuItemInfoW(menu, static_cast<UINT>(position), TRUE, &info);
-    return info;
-}
-
-std::string EntryText(HMENU menu, int position)
-{
-    WCHAR text[MAX_PATH] = {};
-    GetMenuStringW(menu, static_cast<UINT>(position), text, MAX_PATH, MF_BYPOSITION);
-    std::string result = Utf8(text);
-    std::erase(result, '&');
-    return result;
-}
-
-std::vector<EntryPath> AllEntries(HMENU root)
-{
-    std::vector<EntryPath> entries;
-    Collect(root, {}, entries);
-    return entries;
-}
-
-HMENU MenuOf(HMENU root, const EntryPath& path)
-{
-    HMENU menu = root;
-    for (std::size_t i = 0; i + 1 < path.size(); ++i)
-    {
-        menu = GetSubMenu(menu, path[i]);
-    }
-    return menu;
-}
-
-EntryPath FindEntry(HMENU root, const std::string& textOrNumber)
-{
-    const std::vector<EntryPath> entries = AllEntries(root);
-    unsigned long number = 0;
-    if (ParseNumber(textOrNumber, static_cast<unsigned long>(entries.size()), number) && number > 0)
-    {
-        return entries[number - 1];
-    }
-    for (const EntryPath& path : entries)
-    {
-        if (EntryText(MenuOf(root, path), path.back()) == textOrNumber)
-        {
-            return path;
-        }
-    }
-    return {};
 }
 } // namespace sndxtools

@@ -1,4 +1,7 @@
 #pragma once
+#include <array>
+#include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -12,7 +15,7 @@ struct ExplorerOptions
 {
     std::string folder; // a full path
     bool largeIcons = true;
-    RECT place = {40, 40, 600, 420}; // left, top, width, height
+    std::array<int, 4> place = {40, 40, 600, 420}; // left, top, width, height in pixels
     std::vector<std::string> selected;
 
     bool menu = false;
@@ -23,15 +26,11 @@ struct ExplorerOptions
     std::string ready;
     DWORD wait = 300; // milliseconds
 
-    bool help = false;
-
     bool OpensMenu() const { return menu || !hover.empty() || !choose.empty(); }
     // The window works by itself and closes.
     bool IsScripted() const { return OpensMenu() || report || !screenshot.empty(); }
 };
 
-// Throws UsageError.
-ExplorerOptions ParseExplorerOptions(const Arguments& arguments);
-
-std::string ExplorerHelp();
+// None when help was asked for; it is written to out then. Throws UsageError.
+std::optional<ExplorerOptions> ParseExplorerOptions(const Arguments& arguments, std::ostream& out);
 } // namespace sndxtools

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-#include "tools/results.h"
-
 namespace sndxtools
 {
 namespace
@@ -11,44 +9,27 @@ namespace
 constexpr int mostOverlays = 15; // an image list has four bits for them
 
 // Throws CallError when the handler is of no use.
-void Ask(OverlayHandler& handler)
+void Ask(OverlayHandler& handler, bool large)
 {
-    const auto check = [](const char* call, HRESULT result)
-    {
-        if (FAILED(result))
-        {
-            throw CallError(call, result);
-        }
-    };
-    ComRef<IShellIconOverlayIdentifier> object;
-    check("CoCreateInstance", CoCreateInstance(handler.registered.classId, nullptr, CLSCTX_INPROC_SERVER,
-                                               IID_IShellIconOverlayIdentifier, object.Receive()));
+    auto object =
+        CreateRegistered<IShellIconOverlayIdentifier>(handler.registered, IID_IShellIconOverlayIdentifier);
     WCHAR file[MAX_PATH] = {};
     DWORD flags = 0;
-    check("GetOverlayInfo", object->GetOverlayInfo(file, MAX_PATH, &handler.iconIndex, &flags));
-    if ((flags & ISIOI_ICONFILE) == 0)
-    {
-        throw CallError("GetOverlayInfo without a file", S_OK);
-    }
+    Check("GetOverlayInfo", object->GetOverlayInfo(file, MAX_PATH, &handler.iconIndex, &flags));
+    Check("GetOverlayInfo without a file", S_OK, (flags & ISIOI_ICONFILE) != 0);
     handler.iconFile = file;
     handler.iconIndex = (flags & ISIOI_ICONINDEX) != 0 ? handler.iconIndex : 0;
-    check("GetPriority", object->GetPriority(&handler.priority));
-    HICON large = nullptr;
-    HICON small = nullptr;
-    // One size at a time: asked for both, Wine makes the small icon from the large one.
-    ExtractIconExW(file, handler.iconIndex, &large, nullptr, 1);
-    ExtractIconExW(file, handler.iconIndex, nullptr, &small, 1);
-    handler.largeIcon.reset(large);
-    handler.smallIcon.reset(small);
-    if (!handler.largeIcon || !handler.smallIcon)
-    {
-        throw CallError("ExtractIconEx for " + Utf8(file), E_FAIL);
-    }
+    Check("GetPriority", object->GetPriority(&handler.priority));
+    HICON icon = nullptr;
+    // Asked for both sizes, Wine would make the small icon from the large one.
+    ExtractIconExW(file, handler.iconIndex, large ? &icon : nullptr, large ? nullptr : &icon, 1);
+    Check("ExtractIconEx", icon == nullptr ? E_FAIL : S_OK);
+    handler.icon.reset(icon);
     handler.object = std::move(object);
 }
 } // namespace
 
-OverlayHandlers::OverlayHandlers()
+OverlayHandlers::OverlayHandlers(bool largeIcons)
 {
     for (const RegisteredHandler& registered : RegisteredHandlers(HKEY_LOCAL_MACHINE, overlayHandlersKey))
     {
@@ -56,7 +37,7 @@ OverlayHandlers::OverlayHandlers()
         handler.registered = registered;
         try
         {
-            Ask(handler);
+            Ask(handler, largeIcons);
         }
         catch (const CallError& error)
         {
@@ -91,5 +72,4 @@ int OverlayHandlers::OverlayOf(const FolderItem& item) const
     }
     return 0;
 }
-
 } // namespace sndxtools

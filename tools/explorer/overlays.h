@@ -2,10 +2,6 @@
 #include <string>
 #include <vector>
 
-#include <windows.h>
-#include <shlobj.h>
-
-#include "tools/comref.h"
 #include "tools/explorer/folder.h"
 #include "tools/explorer/registry.h"
 
@@ -19,8 +15,7 @@ struct OverlayHandler
     int priority = 0;                           // 0 to 100, 0 is the highest
     WideString iconFile;
     int iconIndex = 0;
-    Owned<HICON> largeIcon;
-    Owned<HICON> smallIcon;
+    Owned<HICON> icon;
     int overlay = 0; // its number in the image lists, from 1
 };
 
@@ -28,7 +23,7 @@ struct OverlayHandler
 class OverlayHandlers
 {
   public:
-    OverlayHandlers();
+    explicit OverlayHandlers(bool largeIcons);
 
     const std::vector<OverlayHandler>& Handlers() const { return handlers_; }
 

@@ -34,25 +34,12 @@ template <class T>
 using OwnedMemory = std::unique_ptr<T, TaskMemory>;
 using ItemId = OwnedMemory<ITEMIDLIST>;
 
-// A drawing context of the screen, and one in memory with a bitmap selected.
-class ScreenContext
-{
-  public:
-    ScreenContext() : context_(GetDC(nullptr)) {}
-    ~ScreenContext() { ReleaseDC(nullptr, context_); }
-    ScreenContext(const ScreenContext&) = delete;
-    ScreenContext& operator=(const ScreenContext&) = delete;
-    HDC Get() const { return context_; }
-
-  private:
-    HDC context_;
-};
-
+// A drawing context in memory with a bitmap selected, for drawings as the screen has them.
 class BitmapContext
 {
   public:
-    BitmapContext(HDC like, HBITMAP bitmap)
-        : context_(CreateCompatibleDC(like)), before_(SelectObject(context_, bitmap))
+    explicit BitmapContext(HBITMAP bitmap)
+        : context_(CreateCompatibleDC(nullptr)), before_(SelectObject(context_, bitmap))
     {
     }
     ~BitmapContext()

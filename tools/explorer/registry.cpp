@@ -8,19 +8,11 @@ namespace
 {
 WideString DefaultValue(HKEY root, const WideString& path)
 {
-    const Owned<HKEY> key = OpenKey(root, path);
-    if (!key)
-    {
-        return {};
-    }
-    WCHAR text[1024];
+    WCHAR text[1024] = {};
     DWORD size = sizeof text;
     // Texts with variables in them count as well; they come expanded.
-    if (RegGetValueW(key.get(), nullptr, nullptr, RRF_RT_REG_SZ, nullptr, text, &size) != ERROR_SUCCESS)
-    {
-        return {};
-    }
-    return text;
+    const LONG error = RegGetValueW(root, path.c_str(), nullptr, RRF_RT_REG_SZ, nullptr, text, &size);
+    return error == ERROR_SUCCESS ? text : WideString();
 }
 } // namespace
 
@@ -51,10 +43,5 @@ std::vector<RegisteredHandler> RegisteredHandlers(HKEY root, const WideString& p
         }
     }
     return handlers;
-}
-
-WideString ServerFile(const WideString& classText)
-{
-    return DefaultValue(HKEY_CLASSES_ROOT, L"CLSID\\" + classText + L"\\InprocServer32");
 }
 } // namespace sndxtools

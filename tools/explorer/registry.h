@@ -3,7 +3,9 @@
 
 #include <vector>
 
+#include "tools/comref.h"
 #include "tools/explorer/owners.h"
+#include "tools/results.h"
 #include "tools/text.h"
 
 namespace sndxtools
@@ -36,6 +38,13 @@ Owned<HKEY> OpenKey(HKEY root, const WideString& path);
 // else for the one it is named by; keys that give neither are left out.
 std::vector<RegisteredHandler> RegisteredHandlers(HKEY root, const WideString& path);
 
-// The file that serves a class inside a process; empty when there is none.
-WideString ServerFile(const WideString& classText);
+// A new object of a registered class. Throws CallError.
+template <class T>
+ComRef<T> CreateRegistered(const RegisteredHandler& handler, REFIID iid)
+{
+    ComRef<T> object;
+    Check("CoCreateInstance",
+          CoCreateInstance(handler.classId, nullptr, CLSCTX_INPROC_SERVER, iid, object.Receive()));
+    return object;
+}
 } // namespace sndxtools

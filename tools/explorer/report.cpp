@@ -1,7 +1,5 @@
 #include "tools/explorer/report.h"
 
-#include <set>
-
 #include "tools/explorer/openmenus.h"
 #include "tools/results.h"
 
@@ -14,20 +12,12 @@ std::string Name(const RegisteredHandler& registered)
     return Quoted(Utf8(registered.name)) + " " + Utf8(registered.classText);
 }
 
-void ReportEntry(std::ostream& out, HMENU menu, int position, std::size_t number)
+void ReportEntry(std::ostream& out, const MenuEntry& entry, int number)
 {
-    const MENUITEMINFOW info = EntryInfo(menu, position);
-    out << "  " << number << ". " << EntryText(menu, position);
-    if (info.hSubMenu != nullptr)
-    {
-        out << " >";
-    }
-    else
-    {
-        out << " [" << info.wID << "]";
-    }
-    out << ((info.fState & MFS_GRAYED) != 0 ? ", disabled" : "")
-        << ((info.fState & MFS_HILITE) != 0 ? ", highlighted" : "") << "\n";
+    out << "  " << number << ". " << entry.text
+        << (entry.info.hSubMenu != nullptr ? " >" : " [" + std::to_string(entry.info.wID) + "]")
+        << ((entry.info.fState & MFS_GRAYED) != 0 ? ", disabled" : "")
+        << ((entry.info.fState & MFS_HILITE) != 0 ? ", highlighted" : "") << "\n";
 }
 } // namespace
 
@@ -76,15 +66,17 @@ void ReportMenu(std::ostream& out, const Window& window)
             out << "adds nothing, " << handler.problem << "\n";
         }
     }
-    const std::vector<EntryPath> entries = AllEntries(menu.Get());
+    const std::vector<MenuEntry> entries = AllEntries(menu.Get());
     for (const HMENU open : OpenMenus(menu.Get()))
     {
         out << "open menu:\n";
-        for (std::size_t i = 0; i < entries.size(); ++i)
+        int number = 0;
+        for (const MenuEntry& entry : entries)
         {
-            if (MenuOf(menu.Get(), entries[i]) == open)
+            ++number;
+            if (entry.menu == open)
             {
-                ReportEntry(out, open, entries[i].back(), i + 1);
+                ReportEntry(out, entry, number);
             }
         }
     }
@@ -104,29 +96,5 @@ void ReportCommand(std::ostream& out, const ContextMenu& menu, UINT id, HRESULT 
             << ", InvokeCommand answered " << ResultText(result);
     }
     out << std::endl;
-}
-
-void ReportModules(std::ostream& out)
-{
-    std::set<WideString> files;
-    const auto collect = [&files](HKEY root, const WideString& path)
-    {
-        for (const RegisteredHandler& handler : RegisteredHandlers(root, path))
-        {
-            files.insert(ServerFile(handler.classText));
-        }
-    };
-    collect(HKEY_LOCAL_MACHINE, overlayHandlersKey);
-    for (const WCHAR* kind : {filesKind, foldersKind})
-    {
-        collect(HKEY_CLASSES_ROOT, MenuHandlersKey(kind));
-    }
-    files.erase(WideString());
-    for (const WideString& file : files)
-    {
-        out << "module " << Utf8(file)
-            << (GetModuleHandleW(file.c_str()) == nullptr ? ": not loaded\n" : ": still loaded\n");
-    }
-    out.flush();
 }
 } // namespace sndxtools

@@ -16,7 +16,4 @@ void ReportMenu(std::ostream& out, const Window& window);
 void ReportStatus(std::ostream& out, const Window& window);
 
 void ReportCommand(std::ostream& out, const ContextMenu& menu, UINT id, HRESULT result);
-
-// Whether the files that serve registered handlers are still loaded in this process.
-void ReportModules(std::ostream& out);
 } // namespace sndxtools

@@ -3,7 +3,7 @@
 
 namespace sndxtools
 {
-// Writes the screen as a PNG file. Taken through the system's own drawing: tools of the display below Wine
+// Writes the screen as a bitmap file. Taken through the system's own drawing: tools of the display below Wine
 // see open menus black. Throws CallError.
 void TakeScreenshot(const WideString& file);
 } // namespace sndxtools

@@ -1,5 +1,6 @@
 #include "tools/explorer/script.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 #include "tools/explorer/report.h"
@@ -78,49 +79,52 @@ void Script::Show()
     }
 }
 
-EntryPath Script::Find(const std::string& entry) const
+MenuEntry Script::Find(const std::string& textOrNumber) const
 {
-    EntryPath path = FindEntry(window_.OpenMenu()->Get(), entry);
-    if (path.empty())
+    const auto entry = FindEntry(window_.OpenMenu()->Get(), textOrNumber);
+    if (!entry)
     {
-        throw std::runtime_error("no menu entry " + Quoted(entry));
+        throw std::runtime_error("no menu entry " + Quoted(textOrNumber));
     }
-    return path;
+    return *entry;
 }
 
-void Script::Choose(const EntryPath& path)
+void Script::Choose(const MenuEntry& entry)
 {
-    const MENUITEMINFOW entry = EntryInfo(MenuOf(window_.OpenMenu()->Get(), path), path.back());
-    if (entry.hSubMenu != nullptr || (entry.fState & MFS_GRAYED) != 0)
+    if (entry.info.hSubMenu != nullptr || (entry.info.fState & MFS_GRAYED) != 0)
     {
         throw std::runtime_error("menu entry " + Quoted(options_.choose) + " cannot be chosen");
     }
-    if (Reach(path))
+    if (Reach(entry))
     {
         step_ = Step::ending;
         window_.SendKey(VK_RETURN);
     }
 }
 
-bool Script::Reach(const EntryPath& path)
+bool Script::Reach(const MenuEntry& entry)
 {
     const HMENU root = window_.OpenMenu()->Get();
     const std::vector<HMENU> open = OpenMenus(root);
-    for (std::size_t level = 0; level < path.size(); ++level)
+    const auto level = std::ranges::find(open, entry.menu);
+    if (level == open.end())
     {
-        if (level >= open.size())
+        for (const MenuEntry& parent : AllEntries(root))
         {
-            window_.SendKey(VK_RIGHT);
-            return false;
+            if (parent.info.hSubMenu == entry.menu && Reach(parent))
+            {
+                window_.SendKey(VK_RIGHT);
+            }
         }
-        if (Highlighted(open[level]) != path[level])
-        {
-            // A submenu of some other entry has the keys until it is closed.
-            window_.SendKey(level + 1 < open.size() ? VK_ESCAPE : VK_DOWN);
-            return false;
-        }
+        return false;
     }
-    return true;
+    if (Highlighted(entry.menu) == entry.position)
+    {
+        return true;
+    }
+    // A submenu of some other entry has the keys until it is closed.
+    window_.SendKey(level + 1 != open.end() ? VK_ESCAPE : VK_DOWN);
+    return false;
 }
 
 void Script::MenuEnded(const ContextMenu& menu, UINT id, HRESULT result)

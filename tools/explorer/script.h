@@ -28,11 +28,11 @@ class Script final : public WindowObserver
     void BeginStanding();
     void Show();
     // Throws std::runtime_error when there is no such entry.
-    EntryPath Find(const std::string& entry) const;
+    MenuEntry Find(const std::string& textOrNumber) const;
     // Presses a key towards the entry; true when it is highlighted already.
-    bool Reach(const EntryPath& path);
+    bool Reach(const MenuEntry& entry);
     // The same, and then chooses it. Throws std::runtime_error when it is no command or disabled.
-    void Choose(const EntryPath& path);
+    void Choose(const MenuEntry& entry);
 
     Window& window_;
     const ExplorerOptions& options_;

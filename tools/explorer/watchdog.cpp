@@ -1,33 +1,28 @@
 #include "tools/explorer/watchdog.h"
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <mutex>
 
 namespace sndxtools
 {
-Watchdog::Watchdog(DWORD milliseconds, int exitCode)
-    : thread_([this, milliseconds, exitCode] { Watch(milliseconds, exitCode); })
+namespace
 {
-}
-
-Watchdog::~Watchdog()
+void Watch(const std::stop_token& stop, DWORD milliseconds, int exitCode)
 {
-    {
-        const std::lock_guard guard(lock_);
-        done_ = true;
-    }
-    changed_.notify_all();
-    thread_.join();
-}
-
-void Watchdog::Watch(DWORD milliseconds, int exitCode)
-{
-    std::unique_lock guard(lock_);
-    if (!changed_.wait_for(guard, std::chrono::milliseconds(milliseconds), [this] { return done_; }))
+    std::mutex lock;
+    std::unique_lock guard(lock);
+    std::condition_variable_any never;
+    never.wait_for(guard, stop, std::chrono::milliseconds(milliseconds), [] { return false; });
+    if (!stop.stop_requested())
     {
         std::fprintf(stderr, "explorer: not done after %lu ms\n", milliseconds);
         std::fflush(stderr);
         TerminateProcess(GetCurrentProcess(), static_cast<UINT>(exitCode));
     }
 }
+} // namespace
+
+Watchdog::Watchdog(DWORD milliseconds, int exitCode) : thread_(&Watch, milliseconds, exitCode) {}
 } // namespace sndxtools

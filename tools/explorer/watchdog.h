@@ -1,6 +1,4 @@
 #pragma once
-#include <condition_variable>
-#include <mutex>
 #include <thread>
 
 #include <windows.h>
@@ -13,16 +11,8 @@ class Watchdog
 {
   public:
     Watchdog(DWORD milliseconds, int exitCode);
-    ~Watchdog();
-    Watchdog(const Watchdog&) = delete;
-    Watchdog& operator=(const Watchdog&) = delete;
 
   private:
-    void Watch(DWORD milliseconds, int exitCode);
-
-    std::mutex lock_;
-    std::condition_variable changed_;
-    bool done_ = false;
-    std::thread thread_;
+    std::jthread thread_; // asked to stop, and waited for, at destruction
 };
 } // namespace sndxtools

@@ -11,14 +11,11 @@ namespace
 constexpr WCHAR className[] = L"SendoraFolderWindow";
 constexpr UINT_PTR tickTimer = 1;
 constexpr UINT tickMilliseconds = 100;
-
-LRESULT Send(const Owned<HWND>& window, UINT message, WPARAM wParam, LPARAM lParam)
-{
-    return SendMessageW(window.get(), message, wParam, lParam);
-}
+constexpr LPARAM byKeyboard = -1; // in place of the position of a question for the menu
 } // namespace
 
-Window::Window(const ExplorerOptions& options, std::ostream& err) : err_(err), folder_(Wide(options.folder))
+Window::Window(const ExplorerOptions& options, std::ostream& err)
+    : err_(err), folder_(Wide(options.folder)), overlays_(options.largeIcons)
 {
     const HINSTANCE program = GetModuleHandleW(nullptr);
     WNDCLASSEXW windowClass = {};
@@ -29,13 +26,11 @@ Window::Window(const ExplorerOptions& options, std::ostream& err) : err_(err), f
     windowClass.hbrBackground = reinterpret_cast<HBRUSH>(COLOR_BTNFACE + 1);
     windowClass.lpszClassName = className;
     RegisterClassExW(&windowClass); // fails when an earlier window has done it
-    const RECT& place = options.place;
-    frame_.reset(CreateWindowExW(0, className, folder_.Path().c_str(), WS_OVERLAPPEDWINDOW, place.left,
-                                 place.top, place.right, place.bottom, nullptr, nullptr, program, nullptr));
-    if (!frame_)
-    {
-        throw CallError("CreateWindowEx (is there a display?)", HRESULT_FROM_WIN32(GetLastError()));
-    }
+    const auto& [left, top, width, height] = options.place;
+    frame_.reset(CreateWindowExW(0, className, folder_.Path().c_str(), WS_OVERLAPPEDWINDOW, left, top, width,
+                                 height, nullptr, nullptr, program, nullptr));
+    Check("CreateWindowEx (is there a display?)", frame_ ? S_OK : ErrorResult(GetLastError()),
+          frame_ != nullptr);
     status_.reset(CreateWindowExW(0, STATUSCLASSNAMEW, L"", WS_CHILD | WS_VISIBLE, 0, 0, 0, 0, frame_.get(),
                                   nullptr, program, nullptr));
     view_.emplace(frame_.get(), options.largeIcons);
@@ -74,7 +69,6 @@ int Window::Run(WindowObserver* observer)
 
 void Window::AskForMenu()
 {
-    constexpr LPARAM byKeyboard = -1;
     PostMessageW(frame_.get(), WM_CONTEXTMENU, reinterpret_cast<WPARAM>(view_->Handle()), byKeyboard);
 }
 
@@ -129,7 +123,7 @@ LRESULT Window::Handle(UINT message, WPARAM wParam, LPARAM lParam)
         Notified(*reinterpret_cast<const NMHDR*>(lParam));
         return 0;
     case WM_CONTEXTMENU:
-        MenuWanted(lParam);
+        ShowMenu(lParam);
         return 0;
     case WM_MENUSELECT:
         MenuSelected(wParam, lParam);
@@ -154,19 +148,8 @@ void Window::Notified(const NMHDR& notification)
     {
         return;
     }
-    if (notification.code == LVN_KEYDOWN)
-    {
-        KeyPressed(reinterpret_cast<const NMLVKEYDOWN&>(notification).wVKey);
-    }
-    else if (notification.code == static_cast<UINT>(NM_DBLCLK) ||
-             notification.code == static_cast<UINT>(NM_RETURN))
-    {
-        OpenSelected();
-    }
-}
-
-void Window::KeyPressed(UINT key)
-{
+    const bool pressed = notification.code == LVN_KEYDOWN;
+    const UINT key = pressed ? reinterpret_cast<const NMLVKEYDOWN&>(notification).wVKey : 0;
     if (key == VK_F5)
     {
         ReadAgain();
@@ -176,11 +159,20 @@ void Window::KeyPressed(UINT key)
         // Wine does not ask for a menu by itself; of two questions the second finds the menu open.
         AskForMenu();
     }
+    else if (notification.code == static_cast<UINT>(NM_DBLCLK) ||
+             notification.code == static_cast<UINT>(NM_RETURN))
+    {
+        const std::vector<std::size_t> selection = view_->Selection();
+        if (selection.size() == 1)
+        {
+            Open(selection.front());
+        }
+    }
 }
 
 void Window::Resize(int width, int height)
 {
-    Send(status_, WM_SIZE, 0, 0);
+    SendMessageW(status_.get(), WM_SIZE, 0, 0);
     RECT bar = {};
     GetWindowRect(status_.get(), &bar);
     MoveWindow(view_->Handle(), 0, 0, width, height - (bar.bottom - bar.top), TRUE);
@@ -191,15 +183,6 @@ void Window::ReadAgain()
     folder_.Read();
     view_->Show(folder_, overlays_);
     ShowItemCount();
-}
-
-void Window::OpenSelected()
-{
-    const std::vector<std::size_t> selection = view_->Selection();
-    if (selection.size() == 1)
-    {
-        Open(selection.front());
-    }
 }
 
 void Window::Open(std::size_t item)
@@ -215,24 +198,20 @@ void Window::Open(std::size_t item)
     ReadAgain();
 }
 
-void Window::MenuWanted(LPARAM position)
+void Window::ShowMenu(LPARAM position)
 {
     const std::vector<std::size_t> selection = view_->Selection();
     if (selection.empty() || menu_)
     {
         return;
     }
-    POINT point = {GET_X_LPARAM(position), GET_Y_LPARAM(position)};
-    ShowMenu(selection, position == -1 ? view_->BesideFocusedIcon() : point);
-}
-
-void Window::ShowMenu(const std::vector<std::size_t>& selection, POINT position)
-{
+    const POINT pointed = {GET_X_LPARAM(position), GET_Y_LPARAM(position)};
+    const auto [x, y] = position == byKeyboard ? view_->BesideFocusedIcon() : pointed;
     const bool extended = GetKeyState(VK_SHIFT) < 0;
     menu_ = std::make_unique<ContextMenu>(frame_.get(), folder_, selection, extended);
     SetForegroundWindow(frame_.get()); // else a click elsewhere would not close the menu
-    const auto id = static_cast<UINT>(TrackPopupMenuEx(menu_->Get(), TPM_RETURNCMD | TPM_RIGHTBUTTON,
-                                                       position.x, position.y, frame_.get(), nullptr));
+    const auto id = static_cast<UINT>(
+        TrackPopupMenuEx(menu_->Get(), TPM_RETURNCMD | TPM_RIGHTBUTTON, x, y, frame_.get(), nullptr));
     ShowItemCount();
     // Nothing can ask for another menu, or for the end, before this one's command is done.
     const std::unique_ptr<ContextMenu> menu = std::move(menu_);
@@ -273,7 +252,7 @@ void Window::MenuSelected(WPARAM wParam, LPARAM lParam)
 
 void Window::ShowStatus(const std::string& text)
 {
-    Send(status_, SB_SETTEXTW, 0, reinterpret_cast<LPARAM>(Wide(text).c_str()));
+    SetWindowTextW(status_.get(), Wide(text).c_str());
 }
 
 void Window::ShowItemCount()
@@ -284,9 +263,9 @@ void Window::ShowItemCount()
 
 std::string Window::StatusText() const
 {
-    WideString text(LOWORD(Send(status_, SB_GETTEXTLENGTHW, 0, 0)) + 1u, WCHAR{});
-    Send(status_, SB_GETTEXTW, 0, reinterpret_cast<LPARAM>(text.data()));
-    return Utf8(text.c_str());
+    WCHAR text[MAX_PATH] = {};
+    GetWindowTextW(status_.get(), text, MAX_PATH);
+    return Utf8(text);
 }
 
 void Window::Fail(const std::string& text)

@@ -49,13 +49,10 @@ class Window
     static LRESULT CALLBACK Procedure(HWND handle, UINT message, WPARAM wParam, LPARAM lParam);
     LRESULT Handle(UINT message, WPARAM wParam, LPARAM lParam);
     void Notified(const NMHDR& notification);
-    void KeyPressed(UINT key);
     void Resize(int width, int height);
     void ReadAgain();
     void Open(std::size_t item);
-    void OpenSelected();
-    void MenuWanted(LPARAM position);
-    void ShowMenu(const std::vector<std::size_t>& selection, POINT position);
+    void ShowMenu(LPARAM position);
     void MenuSelected(WPARAM wParam, LPARAM lParam);
     void ShowStatus(const std::string& text);
     void ShowItemCount();

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <iostream>
 
 #include <windows.h>
 
@@ -16,13 +17,6 @@ namespace sndxtools
 {
 namespace
 {
-MainProgramOptions ReadOptions(const Arguments& arguments)
-{
-    Arguments all = SplitCommandLine(EnvironmentVariable("SENDORA_MAINPROGRAM_OPTIONS"));
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    return ParseMainProgramOptions(all);
-}
-
 void CreateReadyFile(const std::string& name)
 {
     if (!name.empty())
@@ -57,16 +51,14 @@ void RunMessageLoop(HANDLE done, DWORD start, DWORD duration)
 
 int Run(const Arguments& arguments)
 {
-    const MainProgramOptions options = ReadOptions(arguments);
-    if (options.help)
-    {
-        std::fputs(MainProgramHelp().c_str(), stdout);
-        return 0;
-    }
-    if (options.exitAtOnce)
+    Arguments all = SplitCommandLine(EnvironmentVariable(contract::mainProgramOptions));
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    const auto parsed = ParseMainProgramOptions(all, std::cout);
+    if (!parsed || parsed->exitAtOnce)
     {
         return 0;
     }
+    const MainProgramOptions& options = *parsed;
     const DWORD start = GetTickCount();
     Output output(options.outputFile, options.rawFile);
     PipeServer server(options, output);

@@ -1,10 +1,12 @@
 #pragma once
 #include <optional>
+#include <ostream>
 #include <string>
 
 #include <windows.h>
 
 #include "tools/commandline.h"
+#include "tools/contract.h"
 
 namespace sndxtools
 {
@@ -14,7 +16,7 @@ struct MainProgramOptions
     std::string outputFile; // readable text is appended; standard output when empty
     std::string rawFile;    // exact bytes are appended; not kept when empty
     std::string readyFile;  // created once the pipe exists
-    std::string pipeName = "SendoraService";
+    std::string pipeName = contract::pipeName;
     DWORD instances = 1;
     DWORD defaultTimeout = 0;        // of the pipe; 0 leaves the choice to the system
     DWORD buffer = 65536;            // quota of the pipe in either direction, bytes
@@ -27,11 +29,9 @@ struct MainProgramOptions
     bool neverRead = false;
     bool noPipe = false;
     bool exitAtOnce = false;
-    bool help = false;
 };
 
-// Throws UsageError for an unknown option or an unusable value.
-MainProgramOptions ParseMainProgramOptions(const Arguments& arguments);
-
-std::string MainProgramHelp();
+// None when help was asked for; it is written to out then. Throws UsageError for an unknown option or an
+// unusable value.
+std::optional<MainProgramOptions> ParseMainProgramOptions(const Arguments& arguments, std::ostream& out);
 } // namespace sndxtools

@@ -1,22 +1,32 @@
 #pragma once
 #include <ostream>
+#include <vector>
 
-#include "tools/commandline.h"
+#include <windows.h>
+#include <shlobj.h>
+
 #include "tools/shellhost/host.h"
 
 namespace sndxtools
 {
-// The commands. Each checks its arguments before it touches the module, writes its answer to out and
-// returns exitAnswered or exitRefused; UsageError, ModuleError and CallError say why there is no answer.
+using Paths = std::vector<WideString>;
 
-int OverlayCommand(Host& host, const Arguments& arguments, std::ostream& out);
-int MenuCommand(Host& host, const Arguments& arguments, std::ostream& out);
-int InvokeCommand(Host& host, const Arguments& arguments, std::ostream& out);
-int StateChangedCommand(Host& host, const Arguments& arguments, std::ostream& out);
-int UnloadTestCommand(Host& host, const Arguments& arguments, std::ostream& out);
-int LeakCommand(Host& host, const Arguments& arguments, std::ostream& out);
-int MisuseCommand(Host& host, const Arguments& arguments, std::ostream& out);
+struct MenuOptions
+{
+    UINT cmdFirst = 1;
+    UINT cmdLast = 0x7FFF; // the range that the shell hands to its handlers
+    UINT flags = CMF_NORMAL;
+};
 
-// All paths from arguments[first] on; at least one.
-std::vector<WideString> ItemPaths(const Arguments& arguments, std::size_t first);
+// The commands. Each writes its answer to out and returns exitAnswered or exitRefused; ModuleError and
+// CallError say why there is no answer.
+int OverlayCommand(Host& host, const Paths& paths, std::ostream& out);
+int MenuCommand(Host& host, const MenuOptions& options, const Paths& paths, std::ostream& out);
+// offset: of the command in the menu.
+int InvokeCommand(Host& host, WORD offset, const Paths& paths, std::ostream& out);
+int UnloadTestCommand(Host& host, std::ostream& out);
+int LeakCommand(Host& host, const Paths& paths, std::ostream& out);
+
+// A context-menu handler that has been given a selection. Throws CallError.
+ComRef<IContextMenu> MenuHandlerForSelection(Host& host, const Paths& paths);
 } // namespace sndxtools

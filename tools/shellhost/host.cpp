@@ -14,11 +14,7 @@ HRESULT CreateRegistered(const CLSID& classId, REFIID iid, void** out)
 // Explorer's threads live in single-threaded apartments.
 Host::Host(const WideString& modulePath, bool registered) : modulePath_(modulePath), registered_(registered)
 {
-    const HRESULT result = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
-    if (FAILED(result))
-    {
-        throw CallError("CoInitializeEx", result);
-    }
+    Check("CoInitializeEx", CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED));
 }
 
 Host::~Host()

@@ -32,10 +32,7 @@ class Host
     {
         ComRef<Interface> handler;
         const HRESULT result = Create(classId, iid, handler.Receive());
-        if (FAILED(result) || !handler)
-        {
-            throw CallError(registered_ ? "CoCreateInstance" : "CreateInstance", result);
-        }
+        Check(registered_ ? "CoCreateInstance" : "CreateInstance", result, bool(handler));
         return handler;
     }
 

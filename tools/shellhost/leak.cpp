@@ -1,19 +1,12 @@
 #include <algorithm>
 
-#include <windows.h>
-#include <shlobj.h>
-
 #include "tools/shellhost/commands.h"
-#include "tools/shellhost/selection.h"
 #include "tools/shellhost/tracefile.h"
 
 namespace sndxtools
 {
-int LeakCommand(Host& host, const Arguments& arguments, std::ostream& out)
+int LeakCommand(Host& host, const Paths& paths, std::ostream& out)
 {
-    static const Arguments madeUp = {"C:\\Sendora\\Vertrag.txt", "C:\\Sendora\\Angebote\\Angebot 1.txt",
-                                     "C:\\Sendora\\Bilder\\Urlaub.jpg"};
-    const auto paths = ItemPaths(arguments.empty() ? madeUp : arguments, 0);
     const WideString tracePath = TraceFilePath();
     const Module& module = host.LoadedModule();
     // The reference that nobody gives back.

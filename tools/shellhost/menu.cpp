@@ -1,11 +1,6 @@
-#include <iterator>
-#include <optional>
-
-#include <windows.h>
-#include <shlobj.h>
-
+#include "tools/dropdata.h"
+#include "tools/menuhandler.h"
 #include "tools/shellhost/commands.h"
-#include "tools/shellhost/selection.h"
 
 namespace sndxtools
 {
@@ -24,65 +19,6 @@ class PopupMenu
     HMENU menu_;
 };
 
-struct MenuOptions
-{
-    UINT cmdFirst = 1;
-    UINT cmdLast = 0x7FFF; // the range that the shell hands to its handlers
-    UINT flags = CMF_NORMAL;
-    std::vector<WideString> paths;
-};
-
-MenuOptions ParseMenuOptions(const Arguments& arguments)
-{
-    MenuOptions options;
-    std::size_t i = 0;
-    while (i < arguments.size() && arguments[i].starts_with("--"))
-    {
-        const std::string& name = arguments[i];
-        if (name != "--cmd-first" && name != "--cmd-last" && name != "--flags")
-        {
-            throw UsageError("unknown option '" + name + "'");
-        }
-        if (i + 1 == arguments.size())
-        {
-            throw UsageError(name + " needs a value");
-        }
-        const std::string& value = arguments[i + 1];
-        i += 2;
-        if (name == "--flags")
-        {
-            if (value != "default-only")
-            {
-                throw UsageError("--flags knows only 'default-only'");
-            }
-            options.flags = CMF_DEFAULTONLY;
-            continue;
-        }
-        unsigned long number = 0;
-        if (!ParseNumber(value, 0xFFFFFFFFul, number))
-        {
-            throw UsageError(
-                std::string(name).append(": '").append(value).append("' is not a number of 32 bits"));
-        }
-        (name == "--cmd-first" ? options.cmdFirst : options.cmdLast) = static_cast<UINT>(number);
-    }
-    options.paths = ItemPaths(arguments, i);
-    return options;
-}
-
-std::optional<std::string> HelpText(IContextMenu& handler, UINT_PTR offset)
-{
-    WCHAR text[MAX_PATH] = {};
-    // The shell passes the wide buffer through the narrow parameter.
-    const HRESULT result =
-        handler.GetCommandString(offset, GCS_HELPTEXTW, nullptr, reinterpret_cast<LPSTR>(text), MAX_PATH);
-    if (FAILED(result))
-    {
-        return std::nullopt;
-    }
-    return Utf8(text);
-}
-
 void PrintItems(HMENU menu, IContextMenu& handler, UINT cmdFirst, int depth, std::ostream& out)
 {
     for (int position = 0; position < GetMenuItemCount(menu); ++position)
@@ -97,16 +33,22 @@ void PrintItems(HMENU menu, IContextMenu& handler, UINT cmdFirst, int depth, std
             continue;
         }
         const UINT id = GetMenuItemID(menu, position);
-        const auto help = HelpText(handler, id - cmdFirst);
+        const auto help = MenuHelpText(handler, id - cmdFirst);
         out << "  [" << id << "]  " << (help ? Quoted(*help) : std::string("no help text")) << "\n";
     }
 }
 } // namespace
 
-int MenuCommand(Host& host, const Arguments& arguments, std::ostream& out)
+ComRef<IContextMenu> MenuHandlerForSelection(Host& host, const Paths& paths)
 {
-    const MenuOptions options = ParseMenuOptions(arguments);
-    const auto handler = MenuHandlerForSelection(host, options.paths);
+    const auto data = ComRef<IDataObject>::Adopt(new DropData(paths));
+    return MenuForSelection(host.CreateHandler<IShellExtInit>(contract::menuClass, IID_IShellExtInit),
+                            data.Get(), nullptr);
+}
+
+int MenuCommand(Host& host, const MenuOptions& options, const Paths& paths, std::ostream& out)
+{
+    const auto handler = MenuHandlerForSelection(host, paths);
     const PopupMenu menu;
     const HRESULT result =
         handler->QueryContextMenu(menu.Get(), 0, options.cmdFirst, options.cmdLast, options.flags);

@@ -4,9 +4,6 @@
 
 namespace sndxtools
 {
-const CLSID overlayClass = {0x041C6567, 0x1AB1, 0x4B57, {0xBD, 0x0F, 0xD9, 0x1A, 0xC4, 0x6B, 0x97, 0x3B}};
-const CLSID contextMenuClass = {0x75C582E7, 0x666B, 0x4191, {0x90, 0x85, 0x2B, 0x1F, 0x99, 0xD4, 0xCB, 0xCC}};
-
 namespace
 {
 template <class Function>
@@ -55,10 +52,7 @@ ComRef<IClassFactory> Module::ClassFactory(const CLSID& classId) const
 {
     ComRef<IClassFactory> factory;
     const HRESULT result = getClassObject_(classId, IID_IClassFactory, factory.Receive());
-    if (FAILED(result) || !factory)
-    {
-        throw CallError("DllGetClassObject", result);
-    }
+    Check("DllGetClassObject", result, bool(factory));
     return factory;
 }
 } // namespace sndxtools

@@ -3,14 +3,11 @@
 #include <ole2.h>
 
 #include "tools/comref.h"
+#include "tools/contract.h"
 #include "tools/text.h"
 
 namespace sndxtools
 {
-// The classes that the module serves, by the identifiers under which an installer registers them.
-extern const CLSID overlayClass;
-extern const CLSID contextMenuClass;
-
 // The shell extension, loaded into this process and unloaded at destruction. Everything that was created
 // from it must be released before.
 class Module

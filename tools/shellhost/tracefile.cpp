@@ -1,12 +1,12 @@
 #include "tools/shellhost/tracefile.h"
 
-#include <iterator>
 #include <sstream>
 
 #include <windows.h>
 #include <shlobj.h>
 
-#include "tools/shellhost/results.h"
+#include "tools/paths.h"
+#include "tools/results.h"
 
 namespace sndxtools
 {
@@ -33,21 +33,10 @@ std::string Content(const WideString& path)
 }
 } // namespace
 
-WideString ProgramPath()
-{
-    WCHAR path[1024];
-    const DWORD length = GetModuleFileNameW(nullptr, path, static_cast<DWORD>(std::size(path)));
-    return WideString(path, length < std::size(path) ? length : 0);
-}
-
 WideString TraceFilePath()
 {
     WCHAR folder[MAX_PATH] = {};
-    const HRESULT found = SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder);
-    if (FAILED(found))
-    {
-        throw CallError("SHGetFolderPath", found);
-    }
+    Check("SHGetFolderPath", SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder));
     WideString title = ProgramPath();
     title.erase(0, title.find_last_of(TEXT("\\/")) + 1);
     const std::size_t dot = title.rfind(TEXT('.'));
@@ -68,11 +57,5 @@ std::vector<std::string> TraceLines(const WideString& path)
         lines.push_back(line);
     }
     return lines;
-}
-
-bool IsErrorLine(const std::string& line)
-{
-    constexpr std::size_t behindTheTime = 12;
-    return line.size() > behindTheTime && line[2] == ':' && line.compare(behindTheTime, 2, "**") == 0;
 }
 } // namespace sndxtools

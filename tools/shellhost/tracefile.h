@@ -6,16 +6,10 @@
 
 namespace sndxtools
 {
-// The running program's file.
-WideString ProgramPath();
-
 // Where the module writes its trace in this program, found as the product's support does:
 // <application data>\tracedll_Sendora<program name>.txt. Throws CallError when the system has no such folder.
 WideString TraceFilePath();
 
 // The lines of the file, without line ends; none when it cannot be read.
 std::vector<std::string> TraceLines(const WideString& path);
-
-// A line that reports a fault, "hh:mm:ss.mmm**thread**text**".
-bool IsErrorLine(const std::string& line);
 } // namespace sndxtools

@@ -1,6 +1,3 @@
-#include <windows.h>
-#include <shlobj.h>
-
 #include "tools/shellhost/commands.h"
 
 namespace sndxtools
@@ -16,8 +13,8 @@ class UnloadTest
     void Run()
     {
         Show("loaded", Expected::yes);
-        Lifetime("overlay", overlayClass, IID_IShellIconOverlayIdentifier);
-        Lifetime("context menu", contextMenuClass, IID_IContextMenu);
+        Lifetime("overlay", contract::overlayClass, IID_IShellIconOverlayIdentifier);
+        Lifetime("context menu", contract::menuClass, IID_IContextMenu);
         const bool unloaded = host_.UnloadModule();
         passed_ = passed_ && unloaded;
         out_ << (unloaded ? "library freed\n" : "library freed, but it is still loaded\n");
@@ -42,10 +39,7 @@ class UnloadTest
         Show(name + " factory created", Expected::either);
         ComRef<IUnknown> object;
         const HRESULT created = factory->CreateInstance(nullptr, iid, object.Receive());
-        if (FAILED(created) || !object)
-        {
-            throw CallError("CreateInstance", created);
-        }
+        Check("CreateInstance", created, bool(object));
         Show(name + " object created", Expected::no);
         factory.Reset();
         Show(name + " factory released", Expected::no);
@@ -74,12 +68,8 @@ class UnloadTest
 };
 } // namespace
 
-int UnloadTestCommand(Host& host, const Arguments& arguments, std::ostream& out)
+int UnloadTestCommand(Host& host, std::ostream& out)
 {
-    if (!arguments.empty())
-    {
-        throw UsageError("unload-test takes no arguments");
-    }
     UnloadTest test(host, out);
     test.Run();
     return test.ExitCodeOfAnswers();
