@@ -92,6 +92,37 @@ extern "C" DWORD WINAPI GetFileAttributesW(LPCWSTR path)
     return Call("GetFileAttributesW", INVALID_FILE_ATTRIBUTES, body);
 }
 
+void Describe(const std::string& path, const struct stat& status, WIN32_FILE_ATTRIBUTE_DATA& data)
+{
+    const auto time = [](const timespec& at)
+    {
+        constexpr std::uint64_t from1601To1970 = 11'644'473'600; // seconds
+        const std::uint64_t count = (static_cast<std::uint64_t>(at.tv_sec) + from1601To1970) * 10'000'000 +
+                                    static_cast<std::uint64_t>(at.tv_nsec) / 100;
+        return FILETIME{static_cast<DWORD>(count), static_cast<DWORD>(count >> 32)};
+    };
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    data = {AttributesOf(path, status), time(status.st_ctim),           time(status.st_atim),
+            time(status.st_mtim),       static_cast<DWORD>(size >> 32), static_cast<DWORD>(size)};
+}
+
+extern "C" BOOL WINAPI GetFileAttributesExW(LPCWSTR path, GET_FILEEX_INFO_LEVELS /*level*/,
+                                            LPVOID information)
+{
+    const auto body = [&]() -> BOOL
+    {
+        const std::string resolved = ResolveArgument(path);
+        struct stat status;
+        if (resolved.empty() || (stat(resolved.c_str(), &status) != 0 && !FailOnPath(resolved)))
+        {
+            return FALSE;
+        }
+        Describe(resolved, status, *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(information));
+        return TRUE;
+    };
+    return Call("GetFileAttributesExW", FALSE, body);
+}
+
 extern "C" BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes)
 {
     const auto body = [&]() -> BOOL

@@ -198,6 +198,18 @@ extern "C" BOOL WINAPI FlushFileBuffers(HANDLE file)
     return stream && stream->Flush();
 }
 
+extern "C" BOOL WINAPI GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION* information)
+{
+    const auto object = LookupHandleFor<FileObject>("GetFileInformationByHandle", file);
+    struct stat status;
+    if (!object || (fstat(object->Number(), &status) != 0 && !FailWithErrno()))
+    {
+        return FALSE;
+    }
+    Describe("/proc/self/fd/" + std::to_string(object->Number()), status, *information);
+    return TRUE;
+}
+
 extern "C" BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position,
                                         DWORD method)
 {

@@ -28,6 +28,32 @@
 
 #define FILE_END 2u
 
+struct FILETIME
+{
+    DWORD dwLowDateTime; // of the count of 100 ns since 1601
+    DWORD dwHighDateTime;
+};
+
+// Both tell of a file's attributes, times and size; the creation is that of its last change of name or
+// content, which is what POSIX keeps.
+struct WIN32_FILE_ATTRIBUTE_DATA
+{
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+};
+struct BY_HANDLE_FILE_INFORMATION : WIN32_FILE_ATTRIBUTE_DATA
+{
+};
+
+enum GET_FILEEX_INFO_LEVELS
+{
+    GetFileExInfoStandard
+};
+
 extern "C"
 {
     // Opens a file, or the client end of a pipe (\\.\pipe\NAME). Folders cannot be opened. Only transfers of
@@ -43,6 +69,8 @@ extern "C"
     // Does not replace an existing target.
     BOOL WINAPI MoveFileW(LPCWSTR from, LPCWSTR to);
     DWORD WINAPI GetFileAttributesW(LPCWSTR path);
+    BOOL WINAPI GetFileAttributesExW(LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID information);
+    BOOL WINAPI GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION* information);
     // Keeps FILE_ATTRIBUTE_ARCHIVE and nothing else.
     BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes);
 }
