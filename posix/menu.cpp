@@ -32,7 +32,7 @@ struct MenuTable
 };
 
 // Never destroyed, as the other tables of the layer.
-MenuTable& Table()
+MenuTable& Menus()
 {
     static MenuTable& table = *new MenuTable;
     return table;
@@ -44,7 +44,7 @@ Result WithMenu(HMENU handle, Result failure, Use&& use)
 {
     const auto body = [&]() -> Result
     {
-        MenuTable& table = Table();
+        MenuTable& table = Menus();
         const std::lock_guard lock(table.mutex);
         const auto found = table.menus.find(handle);
         return found == table.menus.end() ? FailWith(ERROR_INVALID_MENU_HANDLE, failure)
@@ -88,7 +88,7 @@ extern "C" HMENU WINAPI CreatePopupMenu()
 {
     const auto body = []
     {
-        MenuTable& table = Table();
+        MenuTable& table = Menus();
         const std::lock_guard lock(table.mutex);
         // Values are not used twice, so that a destroyed menu stays invalid.
         const HMENU handle = reinterpret_cast<HMENU>(0x10001 + 2 * table.next++);

@@ -14,22 +14,10 @@ namespace sndxposix
 {
 namespace
 {
-bool IsBlank(char16_t unit)
-{
-    return unit == u' ' || unit == u'\t';
-}
-
 std::u16string_view Trimmed(std::u16string_view text)
 {
-    while (!text.empty() && IsBlank(text.front()))
-    {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && IsBlank(text.back()))
-    {
-        text.remove_suffix(1);
-    }
-    return text;
+    const std::size_t first = text.find_first_not_of(u" \t");
+    return first == text.npos ? std::u16string_view() : text.substr(first, text.find_last_not_of(u" \t") - first + 1);
 }
 
 int HexDigit(char16_t unit)
