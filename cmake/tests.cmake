@@ -13,7 +13,7 @@ endmacro()
 
 # sndx_add_test(NAME SOURCES … [LIBS …])
 # One test program; every test of it is run in a process of its own, natively with a private root folder.
-# Under Wine all tests share one prefix (registry, pipe names, trace files), so they run one at a time.
+# Under Wine a test has a prefix (registry, pipe names, trace files) to itself: scripts/wine-test.sh.
 function(sndx_add_test name)
   cmake_parse_arguments(arg "" "" "SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${arg_SOURCES})
@@ -28,8 +28,6 @@ function(sndx_add_test name)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
   if(WIN32)
     target_link_options(${name} PRIVATE -static)
-    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES RESOURCE_LOCK wineprefix TIMEOUT 300)
-  else()
-    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 300)
   endif()
+  gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 300)
 endfunction()

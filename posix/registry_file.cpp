@@ -17,7 +17,8 @@ namespace
 std::u16string_view Trimmed(std::u16string_view text)
 {
     const std::size_t first = text.find_first_not_of(u" \t");
-    return first == text.npos ? std::u16string_view() : text.substr(first, text.find_last_not_of(u" \t") - first + 1);
+    return first == text.npos ? std::u16string_view()
+                              : text.substr(first, text.find_last_not_of(u" \t") - first + 1);
 }
 
 int HexDigit(char16_t unit)

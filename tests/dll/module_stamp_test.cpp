@@ -1,4 +1,5 @@
-// The build stamp that the module shows: the moment of its link, when everything else in it was compiled already.
+// The build stamp that the module shows: the moment of its link, when everything else in it was compiled
+// already.
 
 #include <cstdlib>
 #include <ctime>

@@ -16,7 +16,7 @@ namespace
 using namespace sndxtest;
 using ::testing::ElementsAre;
 
-using Number = LIPCSharedMemory<std::uint32_t>;
+using SharedNumber = LIPCSharedMemory<std::uint32_t>;
 
 const char* const guardGone = "LSystemLockMutex::~LSystemLockMutex";
 
@@ -52,12 +52,12 @@ TEST_F(SharedMemory, TheFirstUserFindsZeros)
     for (int i = 0; i < 2; ++i)
     {
         const TraceCapture trace;
-        const Number number(wide_.c_str());
+        const SharedNumber number(wide_.c_str());
         EXPECT_THAT(trace.Texts(), ElementsAre(constructor_, create_, guardGone));
         ASSERT_TRUE(number.IsValid());
         EXPECT_EQ(*number.Get(), 0u);
         *number.Get() = 5;
-        EXPECT_EQ(*Number(wide_.c_str()).Get(), 5u);
+        EXPECT_EQ(*SharedNumber(wide_.c_str()).Get(), 5u);
         EXPECT_FALSE(Exists("Global\\" + name_));
     }
     EXPECT_FALSE(Exists(name_)) << "the last user has gone";
@@ -65,7 +65,7 @@ TEST_F(SharedMemory, TheFirstUserFindsZeros)
 
 TEST_F(SharedMemory, AnExistingBlockIsLeftAloneOnRequest)
 {
-    auto number = std::make_unique<Number>(wide_.c_str());
+    auto number = std::make_unique<SharedNumber>(wide_.c_str());
     *number->Get() = 5;
     const TraceCapture trace;
     const Block second(wide_, true, false);
@@ -85,7 +85,7 @@ TEST_F(SharedMemory, CreationWaitsForTheGuard)
         SCOPED_TRACE(name);
         const LHandle guard(CreateMutexW(nullptr, TRUE, Wide("Global\\fmm" + guardName).c_str()));
         std::atomic<bool> created = false;
-        std::thread other([&, block = Wide(name)] { created = Number(block.c_str()).IsValid(); });
+        std::thread other([&, block = Wide(name)] { created = SharedNumber(block.c_str()).IsValid(); });
         Sleep(150);
         EXPECT_FALSE(created);
         EXPECT_FALSE(Exists(name));
@@ -109,7 +109,7 @@ TEST_F(SharedMemory, AnImpossibleBlockIsReported)
 {
     const LHandle inTheWay(CreateMutexW(nullptr, FALSE, wide_.c_str()));
     const TraceCapture trace;
-    const Number number(wide_.c_str());
+    const SharedNumber number(wide_.c_str());
     EXPECT_FALSE(number.IsValid());
     EXPECT_EQ(number.Get(), nullptr);
     EXPECT_THAT(trace.Texts(),
@@ -125,7 +125,7 @@ TEST_F(SharedMemory, ABlockThatCannotBeMappedIsGivenUpSilently)
     {
         char bytes[1000000];
     };
-    auto small = std::make_unique<Number>(wide_.c_str());
+    auto small = std::make_unique<SharedNumber>(wide_.c_str());
     const TraceCapture trace;
     const LIPCSharedMemory<Large> large(wide_.c_str()); // larger than the existing block
     EXPECT_EQ(large.Get(), nullptr);
