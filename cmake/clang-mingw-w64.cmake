@@ -7,7 +7,8 @@ set(CMAKE_C_COMPILER clang-19)
 set(CMAKE_CXX_COMPILER clang++-19)
 # Clang does not look into the folder of Debian's posix variant by itself.
 file(GLOB gcc_folder /usr/lib/gcc/${toolchain}/*-posix)
-set(CMAKE_CXX_FLAGS_INIT "-isystem ${gcc_folder}/include/c++ -isystem ${gcc_folder}/include/c++/${toolchain}")
+# Thread-local variables of GCC's library are the emulated ones.
+set(CMAKE_CXX_FLAGS_INIT "-femulated-tls -isystem ${gcc_folder}/include/c++ -isystem ${gcc_folder}/include/c++/${toolchain}")
 # libstdc++ needs libpthread; lld does not mind the order.
 foreach(kind EXE SHARED MODULE)
   set(CMAKE_${kind}_LINKER_FLAGS_INIT "-fuse-ld=lld-19 -B${gcc_folder} -L${gcc_folder} -lpthread -Wno-unused-command-line-argument")

@@ -46,7 +46,8 @@ std::u16string ProcessorName()
     return Utf16(system.machine);
 }
 
-void SetText(RegistryKey& root, const RegistryPath& path, std::u16string_view name, std::u16string text)
+void SetText(RegistryKey& root, const RegistryPath& path, std::u16string_view name,
+             const std::u16string& text)
 {
     std::vector<BYTE> data((text.size() + 1) * sizeof(char16_t));
     std::memcpy(data.data(), text.c_str(), data.size());
