@@ -102,6 +102,7 @@ settings() { # settings FILE [ACCOUNT FOLDER]…
         echo "\"InstallerPath\"=\"${main_path//\\/\\\\}\""
     } >"$file"
 }
+# shellcheck disable=SC1003
 settings "$work/accounts.reg" kunden 'C:\Sendora\Kunden' bilder 'C:\Sendora\Bilder\'
 grep -E '^\[HK|Folder|Installer' "$work/accounts.reg" | sed 's/^/   /'
 import "$work/accounts.reg"

@@ -2,6 +2,7 @@
 
 #include <time.h>
 
+#include "diag/buildstamp.h"
 #include "diag/environment.h"
 #include "gen/debug.h"
 #include "gen/stringtools.h"
@@ -65,7 +66,7 @@ void WriteScreen(const WCHAR* szPrefix, int nWidthIndex, int nHeightIndex)
 void LDebugWriteHeader()
 {
     LDebugWriteLineW(TEXT("DIAGNOSTIC VERSION TRACE Sendora File Transfer v. 3.00 r. 455535"), false);
-    LDebugTraceValue("Build Date/Time: ", __DATE__ " " __TIME__, false);
+    LDebugTraceValue("Build Date/Time: ", g_szBuildStamp, false);
     WriteExecutionDate();
     LDebugTrace("Target Processor: X64");
     LDebugTraceValue(TEXT("Command line: "), GetCommandLineW(), false);

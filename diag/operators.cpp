@@ -2,6 +2,8 @@
 // table names the four entry points only, so the host's and other modules' operators are not touched. Test
 // programs have a plain stand-in for this file: a test framework's own blocks are not the tracker's.
 
+#include <stdlib.h>
+
 #include "diag/heap.h"
 #include "gen/debug.h"
 
@@ -36,6 +38,13 @@ void operator delete(void* p, const char*, const char*, std::int32_t) noexcept
 void operator delete[](void* p, const char*, const char*, std::int32_t) noexcept
 {
     operator delete[](p);
+}
+
+// Where a pure virtual function's place points before a constructor and after a destructor; some compilers
+// leave it to the runtime, of which the module has none.
+extern "C" void __cxa_pure_virtual()
+{
+    abort();
 }
 
 void LDebugHeapIgnoreLeak(void* p, std::size_t)

@@ -24,7 +24,7 @@ constinit std::atomic<std::uint32_t> g_uClockBase{0}; // tick count of local mid
 constinit std::atomic<std::uint32_t> g_uLines{0};
 constinit std::atomic<bool> g_bTerminated{false};
 
-constexpr std::size_t g_uLineSize = LTRACELINESIZE;
+constexpr std::size_t g_uFileLineSize = LTRACELINESIZE;
 
 // Values of the handles that earlier opens of the trace file got, by the low digits of the value. The system
 // gives a value that was closed again, so the few there are keep coming back.
@@ -132,7 +132,7 @@ void EndLine(char* szLine)
     std::size_t uLength = strlen(szLine);
     if (uLength < 2 || strcmp(szLine + uLength - 2, "\r\n") != 0)
     {
-        uLength = LCutPosition(szLine, uLength > g_uLineSize - 3 ? g_uLineSize - 3 : uLength);
+        uLength = LCutPosition(szLine, uLength > g_uFileLineSize - 3 ? g_uFileLineSize - 3 : uLength);
         memcpy(szLine + uLength, "\r\n", 3);
     }
 }
@@ -148,8 +148,8 @@ void LDebugWriteLine(const char* szText, bool bError)
     const std::uint32_t t = GetTickCount() - g_uClockBase.load(std::memory_order_relaxed);
     char szThread[16];
     tsnprintf(szThread, sizeof(szThread), "%.4d", static_cast<int>(GetCurrentThreadId() % 10000));
-    char szLine[g_uLineSize];
-    tsnprintf(szLine, g_uLineSize,
+    char szLine[g_uFileLineSize];
+    tsnprintf(szLine, g_uFileLineSize,
               bError ? "%.2d:%.2d:%.2d.%.3d**%s%s**%s\r\n" : "%.2d:%.2d:%.2d.%.3d  %s%s  %s\r\n",
               static_cast<int>(t / 3600000 % 24), static_cast<int>(t / 60000 % 60),
               static_cast<int>(t / 1000 % 60), static_cast<int>(t % 1000), "", szThread, szText);

@@ -2,6 +2,8 @@
 # Installs what a build needs and the machine lacks. Source it and call
 #     sndx_need native            compiler, CMake, GoogleTest, CLI11, Python (for the checks)
 #     sndx_need windows           cross compiler, Wine and the maker of installers
+#     sndx_need clang             the second compiler of both targets, with its linker
+#     sndx_need lint              what scripts/lint.sh runs
 #     sndx_need screenshots       a display in memory, the fonts of captions and menus, Pillow
 # Returns 1, after saying the one command to run, when something is missing and cannot be installed.
 
@@ -15,11 +17,23 @@ sndx_missing() {
         command -v python3 >/dev/null || missing+=(python3)
         [ -f /usr/src/googletest/CMakeLists.txt ] || missing+=(googletest)
         [ -f /usr/include/CLI/CLI.hpp ] || missing+=(libcli11-dev)
+        compgen -G '/usr/lib/*/libgmock.a' >/dev/null || missing+=(libgtest-dev libgmock-dev)
         ;;
     windows)
         command -v x86_64-w64-mingw32-g++-posix >/dev/null || missing+=(g++-mingw-w64-x86-64-posix)
         { [ -x /usr/lib/wine/wine64 ] || command -v wine >/dev/null; } || missing+=(wine wine64)
         command -v makensis >/dev/null || missing+=(nsis)
+        ;;
+    clang)
+        command -v clang++-19 >/dev/null || missing+=(clang-19)
+        command -v ld.lld-19 >/dev/null || missing+=(lld-19)
+        command -v llvm-ar-19 >/dev/null || missing+=(llvm-19)
+        ;;
+    lint)
+        command -v clang-format >/dev/null || missing+=(clang-format)
+        command -v clang-tidy >/dev/null || missing+=(clang-tidy)
+        command -v shellcheck >/dev/null || missing+=(shellcheck)
+        command -v git >/dev/null || missing+=(git)
         ;;
     screenshots)
         command -v Xvfb >/dev/null || missing+=(xvfb)

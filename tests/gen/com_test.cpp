@@ -97,7 +97,8 @@ TEST(ComRegistry, FindsEachOfSeveralObjectsBelowAnotherLock)
     for (const auto& [index, before] : {std::pair{1, "any +++"}, {0, "any +-+"}, {2, "any --+"}})
     {
         EXPECT_EQ(existing(), before);
-        below([&] { registry.ObjectDelete(&objects[index]); });
+        const int* const object = &objects[index];
+        below([&] { registry.ObjectDelete(object); });
     }
     EXPECT_EQ(existing(), "none ---");
     EXPECT_EQ(trace.Texts(), (Lines{Created(&objects[0]), Created(&objects[1]), Created(&objects[2])}));

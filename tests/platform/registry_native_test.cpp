@@ -109,7 +109,7 @@ TEST_F(RegistryFile, NoBytesHurtAReader)
     const std::string good = header + testKey +
                              "\"a\"=\"1\\\\2\\\"\"\n\"b\"=hex(7):31,\\\n  00,00\n\"c\"=dword:00000001\n@=-\n"
                              "[-HKEY_CURRENT_USER\\Software\\T\\Sub]\n";
-    const std::string odd("[]\\\"=-:,@;\n\r\0\xFF\xFE\x80(", 18);
+    const std::string odd("[]\\\"=-:,@;\n\r\0\xFF\xFE\x80(", 17);
     std::mt19937 random(20090815);
     std::string bytes;
     for (int change = 0; change < 2000; ++change)

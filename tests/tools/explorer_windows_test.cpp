@@ -17,13 +17,13 @@ using testing::HasSubstr;
 
 namespace
 {
-struct Answer
+struct Shown
 {
     int exitCode;
     std::string out, err;
 };
 
-Answer RunExplorer(const Arguments& arguments)
+Shown RunExplorer(const Arguments& arguments)
 {
     std::ostringstream out;
     std::ostringstream err;
@@ -76,7 +76,7 @@ TEST_F(Explorer, TellsWhatIsWrong)
     };
     for (const auto& [exitCode, arguments, complaint] : cases)
     {
-        const Answer answer = RunExplorer(arguments);
+        const Shown answer = RunExplorer(arguments);
         EXPECT_EQ(answer.exitCode, exitCode) << complaint;
         EXPECT_THAT(answer.err, HasSubstr(complaint));
     }
@@ -85,7 +85,7 @@ TEST_F(Explorer, TellsWhatIsWrong)
 
 TEST_F(Explorer, ShowsPlainIconsAndItsOwnMenuWhenNothingUsefulIsRegistered)
 {
-    const Answer none = RunExplorer({folder, "--report", "--select", "datei.TXT", "--hover", "1"});
+    const Shown none = RunExplorer({folder, "--report", "--select", "datei.TXT", "--hover", "1"});
     EXPECT_EQ(none.exitCode, 0) << none.err;
     EXPECT_THAT(none.out, HasSubstr("overlay handlers: 0, none is registered\n"
                                     "items: 2\n"
@@ -100,7 +100,7 @@ TEST_F(Explorer, ShowsPlainIconsAndItsOwnMenuWhenNothingUsefulIsRegistered)
     const DeadHandler overlay("Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\"
                               "ShellIconOverlayIdentifiers\\Dead");
     const DeadHandler menu("Software\\Classes\\Directory\\shellex\\ContextMenuHandlers\\Dead");
-    const Answer dead = RunExplorer({folder, "--report", "--select", "Ordner", "--menu", "--view", "small"});
+    const Shown dead = RunExplorer({folder, "--report", "--select", "Ordner", "--menu", "--view", "small"});
     EXPECT_EQ(dead.exitCode, 0) << dead.err;
     const std::string handler = "\"Dead\" {5E1F0D3A-0000-4000-8000-000000000001}: ";
     EXPECT_THAT(dead.out, HasSubstr(handler + "not used, CoCreateInstance answered"));

@@ -13,7 +13,7 @@ namespace
 {
 using namespace sndxtest;
 
-using Number = LIPCSharedMemory<std::uint32_t>;
+using SharedNumber = LIPCSharedMemory<std::uint32_t>;
 
 const char* const guardGone = "LSystemLockMutex::~LSystemLockMutex";
 
@@ -48,12 +48,12 @@ TEST_F(SharedMemory, TheFirstUserFindsZeros)
     for (int i = 0; i < 2; ++i)
     {
         const TraceCapture trace;
-        const Number number(wide_.c_str());
+        const SharedNumber number(wide_.c_str());
         EXPECT_EQ(trace.Texts(), (Lines{constructor_, create_, guardGone}));
         ASSERT_TRUE(number.IsValid());
         EXPECT_EQ(*number.Get(), 0u);
         *number.Get() = 5;
-        EXPECT_EQ(*Number(wide_.c_str()).Get(), 5u);
+        EXPECT_EQ(*SharedNumber(wide_.c_str()).Get(), 5u);
         EXPECT_FALSE(Exists("Global\\" + name_));
     }
     EXPECT_FALSE(Exists(name_)) << "the last user has gone";
@@ -61,7 +61,7 @@ TEST_F(SharedMemory, TheFirstUserFindsZeros)
 
 TEST_F(SharedMemory, AnExistingBlockIsLeftAloneOnRequest)
 {
-    auto number = std::make_unique<Number>(wide_.c_str());
+    auto number = std::make_unique<SharedNumber>(wide_.c_str());
     *number->Get() = 5;
     const TraceCapture trace;
     const Block second(wide_, true, false);
@@ -81,7 +81,7 @@ TEST_F(SharedMemory, CreationWaitsForTheGuard)
         SCOPED_TRACE(name);
         const LHandle guard(CreateMutexW(nullptr, TRUE, Wide("Global\\fmm" + guardName).c_str()));
         std::atomic<bool> created = false;
-        std::thread other([&, block = Wide(name)] { created = Number(block.c_str()).IsValid(); });
+        std::thread other([&, block = Wide(name)] { created = SharedNumber(block.c_str()).IsValid(); });
         Sleep(150);
         EXPECT_FALSE(created || Exists(name));
         ReleaseMutex(guard.Get());
@@ -100,7 +100,7 @@ TEST_F(SharedMemory, WhatIsInTheWayIsReportedOrGivenUpSilently)
     }
     {
         const LHandle blocksName(CreateMutexW(nullptr, FALSE, wide_.c_str()));
-        EXPECT_EQ(Traced([&] { EXPECT_EQ(Number(wide_.c_str()).Get(), nullptr); }),
+        EXPECT_EQ(Traced([&] { EXPECT_EQ(SharedNumber(wide_.c_str()).Get(), nullptr); }),
                   (Lines{constructor_, create_,
                          "LIPCSharedMemoryBuffer::_Create CreateFileMapping failed returned error: " +
                              SystemText(ERROR_INVALID_HANDLE),
@@ -110,7 +110,7 @@ TEST_F(SharedMemory, WhatIsInTheWayIsReportedOrGivenUpSilently)
     {
         char bytes[1000000];
     };
-    auto small = std::make_unique<Number>(wide_.c_str());
+    auto small = std::make_unique<SharedNumber>(wide_.c_str());
     const TraceCapture trace;
     const LIPCSharedMemory<Large> large(wide_.c_str()); // cannot be mapped from the existing block
     EXPECT_EQ(large.Get(), nullptr);
