@@ -65,7 +65,7 @@ run_target() {
 
 run_lint() {
     local check passed=0 failed=0 start=$SECONDS
-    for check in format shell includes messages tidy; do
+    for check in format shell includes messages contract posix tidy; do
         echo "== lint: $check"
         if scripts/lint.sh "$check"; then passed=$((passed + 1)); else failed=$((failed + 1)); fi
     done

@@ -243,10 +243,13 @@ LDebugTraceLifetime::~LDebugTraceLifetime()
     LDebugHeapLeakReport();
     LDebugTrace("Execution terminated gracefully.");
     LDebugTrace("--------------------------------------------------------------------");
-    const WCHAR* szPath = g_szPath.exchange(g_szNoPath, std::memory_order_acq_rel);
-    if (szPath != g_szNoPath)
+    if (!LDebugProcessEnd::HasBegun()) // otherwise the system takes the memory back at once
     {
-        delete[] szPath;
+        const WCHAR* szPath = g_szPath.exchange(g_szNoPath, std::memory_order_acq_rel);
+        if (szPath != g_szNoPath)
+        {
+            delete[] szPath;
+        }
     }
     g_bTerminated.store(true, std::memory_order_release);
 }

@@ -1,12 +1,18 @@
 // The tracker's blocks in every memory mode: how they lie in memory, what a release accepts and what it
 // refuses. What a fault on a guard page looks like is in heap_guard_test.cpp.
 
+#include <chrono>
+#include <cstdlib>
+#include <future>
 #include <limits>
+#include <thread>
 
-#include "gen/debug.h"
+#include "diag/lifetime.h"
 #include "diag/tracefile.h"
+#include "gen/debug.h"
 #include "tests/diag/heapprobe.h"
 #include "tests/support/child.h"
+#include "tests/support/leakreport.h"
 #include "tests/support/reports.h"
 
 using namespace sndxtest;
@@ -243,4 +249,54 @@ TEST_F(Tracker, WithoutADebuggerAWrongReleaseEndsTheProcess)
     {
         EXPECT_EQ(static_cast<DWORD>(ChildProcess("Release", {releases}).Wait()), 0x80000003u) << releases;
     }
+}
+
+TEST_F(Tracker, AStopInTheDebuggerHoldsNoLock)
+{
+    const Breakpoints breakpoints;
+    void* const block = MakeBlock(40);
+    std::future<void> other;
+    Breakpoints::atStop = [&other]
+    {
+        other = std::async(std::launch::async, [] { ReleaseBlock(MakeBlock(8)); });
+        EXPECT_EQ(other.wait_for(std::chrono::seconds(5)), std::future_status::ready)
+            << "another thread waits for the allocation lock";
+    };
+    ReleaseBlock(block, true);
+    Breakpoints::atStop = nullptr;
+    EXPECT_EQ(Breakpoints::Take(), 1);
+    ReleaseBlock(block);
+}
+
+// The end of a process in which another thread has died inside the allocation lock; here it sleeps there.
+SNDX_CHILD(EndWithTheLockTaken)
+{
+    void* const block = MakeBlock(40);
+    std::promise<void> taken;
+    std::thread(
+        [&taken]
+        {
+            const LDebugHeapLock lock;
+            taken.set_value();
+            Sleep(INFINITE);
+        })
+        .detach();
+    taken.get_future().wait();
+    {
+        LDebugProcessEnd end;
+        end.Announce(true);
+    }
+    MakeBlock(50);
+    ReleaseBlock(block);
+    LDebugHeapLeakReport();
+    std::_Exit(0); // the sleeping thread does not die here as it would with the process
+}
+
+TEST_F(Tracker, AtTheEndOfTheProcessNoLockIsTaken)
+{
+    const TraceCapture trace;
+    EXPECT_EQ(ChildProcess("EndWithTheLockTaken", {}).Wait(), 0);
+    const Lines texts = trace.Texts();
+    ASSERT_EQ(texts.size(), 3u);
+    EXPECT_EQ(texts[0], LeakStart(50)) << "the released block is off the table";
 }

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -92,7 +93,7 @@ class Breakpoints
         RemoveVectoredExceptionHandler(handler_);
     }
 #else
-    Breakpoints() : handler_(std::signal(SIGTRAP, [](int) { count_ = count_ + 1; })) {}
+    Breakpoints() : handler_(std::signal(SIGTRAP, [](int) { Count(); })) {}
     ~Breakpoints()
     {
         std::signal(SIGTRAP, handler_);
@@ -100,6 +101,9 @@ class Breakpoints
 #endif
     Breakpoints(const Breakpoints&) = delete;
     Breakpoints& operator=(const Breakpoints&) = delete;
+
+    // Runs at each stop, on the thread that stops.
+    inline static std::function<void()> atStop;
 
     // Since the last call.
     static int Take()
@@ -120,13 +124,21 @@ class Breakpoints
         {
             exception->ContextRecord->Rip += 1; // it stands on the instruction, not behind it
         }
-        count_ = count_ + 1;
+        Count();
         return EXCEPTION_CONTINUE_EXECUTION;
     }
     void* handler_;
 #else
     void (*handler_)(int);
 #endif
+    static void Count()
+    {
+        count_ = count_ + 1;
+        if (atStop)
+        {
+            atStop();
+        }
+    }
     inline static volatile std::sig_atomic_t count_ = 0;
 };
 

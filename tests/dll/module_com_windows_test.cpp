@@ -261,3 +261,34 @@ TEST_F(ModuleCom, AThousandLivesCostTheHostNothing)
     }
     EXPECT_EQ(Holdings(), atFirst);
 }
+
+// A lock that threads have waited for has taken an event from the system.
+TEST_F(ModuleCom, LivesUnderContentionCostTheHostNothing)
+{
+    AddItemsAsAccount();
+    std::optional<Holdings> atFirst;
+    constexpr int warmUp = 20;
+    for (int life = 0; life < warmUp + 200; ++life)
+    {
+        const Module module;
+        std::vector<std::jthread> threads;
+        for (int i = 0; i < 4; ++i)
+        {
+            threads.emplace_back(
+                [&module]
+                {
+                    for (int times = 0; times < 5; ++times)
+                    {
+                        module.Overlay();
+                        MenuHandler(module, {"C:\\A\\x"});
+                    }
+                });
+        }
+        threads.clear();
+        if (life == warmUp)
+        {
+            atFirst.emplace();
+        }
+    }
+    EXPECT_EQ(Holdings(), atFirst);
+}

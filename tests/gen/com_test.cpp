@@ -24,6 +24,20 @@ class One : public LComImplementation2<First, Second>
     ~One() override { --g_alive; }
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
 };
+
+bool g_inUseAtTheEnd = false;
+
+// Notes what a host is told while the memory of the last object is released.
+class Last : public LComImplementation<First>
+{
+  public:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    static void operator delete(void* p)
+    {
+        g_inUseAtTheEnd = g_ComDiagnostic.AnyObjectExists();
+        ::operator delete(p);
+    }
+};
 } // namespace comtest
 
 namespace
@@ -68,6 +82,15 @@ TEST(ComObject, MisuseIsReportedAndCarriesOn)
     g_ComDiagnostic.ObjectDelete(object);
     EXPECT_EQ(Traced([&] { EXPECT_EQ(object->Release(), 0u); }), (Lines{alreadyDeleted, deletedTwice}));
     EXPECT_EQ(g_alive, 0);
+}
+
+TEST(ComObject, KeepsTheModuleInUseUntilItsMemoryIsReleased)
+{
+    auto* last = new comtest::Last;
+    last->AddRef();
+    EXPECT_EQ(last->Release(), 0u);
+    EXPECT_TRUE(comtest::g_inUseAtTheEnd);
+    EXPECT_FALSE(g_ComDiagnostic.AnyObjectExists());
 }
 
 TEST(ComRegistry, FindsEachOfSeveralObjectsBelowAnotherLock)

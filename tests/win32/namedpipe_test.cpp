@@ -139,6 +139,22 @@ TEST_F(NamedPipe, AWriteThatNobodyReadsTimesOutAndLeavesNothing)
     EXPECT_EQ(trace_.Texts(), Lines());
 }
 
+#ifndef _WIN32 // an event that cannot be had
+TEST_F(NamedPipe, WithoutItsEventNothingIsWritten)
+{
+    const Server server(name_, 64);
+    sndxposix::FailCall("CreateEventW", ERROR_NOT_ENOUGH_MEMORY);
+    LNamedPipe pipe(wide_.c_str());
+    EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+    EXPECT_TRUE(pipe.IsOpen());
+    for (const std::size_t size : {3u, 100u}) // what fits, and what would stay pending
+    {
+        EXPECT_EQ(Send(pipe, std::string(size, 'x')), LWaitResult::TimedOut);
+        EXPECT_EQ(server.Unread(), 0u);
+    }
+}
+#endif
+
 TEST_F(NamedPipe, AStopCancelsThePendingWrite)
 {
     Server server(name_, 4);
