@@ -69,8 +69,8 @@ char* CopyText(const char* sz)
 }
 
 // Gives every leak the first line written after its allocation. The leaks come in the order of the lines, so
-// one pass over the file serves all of them. Whatever stamped lines the file holds are counted (contract.md
-// O26).
+// one pass over the file serves all of them. Whatever stamped lines the file holds are counted; see
+// contract.md O26.
 void FindTexts(Leak* pLeaks, std::size_t uLeaks)
 {
     // contract.md D7. At the end of the process nobody who holds the file is left to wait for.

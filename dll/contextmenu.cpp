@@ -246,8 +246,8 @@ HRESULT LSendoraContextMenu::InvokeCommand(CMINVOKECOMMANDINFO* pici)
     {
         return E_INVALIDARG;
     }
-    // The field holds an offset or a pointer to text; a pointer has a bit above the low word set (contract.md
-    // O10).
+    // The field holds an offset or a pointer to text; a pointer has a bit above the low word set; see
+    // contract.md O10.
     const auto uVerb = reinterpret_cast<UINT_PTR>(pici->lpVerb);
     if (uVerb > 0xFFFF)
     {

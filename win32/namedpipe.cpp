@@ -45,8 +45,8 @@ void LNamedPipe::_Open(const WCHAR* szName)
             return;
         }
         // Each wait is bounded by the time-out that the server set when it created the pipe. The number of
-        // waits is not bounded: a free instance may be taken by another client again and again (contract.md
-        // D2).
+        // waits is not bounded: a free instance may be taken by another client again and again; see
+        // contract.md D2.
         if (!WaitNamedPipeW(szPath, NMPWAIT_USE_DEFAULT_WAIT))
         {
             LDebugTraceFunction("LNamedPipe::_Open", true, "Pipe was busy");
