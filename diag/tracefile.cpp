@@ -81,7 +81,7 @@ HANDLE FindLeftOpen(const WCHAR* szPath)
 // system closes it with the process. (Not closed and opened again: under Wine the thread may have died while
 // the file's descriptor was handed over, and then the process ends at once when another handle is used.)
 // Otherwise another process is writing, or the dead thread's handle was never noted; all lines together wait
-// for that a quarter of a second, because the user waits for the end of the process (contract.md T32, D12).
+// for that a quarter of a second, because the user waits for the end of the process (contract.md D12, O32).
 void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine)
 {
     static constinit HANDLE hLeftOpen = nullptr;
