@@ -19,6 +19,8 @@ class LDebugAllocationTable
         std::uint32_t uUsed;
         Block* pNext;
     };
+    static_assert(sizeof(Block) == 1616 && offsetof(Block, uUsed) == 1600 &&
+                  offsetof(Block, pNext) == 1608); // contract.md M26
 
     // Enters a block and gives its slot's number, counted through all table blocks. False without memory for
     // a further table block.

@@ -6,7 +6,7 @@
 void LDebugAssertFailed(const char* szFunction, const char* szExpression, const char* szFile,
                         std::int32_t nLine)
 {
-    char szReport[8192];
+    char szReport[8192]; // contract.md T19
     tsnprintf(szReport, sizeof(szReport), "%s ASSERTION FAILED %s:\r\n   %s(%d)", szFunction, szExpression,
               szFile, static_cast<int>(nLine));
     LDebugWriteLine(szReport, true);
@@ -15,7 +15,7 @@ void LDebugAssertFailed(const char* szFunction, const char* szExpression, const 
 void LDebugCheckFailed(const char* szExpression, const char* szMessage, const char* szFile,
                        std::int32_t nLine)
 {
-    char szText[LSTR];
+    char szText[LSTR]; // contract.md T20, L9
     tsnprintf(szText, sizeof(szText), "(%s) \"%s\"", szExpression, szMessage);
     char szReport[360];
     tsnprintf(szReport, sizeof(szReport), "ASSERTION FAILED %s file: %s line: %d", szText, szFile,
@@ -35,7 +35,7 @@ void LDebugValidPtrWrite(const void* p)
 {
     if (p == nullptr)
     {
-        LDebugTraceError("LDEBUGVALIDPTRWRITE attempting to read from a null ptr");
+        LDebugTraceError("LDEBUGVALIDPTRWRITE attempting to read from a null ptr"); // contract.md O15
     }
 }
 

@@ -125,8 +125,8 @@ std::uint64_t LGetRuntimeHeapSize()
     constexpr std::uint32_t uMostMs = 20;
     const auto hHeap = reinterpret_cast<HANDLE>(_get_heap_handle());
     // The heap is locked, and the loader's lock is held: other threads of the host that want either wait. So
-    // the walk ends after so many entries or so much time, whichever comes first; what a single step costs is
-    // the system's.
+    // the walk ends after so many entries or so much time, whichever comes first (contract.md L14); what a
+    // single step costs is the system's.
     if (!HeapLock(hHeap))
     {
         return 0;

@@ -14,7 +14,7 @@ void WriteExecutionDate()
 {
     const time_t now = time(nullptr);
     const tm* pLocal = localtime(&now);
-    // The runtime's text ends in a line feed, which stays in the line.
+    // The runtime's text ends in a line feed, which stays in the line (contract.md T15, O16).
     LDebugTraceValue("Execution Date/Time: ", pLocal == nullptr ? "" : asctime(pLocal), false);
 }
 
@@ -63,7 +63,7 @@ void WriteScreen(const WCHAR* szPrefix, int nWidthIndex, int nHeightIndex)
 }
 } // namespace
 
-void LDebugWriteHeader()
+void LDebugWriteHeader() // contract.md T14
 {
     LDebugWriteLineW(TEXT("DIAGNOSTIC VERSION TRACE Sendora File Transfer v. 3.00 r. 455535"), false);
     LDebugTraceValue("Build Date/Time: ", g_szBuildStamp, false);

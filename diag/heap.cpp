@@ -98,7 +98,7 @@ void* LMemAllocation::Record(std::size_t uSize, const char* szFile, const char* 
     pRecord->uLine = nLine;
     pRecord->uSlot = 0;
     void* pUser = pRecord->pUser;
-    if (mode != LMemoryMode::NeverReleased)
+    if (mode != LMemoryMode::NeverReleased) // contract.md O19
     {
         std::uint32_t uSlot = 0;
         if (!g_Table.Enter(pUser, uSlot))
@@ -136,7 +136,7 @@ bool LMemAllocation::Release(void* p, bool bArray)
         pRecord->uFlags &= ~LIVE;
     }
     // At the end of the process a thread may have died inside the runtime's heap, and its lock with it. The
-    // block is off the table, and the system takes the memory back at once.
+    // block is off the table, and the system takes the memory back at once (contract.md O31).
     if (!LDebugProcessEnd::HasBegun())
     {
         LHeapBlockDestroy(p, mode);

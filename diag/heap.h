@@ -1,11 +1,11 @@
 #pragma once
 // Tracked allocation: every block carries a record and, in front of the caller's memory, a four-byte tag that
-// leads back to it; live blocks stand in a table, and what is left when the trace ends is listed. Included by
-// the rooms of diag, the module's operators and tests.
+// leads back to it; live blocks stand in a table, and what is left when the trace ends is listed. Included in
+// diag/ and by tests.
 //
 // A per-user setting, read once, selects the memory mode: 0 and 1 plain blocks; 2 an inaccessible page behind
 // each block; 3 one in front of it; 5 released memory is never used again and inaccessible. Any other value
-// counts as 0.
+// counts as 0. The blocks of the modes: contract.md M25.
 
 #include "gen/types.h"
 
@@ -25,20 +25,24 @@ struct LMemAllocation
     static constexpr std::uint32_t LIVE = 2;   // not yet released
     static constexpr std::uint32_t REPORT = 4; // listed as a leak
 
-    // Makes a block and returns its pUser; null, reported, when there is no memory. The blocks of modes 2 and
-    // 3 and all odd-sized neighbours have no alignment beyond 4 bytes. The caller of Record and Release holds
-    // the allocation lock (LDebugHeapLock).
+    // Makes a block and returns its pUser; null, traced, when there is no memory. It is aligned to 4 bytes,
+    // in mode 2 only as far as its size is. The caller of Record and Release holds the allocation lock
+    // (LDebugHeapLock).
     static void* Record(std::size_t uSize, const char* szFile, const char* szFunction, std::int32_t nLine,
                         bool bArray);
     // Releases a block; null is none. False for a block that was released before, is released in the other
     // form, is not in the table or was never made here; it is left as it is.
     static bool Release(void* p, bool bArray);
-    // Takes a live block out of the leak report. Null does nothing; a foreign pointer stops in the debugger.
+    // Takes a live block out of the leak report. Null does nothing; a foreign pointer stops in the debugger
+    // (contract.md O18).
     static void IgnoreLeak(void* p);
 };
-static_assert(sizeof(LMemAllocation) == 56);
-static_assert(offsetof(LMemAllocation, uLine) == 32);
-static_assert(offsetof(LMemAllocation, pUser) == 48);
+// contract.md M23
+static_assert(sizeof(LMemAllocation) == 56 && offsetof(LMemAllocation, uTraceLine) == 4 &&
+              offsetof(LMemAllocation, Size) == 8 && offsetof(LMemAllocation, szFile) == 16 &&
+              offsetof(LMemAllocation, szFunction) == 24 && offsetof(LMemAllocation, uLine) == 32 &&
+              offsetof(LMemAllocation, uSlot) == 36 && offsetof(LMemAllocation, pBlock) == 40 &&
+              offsetof(LMemAllocation, pUser) == 48);
 
 // Holds the allocation lock for a scope. The lock may be taken below any other lock.
 class LDebugHeapLock
@@ -54,7 +58,7 @@ class LDebugHeapLock
 };
 
 // The release operators: releases under the allocation lock; a wrong release stops in the debugger, behind
-// the lock, so that a host that carries on from the stop does not leave it taken for ever.
+// the lock, so that a host that carries on from the stop does not leave it taken for ever (contract.md O18).
 void LDebugHeapRelease(void* p, bool bArray);
 
 // The table of live blocks, for the leak report.

@@ -15,7 +15,7 @@ constexpr std::size_t g_uRecordSize = sizeof(LMemAllocation);
 constexpr std::size_t g_uHeadSize = g_uRecordSize + g_uTagSize;    // record and tag in front of the user data
 constexpr std::size_t g_uPointerSize = sizeof(void*);              // mode 3: the record's address …
 constexpr std::size_t g_uBeforeSize = g_uPointerSize + g_uTagSize; // … and the tag in front of the user data
-constexpr std::uint32_t g_uTagBase = 0x4D454D30;                   // "0MEM"
+constexpr std::uint32_t g_uTagBase = 0x4D454D30;                   // "0MEM", contract.md M24
 
 // System page size, fetched at the first block that needs it. Used under the allocation lock.
 constinit std::size_t g_uPage = 0;
@@ -123,7 +123,9 @@ Bytes TakePoolPage()
         {
             return nullptr;
         }
-        g_pPool = pChunk + PageSize(); // the page in front belongs to the runtime's own bookkeeping
+        // The first page stays unused (contract.md M25): what is written far in front of the first block
+        // stays in the chunk and does not reach the runtime's bookkeeping in front of it.
+        g_pPool = pChunk + PageSize();
         g_uPoolPages = uChunkPages;
     }
     Bytes pPage = g_pPool;

@@ -38,6 +38,7 @@ void GiveBack(void* p)
 
 bool IsTimeStamped(const char* szLine)
 {
+    // contract.md T5
     return strlen(szLine) > 8 && szLine[2] == ':' && szLine[5] == ':' && szLine[8] == '.';
 }
 
@@ -50,6 +51,7 @@ int CompareTraceLines(const void* pA, const void* pB)
 
 int CompareSizes(const void* pA, const void* pB)
 {
+    // The 32 bits that the line shows (contract.md O17).
     const auto uA = static_cast<std::uint32_t>(static_cast<const Leak*>(pA)->pRecord->Size);
     const auto uB = static_cast<std::uint32_t>(static_cast<const Leak*>(pB)->pRecord->Size);
     return uA > uB ? -1 : uA < uB ? 1 : 0;
@@ -67,10 +69,11 @@ char* CopyText(const char* sz)
 }
 
 // Gives every leak the first line written after its allocation. The leaks come in the order of the lines, so
-// one pass over the file serves all of them.
+// one pass over the file serves all of them. Whatever stamped lines the file holds are counted; see
+// contract.md O26.
 void FindTexts(Leak* pLeaks, std::size_t uLeaks)
 {
-    // At the end of the process nobody who holds the file is left to wait for.
+    // contract.md D7. At the end of the process nobody who holds the file is left to wait for.
     LBufferedReadFileRef file(LDebugGetFilePath(), LDebugProcessEnd::HasBegun() ? 0 : 1000);
     if (!file.IsOpen())
     {
@@ -94,7 +97,7 @@ void FindTexts(Leak* pLeaks, std::size_t uLeaks)
     }
 }
 
-void WriteLeak(const Leak& leak)
+void WriteLeak(const Leak& leak) // contract.md T18
 {
     const LMemAllocation& record = *leak.pRecord;
     if (leak.szText != nullptr)
@@ -177,7 +180,7 @@ void LDebugHeapLeakReport()
         }
         GiveBack(pLeaks);
     }
-    LDebugTraceError(
+    LDebugTraceError( // contract.md O16
         " --- Leak Segments End ----------------------------------------------------\n Info: Use "
         "LDebugHeapIgnoreLeak for singleton allocated memory to prevent them being reported as leaks.");
 }

@@ -1,6 +1,6 @@
 #pragma once
-// What begins and ends the diagnostics: three static objects of the module, the only part of diag/ that the
-// rooms above it use.
+// What begins and ends the diagnostics: three static objects of the module, the only part of diag/ that dll/
+// uses. What depends on their places: contract.md C22, C25, C26.
 
 #include "gen/types.h"
 

@@ -10,8 +10,8 @@
 namespace
 {
 constexpr std::size_t g_uLineSize = LTRACELINESIZE;
-constexpr std::size_t g_uFormattedSize = 512; // characters of the printf-style forms, terminator included
-const char g_szNull[] = "!!! NULL !!!";       // in place of a text that does not exist
+constexpr std::size_t g_uFormattedSize = 512; // characters of the printf-style forms, contract.md L7
+const char g_szNull[] = "!!! NULL !!!";       // in place of a text that does not exist, contract.md T21
 const WCHAR g_szNullW[] = TEXT("!!! NULL !!!");
 
 const char* OrNull(const char* sz)
@@ -95,7 +95,7 @@ void LDebugTraceValue(const char* szPrefix, std::int64_t nValue, bool bError)
 
 void LDebugTraceValue(const char* szPrefix, const WCHAR* szValue, bool bError)
 {
-    char szUTF8[LSTR];
+    char szUTF8[LSTR]; // contract.md L8
     LCopyUTF8FromUnicode(szUTF8, OrNull(szValue), LSTR);
     LDebugTraceValue(szPrefix, szUTF8, bError);
 }

@@ -24,14 +24,13 @@ constinit std::atomic<std::uint32_t> g_uClockBase{0}; // tick count of local mid
 constinit std::atomic<std::uint32_t> g_uLines{0};
 constinit std::atomic<bool> g_bTerminated{false};
 
-constexpr std::size_t g_uFileLineSize = LTRACELINESIZE;
-
 // Values of the handles that earlier opens of the trace file got, by the low digits of the value. The system
 // gives a value that was closed again, so the few there are keep coming back.
 constinit std::atomic<HANDLE> g_hEarlier[32]{};
 
-// False when the file cannot be opened. Other writers, threads or processes, are waited for, up to the
-// time-out.
+// One line is one open, write and close, without a lock: the file's share mode is the one exclusion that
+// holds for threads and processes alike (contract.md T10, O3). Other writers are waited for, up to the
+// time-out; false when the file cannot be opened.
 bool AppendWithin(const WCHAR* szPath, const char* szLine, std::uint32_t uTimeoutMs)
 {
     LWriteFileRef file(szPath, uTimeoutMs);
@@ -80,7 +79,7 @@ HANDLE FindLeftOpen(const WCHAR* szPath)
 // system closes it with the process. (Not closed and opened again: under Wine the thread may have died while
 // the file's descriptor was handed over, and then the process ends at once when another handle is used.)
 // Otherwise another process is writing, or the dead thread's handle was never noted; all lines together wait
-// for that a quarter of a second, because the user waits for the end of the process.
+// for that a quarter of a second, because the user waits for the end of the process (contract.md D12, O32).
 void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine)
 {
     static constinit HANDLE hLeftOpen = nullptr;
@@ -121,7 +120,7 @@ void AppendToFile(const char* szLine)
     }
     else
     {
-        AppendWithin(szPath, szLine, 3000);
+        AppendWithin(szPath, szLine, 3000); // contract.md D6
     }
 }
 
@@ -132,7 +131,7 @@ void EndLine(char* szLine)
     std::size_t uLength = strlen(szLine);
     if (uLength < 2 || strcmp(szLine + uLength - 2, "\r\n") != 0)
     {
-        uLength = LCutPosition(szLine, uLength > g_uFileLineSize - 3 ? g_uFileLineSize - 3 : uLength);
+        uLength = LCutPosition(szLine, uLength > LTRACELINESIZE - 3 ? LTRACELINESIZE - 3 : uLength);
         memcpy(szLine + uLength, "\r\n", 3);
     }
 }
@@ -148,8 +147,8 @@ void LDebugWriteLine(const char* szText, bool bError)
     const std::uint32_t t = GetTickCount() - g_uClockBase.load(std::memory_order_relaxed);
     char szThread[16];
     tsnprintf(szThread, sizeof(szThread), "%.4d", static_cast<int>(GetCurrentThreadId() % 10000));
-    char szLine[g_uFileLineSize];
-    tsnprintf(szLine, g_uFileLineSize,
+    char szLine[LTRACELINESIZE]; // the line's places: contract.md T3 to T7
+    tsnprintf(szLine, LTRACELINESIZE,
               bError ? "%.2d:%.2d:%.2d.%.3d**%s%s**%s\r\n" : "%.2d:%.2d:%.2d.%.3d  %s%s  %s\r\n",
               static_cast<int>(t / 3600000 % 24), static_cast<int>(t / 60000 % 60),
               static_cast<int>(t / 1000 % 60), static_cast<int>(t % 1000), "", szThread, szText);
@@ -180,14 +179,14 @@ const WCHAR* LDebugGetFilePath()
         return g_szNoPath; // for good: the debugger output is all that is left
     }
     WCHAR szFolder[LSTR];
-    LFile::GetAppDataFolder(szFolder);
+    LFile::GetAppDataFolder(szFolder); // empty: the host's current folder (contract.md O27)
     WCHAR szProgram[LSTR];
     const DWORD uLength = GetModuleFileNameW(nullptr, szProgram, LSTR);
     szProgram[uLength < LSTR ? uLength : LSTR - 1] = 0;
     WCHAR szTitle[LSTR];
     LFile::GetFileTitleFromPath(szTitle, szProgram);
     WCHAR szName[LSTR];
-    tsnprintf(szName, LSTR, TEXT("tracedll_Sendora%s.txt"), szTitle);
+    tsnprintf(szName, LSTR, TEXT("tracedll_Sendora%s.txt"), szTitle); // contract.md T1
     LFile::MakeFilePath(szPath, szFolder, szName);
     g_szPath.store(szPath, std::memory_order_release);
     LDebugHeapIgnoreLeak(szPath, LSTR * sizeof(WCHAR));
@@ -208,7 +207,7 @@ void LDebugRotateFiles(const WCHAR* szPath)
             tsnprintf(szExtension, LSTR, TEXT(".%d.txt"), i);
             return LFile::MakeFilePath(szName, szFolder, szTitle, szExtension);
         };
-        constexpr int nGenerations = 9;
+        constexpr int nGenerations = 9; // contract.md T2, D8
         constexpr std::uint32_t uTryOnce = 0;
         WCHAR szFrom[LSTR];
         WCHAR szTo[LSTR];
@@ -240,6 +239,7 @@ LDebugTraceLifetime::LDebugTraceLifetime()
 
 LDebugTraceLifetime::~LDebugTraceLifetime()
 {
+    // contract.md T16
     LDebugHeapLeakReport();
     LDebugTrace("Execution terminated gracefully.");
     LDebugTrace("--------------------------------------------------------------------");

@@ -16,3 +16,6 @@ class LClassFactory : public LComClassFactory<LShellExt>
 class LSendoraContextMenuClassFactory : public LComClassFactory<LSendoraContextMenu>
 {
 };
+
+// contract.md M19
+static_assert(sizeof(LClassFactory) == 16 && sizeof(LSendoraContextMenuClassFactory) == 16);

@@ -1,7 +1,7 @@
 #pragma once
 // The commands of the submenu, in one table for the menu, its help and the request. The row is the offset
 // from the first command identifier that the shell gives. The texts are the product's user interface; the
-// main program knows the option words.
+// main program knows the option words. contract.md C18 to C20, W5.
 
 #include "gen/types.h"
 

@@ -144,8 +144,10 @@ HRESULT LSendoraContextMenu::ReadDrop(HDROP hDrop)
     {
         return E_INVALIDARG;
     }
+    // Behind the paths of an earlier call (contract.md O14).
     for (UINT i = 0; i < uFiles; ++i)
     {
+        // A longer path arrives cut, and nothing says so; what that may lead to: contract.md O1.
         WCHAR szPath[LSTR];
         if (DragQueryFileW(hDrop, i, szPath, LSTR) == 0)
         {
@@ -194,8 +196,8 @@ HRESULT LSendoraContextMenu::QueryContextMenu(HMENU hmenu, UINT indexMenu, UINT 
         LDebugTraceFunction("LSendoraContextMenu::QueryContextMenu", false, "Does NOT belong");
         return g_hrNothingAdded;
     }
-    // Room for all commands is wanted even when the last one will not be used. Written so that it cannot
-    // wrap.
+    // Room for all commands is wanted even when the last one will not be used (contract.md O23). Written so
+    // that it cannot wrap.
     if (idCmdLast < g_uCommands - 1 || idCmdFirst > idCmdLast - (g_uCommands - 1))
     {
         return g_hrNothingAdded;
@@ -204,7 +206,8 @@ HRESULT LSendoraContextMenu::QueryContextMenu(HMENU hmenu, UINT indexMenu, UINT 
     {
         return S_OK;
     }
-    // Outside the folder lock: the attribute read may take as long as the file system likes.
+    // The first item decides for all (contract.md O22). Outside the folder lock: the attribute read may take
+    // as long as the file system likes.
     const bool bFolder = LFile::IsFolder(m_Files.Get(0));
     PopupMenu popup;
     UINT uAdded = 0;
@@ -243,7 +246,8 @@ HRESULT LSendoraContextMenu::InvokeCommand(CMINVOKECOMMANDINFO* pici)
     {
         return E_INVALIDARG;
     }
-    // The field holds an offset or a pointer to text; a pointer has a bit above the low word set.
+    // The field holds an offset or a pointer to text; a pointer has a bit above the low word set; see
+    // contract.md O10.
     const auto uVerb = reinterpret_cast<UINT_PTR>(pici->lpVerb);
     if (uVerb > 0xFFFF)
     {

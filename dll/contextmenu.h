@@ -35,4 +35,6 @@ class LSendoraContextMenu : public LComImplementation2<IContextMenu, IShellExtIn
 
     LStringList m_Files; // selected paths in selection order
 };
+// contract.md M20
+static_assert(sizeof(LComImplementation2<IContextMenu, IShellExtInit>) == 24);
 static_assert(sizeof(LSendoraContextMenu) == 48);

@@ -31,7 +31,7 @@ void ReadAccount(const LSharedSettings32Record& account)
         return;
     }
     pNew->lastUpdate = account.GetInt(TEXT("LastUpdate"), 0);
-    LDebugTrace("LoadPaths Add: pNew->szFolderPath");
+    LDebugTrace("LoadPaths Add: pNew->szFolderPath"); // contract.md O28
     g_FolderList.AddTop(pNew);
 }
 } // namespace
@@ -74,13 +74,14 @@ bool FileBelongsToFolder(const WCHAR* szFolder, const WCHAR* szFile)
     }
     if (tstrlen(szFile) >= LSTR)
     {
-        LFile::GetFolderFromPath(szParent, szFile); // reports the length
+        LFile::GetFolderFromPath(szParent, szFile); // reports more than LSTR characters (contract.md L2)
         return false;
     }
     WCHAR szF[LSTR];
     WCHAR szP[LSTR];
     tstrcpy(szF, szFolder);
     tstrcpy(szP, szFile);
+    // One separator at the end is taken off, no second one (contract.md O9).
     const std::size_t uLength = tstrlen(szF);
     if (uLength > 0 && (szF[uLength - 1] == TEXT('/') || szF[uLength - 1] == TEXT('\\')))
     {
@@ -108,6 +109,7 @@ void StateChanged()
     std::uint32_t* pStamp = g_SharedState.Get();
     if (pStamp != nullptr)
     {
+        // Two changes within a tick are one (contract.md O25, D11).
         std::atomic_ref<std::uint32_t>(*pStamp).store(GetTickCount(), std::memory_order_relaxed);
     }
 }

@@ -16,7 +16,7 @@ struct FolderPathItem : LListable
     WCHAR szFolderPath[LSTR]; // as stored in the settings; never empty in the table
     std::int64_t lastUpdate;  // the account's "LastUpdate"; kept for whoever looks at a dump
 };
-static_assert(sizeof(FolderPathItem) == 16 + 520 + 8);
+static_assert(sizeof(FolderPathItem) == 544); // contract.md M10
 
 // Static objects of the module, defined with all others in dll/sndxdll.
 extern LList<FolderPathItem> g_FolderList;
@@ -29,7 +29,8 @@ void LoadPaths();
 void CheckPaths();
 
 // True when szFile lies strictly inside szFolder, at any depth. Letters A to Z compare without case; '/' and
-// '\' both separate but do not match each other. A file path of 260 characters or more belongs nowhere.
+// '\' both separate but do not match each other (contract.md O7 to O9). A file path of 260 characters or more
+// belongs nowhere.
 bool FileBelongsToFolder(const WCHAR* szFolder, const WCHAR* szFile);
 
 // Calls belongs(szFolderPath) for one account folder after the other, the last account first, until it

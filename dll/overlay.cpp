@@ -39,7 +39,8 @@ HRESULT LShellExt::IsMemberOf(LPCWSTR pwszPath, DWORD)
         return S_FALSE;
     }
     // Outside the lock: the read may go over a network and take as long as the file system likes. The value
-    // for failure has every bit set, so an item whose attributes cannot be read gets the overlay.
+    // for failure has every bit set, so an item whose attributes cannot be read gets the overlay; see
+    // contract.md O6.
     const bool bArchive = (GetFileAttributesW(pwszPath) & FILE_ATTRIBUTE_ARCHIVE) != 0;
     LDebugTraceValue("LShellExt::IsMemberOf returned: ", static_cast<std::int32_t>(bArchive), false);
     return bArchive ? S_OK : S_FALSE;

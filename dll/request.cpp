@@ -9,8 +9,8 @@
 
 namespace
 {
-const WCHAR g_szPipeName[] = TEXT("SendoraService");
-constexpr std::uint32_t g_uWriteTimeoutMs = 5000;
+const WCHAR g_szPipeName[] = TEXT("SendoraService"); // contract.md N4
+constexpr std::uint32_t g_uWriteTimeoutMs = 5000;    // contract.md D1
 
 // The buffer of a request, reused for all its messages. Zeroed once: the slots travel whole, and what stands
 // behind a terminator must be nothing of the host process's memory.
@@ -28,8 +28,8 @@ class PayloadBuffer
     ShellRequestPayload* m_p;
 };
 
-// Writes one message: header, then payload. A write that fails or times out does not stop the request; the
-// main program drops a connection that it cannot make sense of.
+// Writes one message: header, then payload. A write that fails or times out does not stop the request
+// (contract.md O11).
 void SendMessageOf(LNamedPipe& pipe, const ShellRequestPayload& payload)
 {
     const auto uPayloadSize = static_cast<std::uint32_t>(sizeof(payload.dwSlotCount) +
@@ -66,7 +66,7 @@ HRESULT SendRequest(std::uint16_t uOffset, const LStringList& files)
     ShellRequestPayload& payload = *buffer.Get();
     WCHAR szPath[LSTR];
     GetSendoraPath(szPath);
-    WCHAR szCommandLine[LSTR];
+    WCHAR szCommandLine[LSTR]; // contract.md L12
     tsnprintf(szCommandLine, LSTR, TEXT("\"%s\""), szPath);
     LNamedPipe pipe(g_szPipeName);
     if (!pipe.IsOpen())
@@ -81,7 +81,7 @@ HRESULT SendRequest(std::uint16_t uOffset, const LStringList& files)
     std::size_t uFile = 0;
     while (uFile < files.GetCount())
     {
-        if (uOffset >= g_uCommands)
+        if (uOffset >= g_uCommands) // only now: contract.md O21
         {
             return E_INVALIDARG;
         }

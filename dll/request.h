@@ -15,8 +15,10 @@ struct ShellRequestHeader
     std::uint32_t dwPayloadSize; // bytes that follow
     std::uint32_t dwReserved;    // 0
 };
-static_assert(sizeof(ShellRequestHeader) == 16);
-static_assert(offsetof(ShellRequestHeader, dwPayloadSize) == 8);
+// contract.md W2
+static_assert(sizeof(ShellRequestHeader) == 16 && offsetof(ShellRequestHeader, wFormat) == 2 &&
+              offsetof(ShellRequestHeader, dwCode) == 4 && offsetof(ShellRequestHeader, dwPayloadSize) == 8 &&
+              offsetof(ShellRequestHeader, dwReserved) == 12);
 
 constexpr std::uint16_t SHELLREQUEST_MARKER = 0x1234;
 constexpr std::uint16_t SHELLREQUEST_FORMAT = 3;
@@ -28,8 +30,9 @@ struct ShellRequestPayload
     std::uint32_t dwSlotCount; // slots sent, the option slot included: 2 to 128
     WCHAR szSlot[SHELLREQUEST_SLOTS][LSTR];
 };
-static_assert(offsetof(ShellRequestPayload, szSlot) == 4);
-static_assert(sizeof(ShellRequestPayload) == 66564);
+// contract.md W3
+static_assert(sizeof(ShellRequestPayload) == 66564 && offsetof(ShellRequestPayload, szSlot) == 4 &&
+              sizeof(ShellRequestPayload::szSlot[0]) == 520);
 
 // The main program's path into a buffer of LSTR characters: the user's setting, or else the machine's; empty
 // when there is none.

@@ -6,15 +6,17 @@
 
 // The module's static objects, constructed in this order when it is loaded, before DllMain, and destroyed in
 // the reverse order when it is unloaded. They stand in one source because the order across sources would be
-// the linker's. The state of the diagnostics themselves is constant-initialised and needs no place here.
+// the linker's. The state of the diagnostics themselves is constant-initialised and needs no place here. What
+// depends on each place: contract.md C21 to C26.
 static LDebugHeapLifetime g_HeapLifetime;   // blocks are released until the very end
 LComDiagnostic g_ComDiagnostic;             // so that it outlives the trace
 static LDebugTraceLifetime g_TraceLifetime; // the trace begins and ends here
 LList<FolderPathItem> g_FolderList;
 LLockObject g_FolderListLock;
-LIPCSharedMemory<std::uint32_t> g_SharedState(TEXT("SharedMemoryForsndxdll"));
-static LDebugProcessEnd
-    g_ProcessEnd; // the others end in different ways for an unload and for the end of the process
+LIPCSharedMemory<std::uint32_t> g_SharedState(TEXT("SharedMemoryForsndxdll")); // contract.md N2
+static_assert(sizeof(*g_SharedState.Get()) == 4);                              // contract.md M27
+// The others end in different ways for an unload and for the end of the process.
+static LDebugProcessEnd g_ProcessEnd;
 
 HINSTANCE g_hInstance = nullptr;
 std::int32_t g_nFactoryObjects = 0;

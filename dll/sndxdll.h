@@ -5,7 +5,7 @@
 
 #include "gen/types.h"
 
-// Fixed class identifiers; the installer registers them.
+// Fixed class identifiers; the installer registers them (contract.md N7, N8).
 constexpr GUID CLSID_SendoraOverlay = {
     0x041C6567, 0x1AB1, 0x4B57, {0xBD, 0x0F, 0xD9, 0x1A, 0xC4, 0x6B, 0x97, 0x3B}};
 constexpr GUID CLSID_SendoraContextMenu = {
@@ -14,7 +14,7 @@ constexpr GUID CLSID_SendoraContextMenu = {
 extern HINSTANCE g_hInstance; // set at process attach
 
 // Live objects of the two classes that count. Plain, not interlocked; what keeps the module loaded beyond
-// doubt is the registry of COM objects, which DllCanUnloadNow asks as well.
+// doubt is the registry of COM objects, which DllCanUnloadNow asks as well (contract.md O2).
 extern std::int32_t g_nFactoryObjects;
 extern std::int32_t g_nShellExtObjects;
 

@@ -24,7 +24,7 @@ bool LComDiagnostic::ObjectCreate(const void* pObject, const WCHAR* szName)
 {
     LDebugTrace("LComDiagnostic::ObjectCreate this=",
                 static_cast<std::int64_t>(reinterpret_cast<std::intptr_t>(pObject)));
-    // The line is a constant of the allocation record: support tools look for it.
+    // The line is a constant of the allocation record: support tools look for it (contract.md T26).
     Item* pItem = new (__FILE__, "LComDiagnostic::ObjectCreate", 20) Item;
     if (pItem == nullptr)
     {
@@ -111,7 +111,7 @@ ULONG LComDetail::Counted::Release(const void* pObject)
         LDebugTraceError(
             "LComImplementation<I>::Release is being called too often (check AddRefs and Releases match)");
     }
-    return --m_uReferences;
+    return --m_uReferences; // from 0 to 0xFFFFFFFF: the object is left alive (contract.md O5)
 }
 
 void LComDetail::Counted::Destroy(const void* pObject)

@@ -15,7 +15,7 @@
 #include "gen/debug.h"
 #include "gen/list.h"
 // The one include that runs up from gen/: the registry owns its lock, and its name and place are fixed by the
-// reports that name gen/com.
+// reports that name gen/com (contract.md T23).
 #include "win32/mutex.h"
 
 // Byte-for-byte equality.
@@ -32,6 +32,7 @@ class LComDiagnostic
         const void* pObject;
         WCHAR szName[LSTR];
     };
+    static_assert(sizeof(Item) == 544); // contract.md M22
 
     LComDiagnostic() = default;
     // Reports every object that is still registered.
@@ -64,12 +65,14 @@ class LComDiagnostic
     LLockObject m_Lock;
     LList<Item> m_Items;
 };
+static_assert(sizeof(LComDiagnostic) == 64); // contract.md M22
 
 extern LComDiagnostic g_ComDiagnostic;
 
 namespace LComDetail
 {
-// The bookkeeping that both implementation bases share: reference count and registration.
+// The bookkeeping that both implementation bases share: reference count, plain (contract.md O2), and
+// registration, under one name for all (T30).
 class Counted
 {
   public:
@@ -88,12 +91,13 @@ class Counted
     std::uint32_t m_uReferences;
     bool m_bRegistered;
 };
+static_assert(sizeof(Counted) == 8); // contract.md M19, M20
 } // namespace LComDetail
 
 // The body of both implementation bases: reference count, registration and the end of the object. The
-// concrete class supplies QueryInterface and the interfaces' methods. The destructor is the last slot of the
-// first table; with two interfaces the identity pointer is the first table's, and the IUnknown entries of the
-// second adjust the pointer and share the count.
+// concrete class supplies QueryInterface and the interfaces' methods. The destructor stands behind the
+// methods of the first table, in two slots; with two interfaces the identity pointer is the first table's,
+// and the IUnknown entries of the second adjust the pointer and share the count (contract.md M19, M20).
 template <class... Interfaces>
 class LComImplementationOf : public Interfaces...
 {
@@ -123,18 +127,21 @@ class LComImplementationOf : public Interfaces...
     LComDetail::Counted m_Counted;
 };
 
-// The names under which the bases are used; reports call both "LComImplementation".
+// The names under which the bases are used; reports call both "LComImplementation" (contract.md T29).
 template <class I>
 using LComImplementation = LComImplementationOf<I>;
 template <class I1, class I2>
 using LComImplementation2 = LComImplementationOf<I1, I2>;
 
-// Non-owning reference with a tested-before-use rule.
+// Non-owning reference with a tested-before-use rule; contract.md M21.
 template <class T>
 class LComInterfaceRef
 {
   public:
-    LComInterfaceRef() : m_p(nullptr), m_bTested(false) {}
+    LComInterfaceRef() : m_p(nullptr), m_bTested(false)
+    {
+        static_assert(sizeof(LComInterfaceRef) == 16 && offsetof(LComInterfaceRef, m_bTested) == 8); // M21
+    }
 
     T* operator->() const
     {
@@ -165,7 +172,7 @@ class LComObject : public LComInterfaceRef<T>
     {
         if (pNewImplementation == nullptr)
         {
-            // The line is a constant of the report: support tools look for it.
+            // The line is a constant of the report: support tools look for it (contract.md T24).
             LDebugAssertFailed(LTemplateFunctionName<"LComObject<", T, ">::LComObject">::value,
                                "pNewImplementation != NULL", __FILE__, 755);
         }
@@ -232,12 +239,12 @@ class LComClassFactory : public LComImplementation<IClassFactory>
         {
             return CLASS_E_NOAGGREGATION;
         }
-        // The line is a constant of the allocation record: support tools look for it.
+        // The line is a constant of the allocation record: support tools look for it (contract.md T25).
         LComObject<T> object(
             new (__FILE__, LTemplateFunctionName<"LComClassFactory<", T, ">::CreateInstance">::value, 804) T);
         return object.QueryNew(riid, ppv);
     }
 
-    // Nothing is counted: every live object keeps the module loaded by itself.
+    // Nothing is counted: every live object keeps the module loaded by itself (contract.md O4).
     HRESULT STDMETHODCALLTYPE LockServer(BOOL) override { return S_OK; }
 };

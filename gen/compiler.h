@@ -54,7 +54,8 @@ consteval LNameRange LTypeName()
 
 // The name of a member function of a class template as it stands in reports:
 // LTemplateFunctionName<"LListIterator<", FolderPathItem, ">::operator ->">::value is
-// "LListIterator<class FolderPathItem>::operator ->". A string constant with static life time.
+// "LListIterator<class FolderPathItem>::operator ->", with "class" for structures too (contract.md T27). A
+// string constant with static life time.
 template <LFixedText Before, class T, LFixedText After>
 class LTemplateFunctionName
 {

@@ -86,7 +86,8 @@ void* operator new[](std::size_t uSize, const char* szFile, const char* szFuncti
 void operator delete(void* p, const char* szFile, const char* szFunction, std::int32_t nLine) noexcept;
 void operator delete[](void* p, const char* szFile, const char* szFunction, std::int32_t nLine) noexcept;
 
-// LNEW("Class::Function") Type(…): a new expression tagged with this place in the source.
+// LNEW("Class::Function") Type(…): a new expression tagged with this place in the source. Support reads leak
+// lines by the tag (contract.md T31).
 #define LNEW(szFunction) new (__FILE__, szFunction, __LINE__)
 
 // Excuses a live block of the tracked forms from the leak report: for what lives until unload by design.

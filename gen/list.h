@@ -45,7 +45,7 @@ class LListable
     // compiler may drop both as dead otherwise.
     volatile bool bDeleted;
 };
-static_assert(sizeof(LListable) == 16);
+static_assert(sizeof(LListable) == 16); // contract.md M2
 
 template <class T>
 class LList;
@@ -214,5 +214,6 @@ class LList
 template <class T>
 LListIterator<T>::LListIterator(const LList<T>& list) : p(static_cast<T*>(list.pHead)), bTested(false)
 {
-    static_assert(sizeof(LList<T>) == sizeof(void*));
+    static_assert(sizeof(LList<T>) == 8);                                                // contract.md M3
+    static_assert(sizeof(LListIterator) == 16 && offsetof(LListIterator, bTested) == 8); // contract.md M4
 }

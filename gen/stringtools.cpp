@@ -70,7 +70,7 @@ std::size_t CopyBounded(TChar* dst, const TChar* src, std::size_t size)
     return uCopied;
 }
 
-// Unsigned, so that a unit above 0x7FFF stays the greater one.
+// Of all letters only A to Z (contract.md O7). Unsigned, so that a unit above 0x7FFF stays the greater one.
 std::uint32_t FoldUnit(WCHAR c)
 {
     const std::uint32_t u = c;
@@ -305,7 +305,10 @@ WCHAR* LStringReplaceChar(WCHAR* sz, WCHAR cWhat, WCHAR cWith)
 template <class TChar>
 LStringListTemplate<TChar>::LStringListTemplate() : pList(nullptr), uCount(0), uCapacity(0)
 {
+    static_assert(offsetof(LStringListTemplate, uCount) == 8 &&
+                  offsetof(LStringListTemplate, uCapacity) == 16); // contract.md M5
     constexpr std::size_t uFirstSlots = 256;
+    // The name in the record and in reports is the same for every text unit (contract.md T28, T31).
     pList = LNEW("LStringListTemplate<wchar_t>::LStringListTemplate") TChar* [uFirstSlots];
     if (pList != nullptr)
     {

@@ -19,7 +19,7 @@ std::size_t tstrlcpy(WCHAR* dst, const WCHAR* src, std::size_t size);
 std::size_t tstrlcpy(WCHAR* dst, const WCHAR* src);
 std::size_t tstrlcpy(char* dst, const char* src, std::size_t size);
 
-// Compares unit by unit; only A to Z are folded. Negative, 0 or positive.
+// Compares unit by unit; only A to Z are folded (contract.md O7). Negative, 0 or positive.
 std::int32_t tstricmp(const WCHAR* a, const WCHAR* b);
 
 // Decimal text: white space, one sign, digits up to the first other character; clamped to 32 bits, no
@@ -81,4 +81,4 @@ class LStringListTemplate
 
 extern template class LStringListTemplate<WCHAR>;
 using LStringList = LStringListTemplate<WCHAR>;
-static_assert(sizeof(LStringList) == 24);
+static_assert(sizeof(LStringList) == 24); // contract.md M5

@@ -7,7 +7,8 @@
 namespace
 {
 // Repeats an operation that a sharing violation defeats. The operation returns true when it is done; its
-// last error tells why not. With a time-out of 1000 ms the waits are 8, 16, 32, 64, 128 and 256 ms.
+// last error tells why not. With a time-out of 1000 ms the waits are 8, 16, 32, 64, 128 and 256 ms
+// (contract.md D5).
 template <class Operation>
 bool RetryOnSharingViolation(std::uint32_t uTimeoutMs, Operation operation)
 {

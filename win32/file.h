@@ -28,6 +28,7 @@ class LFileRef
 
     HANDLE hFile;
 };
+static_assert(sizeof(LFileRef) == 8); // contract.md M8
 
 class LReadFileRef : public LFileRef
 {
@@ -70,3 +71,5 @@ class LBufferedReadFileRef : public LReadFileRef
     std::uint64_t uPos; // next unread byte
     std::uint64_t uEnd; // valid bytes
 };
+static_assert(sizeof(LReadFileRef) == 8 && sizeof(LWriteFileRef) == 8); // contract.md M8
+static_assert(sizeof(LBufferedReadFileRef) == 8216);                    // contract.md M9

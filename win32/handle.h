@@ -34,4 +34,4 @@ class LHandle
   private:
     HANDLE m_hHandle;
 };
-static_assert(sizeof(LHandle) == sizeof(HANDLE));
+static_assert(sizeof(LHandle) == 8); // contract.md M13 to M16

@@ -21,6 +21,7 @@ FARPROC LDLLLoadFunctionNoError(HMODULE hLibrary, const char* szFunction)
     const FARPROC function = GetProcAddress(hLibrary, szFunction);
     if (function == nullptr)
     {
+        // Reported in spite of the function's name (contract.md O28).
         LDebugTrace("LDLLLoadFunctionNoError Cannot find the library function: ", szFunction);
     }
     return function;

@@ -6,8 +6,9 @@ constinit std::atomic<std::uint32_t> LLockObject::uLockThreadId{0};
 
 LLockObject::LLockObject() : uTCLockTime(0), uOwnerThreadId(0), uEntryCount(0)
 {
-    // Without the system's debug record, a block of the process's heap for each section: the allocation lock
-    // is never destroyed, and would leave it behind in the host at every unload. The call cannot fail.
+    static_assert(offsetof(LLockObject, uTCLockTime) == 40); // contract.md M6
+    // Without the system's debug record, a block of the process's heap for each section, which a lock that is
+    // made again behind the last static object would leave behind in the host. The call cannot fail.
     InitializeCriticalSectionEx(&m_CriticalSection, 0, CRITICAL_SECTION_NO_DEBUG_INFO);
 }
 
@@ -59,7 +60,7 @@ void LLockObject::Unlock()
     {
         LDebugTraceFunction("LLockObject::Unlock", true, "Object never locked before calling Unlock.");
     }
-    if (static_cast<std::uint32_t>(GetTickCount() - uLockTime) > 5000)
+    if (static_cast<std::uint32_t>(GetTickCount() - uLockTime) > 5000) // contract.md D10
     {
         LDebugTraceFunction("LLockObject::Unlock", true,
                             "Unlock called more than 5 seconds after lock. This is not good.");

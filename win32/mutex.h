@@ -35,9 +35,10 @@ class LLockObject
 
     // The thread that most recently locked any object and has not unlocked it; 0 for none. One unguarded
     // variable for the whole process, so the nested-lock report is a heuristic: another thread's lock in
-    // between hides a nesting. Relaxed loads and stores are all it needs.
+    // between hides a nesting (contract.md O24). Relaxed loads and stores are all it needs.
     static std::atomic<std::uint32_t> uLockThreadId;
 };
+static_assert(sizeof(LLockObject) == 56); // contract.md M6
 
 // Holds an LLockObject for a scope.
 class LLockObjectScope
@@ -51,3 +52,4 @@ class LLockObjectScope
   private:
     LLockObject* m_pLock;
 };
+static_assert(sizeof(LLockObjectScope) == 8); // contract.md M7

@@ -6,6 +6,8 @@
 LNamedPipe::LNamedPipe(const WCHAR* szName)
     : m_hPipe(INVALID_HANDLE_VALUE), m_Event(CreateEventW(nullptr, TRUE, FALSE, nullptr)), m_Overlapped{}
 {
+    static_assert(offsetof(LNamedPipe, m_Event) == 8 &&
+                  offsetof(LNamedPipe, m_Overlapped) == 16); // contract.md M16
     m_Overlapped.hEvent = m_Event.Get();
     _Open(szName);
 }
@@ -26,7 +28,7 @@ bool LNamedPipe::Open(const WCHAR* szName)
 void LNamedPipe::_Open(const WCHAR* szName)
 {
     WCHAR szPath[LSTR];
-    tsnprintf(szPath, LSTR, TEXT("\\\\.\\pipe\\%s"), szName);
+    tsnprintf(szPath, LSTR, TEXT("\\\\.\\pipe\\%s"), szName); // contract.md N4
     for (;;)
     {
         m_hPipe = CreateFileW(szPath, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING,
@@ -43,7 +45,8 @@ void LNamedPipe::_Open(const WCHAR* szName)
             return;
         }
         // Each wait is bounded by the time-out that the server set when it created the pipe. The number of
-        // waits is not bounded: a free instance may be taken by another client again and again.
+        // waits is not bounded: a free instance may be taken by another client again and again; see
+        // contract.md D2.
         if (!WaitNamedPipeW(szPath, NMPWAIT_USE_DEFAULT_WAIT))
         {
             LDebugTraceFunction("LNamedPipe::_Open", true, "Pipe was busy");
@@ -62,7 +65,7 @@ void LNamedPipe::Close()
     if (m_hPipe != INVALID_HANDLE_VALUE)
     {
         // Blocks until the server has read everything: without it the last request could be lost. There is no
-        // bound; a server that hangs with its pipe open holds the caller.
+        // bound; a server that hangs with its pipe open holds the caller (contract.md D4).
         FlushFileBuffers(m_hPipe);
         CloseHandle(m_hPipe);
         m_hPipe = INVALID_HANDLE_VALUE;

@@ -23,10 +23,10 @@ class LNamedPipe
     // Waits without bound until the server has read everything, or has closed its end.
     void Close();
 
-    // Writes the whole buffer as one write. TimedOut also when the write fails at once, or without the
-    // event that a pending write needs. A write that does not
-    // finish within the time is cancelled, and its end is waited for: when this returns, the system uses
-    // neither the pipe's OVERLAPPED record nor the buffer any more.
+    // Writes the whole buffer as one write. TimedOut also when the write fails at once, or without the event
+    // that a pending write needs. A write that does not finish within the time is cancelled, and its end is
+    // waited for: when this returns, the system uses neither the pipe's OVERLAPPED record nor the buffer any
+    // more.
     static LWaitResult ProcessSendBytes(LSignalWaiter& waiter, LNamedPipe& pipe, const void* Buffer,
                                         std::uint32_t uBytes, std::uint32_t uTimeoutMs);
 
@@ -37,3 +37,4 @@ class LNamedPipe
     LHandle m_Event; // manual reset, part of the record below
     OVERLAPPED m_Overlapped;
 };
+static_assert(sizeof(LNamedPipe) == 48); // contract.md M16

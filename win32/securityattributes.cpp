@@ -5,6 +5,8 @@
 LSecurityAttributesAllAccess::LSecurityAttributesAllAccess()
     : m_Descriptor{}, m_Attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE}, m_pAccessList(nullptr)
 {
+    static_assert(offsetof(LSecurityAttributesAllAccess, m_Attributes) == 40 &&
+                  offsetof(LSecurityAttributesAllAccess, m_pAccessList) == 64); // contract.md M15
     if (!InitializeSecurityDescriptor(&m_Descriptor, SECURITY_DESCRIPTOR_REVISION))
     {
         LDebugTraceError(
@@ -18,7 +20,7 @@ LSecurityAttributesAllAccess::LSecurityAttributesAllAccess()
     {
         LDebugTraceErrorF(
             "LSecurityAttributesAllAccess::LSecurityAttributesAllAccess AllocateAndInitializeSid failed "
-            "with error %d\n",
+            "with error %d\n", // contract.md O16, as below
             static_cast<int>(GetLastError()));
         return;
     }
@@ -29,7 +31,7 @@ LSecurityAttributesAllAccess::LSecurityAttributesAllAccess()
 void LSecurityAttributesAllAccess::GrantAllAccess(PSID pSid)
 {
     // The list's header, and the fixed part of its only entry without the first word of the SID in it.
-    static_assert(sizeof(ACL) + sizeof(ACCESS_ALLOWED_ACE) - sizeof(DWORD) == 16);
+    static_assert(sizeof(ACL) + sizeof(ACCESS_ALLOWED_ACE) - sizeof(DWORD) == 16); // contract.md M15
     const DWORD uSize = GetLengthSid(pSid) + 16;
     m_pAccessList = static_cast<ACL*>(HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, uSize));
     if (m_pAccessList == nullptr)

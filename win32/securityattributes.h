@@ -23,4 +23,5 @@ class LSecurityAttributesAllAccess
     SECURITY_ATTRIBUTES m_Attributes; // lpSecurityDescriptor is null until everything has succeeded
     ACL* m_pAccessList;               // on the process heap, owned
 };
-static_assert(sizeof(SECURITY_ATTRIBUTES) == 24);
+// contract.md M15
+static_assert(sizeof(SECURITY_ATTRIBUTES) == 24 && sizeof(LSecurityAttributesAllAccess) == 72);

@@ -17,7 +17,8 @@ bool RegGetStringFlags(HKEY hRoot, const WCHAR* szKeyPath, const WCHAR* szValue,
     }
     LCHECKMEMORYWRITEABLE(szOutput);
     LDEBUGVALIDWIN32STRINGF(szValue);
-    // The type is not asked for: a value of another type than text gives the text units that its bytes make.
+    // The type is not asked for: a value of another type than text gives the text units that its bytes make
+    // (contract.md O20). Value and key names: S1 to S12.
     DWORD uBytes = LSTR * sizeof(WCHAR);
     if (RegQueryValueExW(key.Get(), szValue, nullptr, nullptr, reinterpret_cast<BYTE*>(szOutput), &uBytes) !=
         ERROR_SUCCESS)

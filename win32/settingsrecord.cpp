@@ -9,6 +9,8 @@ LSharedSettings32Record::LSharedSettings32Record()
 LSharedSettings32Record::LSharedSettings32Record(const WCHAR* szSection)
     : m_hRoot(HKEY_LOCAL_MACHINE), m_szPrimaryKey{}, m_szKeyPath{}
 {
+    static_assert(offsetof(LSharedSettings32Record, m_szPrimaryKey) == 8 &&
+                  offsetof(LSharedSettings32Record, m_szKeyPath) == 528); // contract.md M11
     LDebugTraceFunction("LSharedSettings32Record::LSharedSettings32Record", false, "");
     tstrlcpy(m_szPrimaryKey, szSection);
     LSettingsGetKeyPath(m_szKeyPath, szSection);

@@ -19,7 +19,7 @@ class LSharedSettings32Record
 
     bool IsValid() const;
 
-    // On an invalid record these are reported and go on with the root key itself.
+    // On an invalid record these are reported and go on with the root key itself (contract.md O29).
     void GetString(const WCHAR* szValue, const WCHAR* szDefault, WCHAR* szOutput) const;
     std::int32_t GetInt(const WCHAR* szValue, std::int32_t nDefault) const;
     void OpenSubRecord(const WCHAR* szName, LSharedSettings32Record& output) const;
@@ -41,6 +41,7 @@ class LSharedSettings32Record
     WCHAR m_szPrimaryKey[LSTR]; // section, or the name of the sub-key alone
     WCHAR m_szKeyPath[LSTR];    // full path below the root; empty means invalid
 };
+static_assert(sizeof(LSharedSettings32Record) == 1048); // contract.md M11
 
 template <class TRecord>
 class LSettings32ListIteratorTemplate
@@ -76,6 +77,8 @@ class LSettings32ListIteratorTemplate
   private:
     void InitCommon()
     {
+        static_assert(sizeof(LSettings32ListIteratorTemplate) == 2112 &&
+                      offsetof(LSettings32ListIteratorTemplate, m_Current) == 1064); // contract.md M12
         LDebugTraceFunction(
             LTemplateFunctionName<"LSettings32ListIteratorTemplate<", TRecord, ">::InitCommon">::value, false,
             "");

@@ -7,9 +7,11 @@
 void LIPCSharedMemoryBuffer::_Create(const WCHAR* szName, std::uint64_t uSize, bool bFailIfExists,
                                      bool bGlobal)
 {
+    static_assert(offsetof(LIPCSharedMemoryBuffer, m_pView) == 8 &&
+                  offsetof(LIPCSharedMemoryBuffer, m_uSize) == 16); // contract.md M13
     LDebugTraceFunction("LIPCSharedMemoryBuffer::_Create", false, szName);
-    Close(); // a block of an earlier call
-    WCHAR szGuard[LSTR];
+    Close();             // a block of an earlier call
+    WCHAR szGuard[LSTR]; // contract.md N3
     tsnprintf(szGuard, LSTR, TEXT("fmm%s"), szName);
     LStringReplaceChar(szGuard, TEXT('\\'), TEXT('_'));
     LSystemLockMutex guard(szGuard);
@@ -20,8 +22,8 @@ void LIPCSharedMemoryBuffer::_Create(const WCHAR* szName, std::uint64_t uSize, b
         tsnprintf(szGlobal, LSTR, TEXT("Global\\%s"), szName);
         szMapping = szGlobal;
     }
-    // No time-out: the guard is held only for the few calls below. Without the guard the block is created all
-    // the same; then two processes may both believe to be the first.
+    // No time-out (contract.md D9): the guard is held only for the few calls below. Without the guard the
+    // block is created all the same; then two processes may both believe to be the first.
     guard.Lock();
     LSecurityAttributesAllAccess security;
     m_Mapping.Set(CreateFileMappingW(INVALID_HANDLE_VALUE,

@@ -25,7 +25,7 @@ class LIPCSharedMemoryBuffer
     void* m_pView;
     std::uint64_t m_uSize; // bytes asked for; 0 after Close
 };
-static_assert(sizeof(LIPCSharedMemoryBuffer) == 24);
+static_assert(sizeof(LIPCSharedMemoryBuffer) == 24); // contract.md M13
 
 // One value of type T in a block of the caller's session.
 template <class T>
@@ -34,6 +34,7 @@ class LIPCSharedMemory : public LIPCSharedMemoryBuffer
   public:
     explicit LIPCSharedMemory(const WCHAR* szName)
     {
+        static_assert(sizeof(LIPCSharedMemory) == 24); // contract.md M13
         LDebugTrace("LIPCSharedMemory<T>::LIPCSharedMemory ", szName);
         _Create(szName, sizeof(T), false, false);
         if (!IsValid())

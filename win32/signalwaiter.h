@@ -10,7 +10,7 @@ enum class LWaitResult : std::int32_t
     Stopped = 1,   // a stop was requested
     TimedOut = 2   // also: the wait or the operation failed
 };
-static_assert(sizeof(LWaitResult) == 4);
+static_assert(sizeof(LWaitResult) == 4); // contract.md M17
 
 constexpr std::size_t LSIGNALOBJECTGROUPMAX = 64;
 
@@ -19,8 +19,10 @@ struct LSignalObjectGroup
     HANDLE hObjects[LSIGNALOBJECTGROUPMAX]; // not owned
     std::uint32_t idxSOArray;               // number of handles
 };
-static_assert(offsetof(LSignalObjectGroup, idxSOArray) == 8 * LSIGNALOBJECTGROUPMAX);
+// contract.md M17
+static_assert(sizeof(LSignalObjectGroup) == 520 && offsetof(LSignalObjectGroup, idxSOArray) == 512);
 
+// The order of its table: contract.md M18.
 class LSignalWaiter
 {
   public:

@@ -5,6 +5,7 @@
 
 LSystemLockMutex::LSystemLockMutex(const WCHAR* szName) : m_szName{}
 {
+    static_assert(offsetof(LSystemLockMutex, m_Mutex) == 520); // contract.md M14
     tsnprintf(m_szName, LSTR, TEXT("Global\\%s"), szName);
 }
 
@@ -31,7 +32,7 @@ bool LSystemLockMutex::Lock(std::uint32_t uTimeoutMs)
             return false;
         }
         // A process of another user holds the object with its own security. It goes with that lock, so the
-        // name is tried again, for as long as the time-out allows.
+        // name is tried again, for as long as the time-out allows (contract.md D9).
         Sleep(uRetryMs);
         if (uTimeoutMs <= uRetryMs)
         {

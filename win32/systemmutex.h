@@ -24,3 +24,4 @@ class LSystemLockMutex
     WCHAR m_szName[LSTR];
     LHandle m_Mutex; // open exactly while this object holds the lock
 };
+static_assert(sizeof(LSystemLockMutex) == 528); // contract.md M14
