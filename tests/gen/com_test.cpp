@@ -32,6 +32,7 @@ class Last : public LComImplementation<First>
 {
   public:
     HRESULT STDMETHODCALLTYPE QueryInterface(REFIID, void**) override { return E_NOINTERFACE; }
+    static void* operator new(std::size_t size) { return ::operator new(size); }
     static void operator delete(void* p)
     {
         g_inUseAtTheEnd = g_ComDiagnostic.AnyObjectExists();
