@@ -263,12 +263,12 @@ TEST_F(ModuleCom, AThousandLivesCostTheHostNothing)
 }
 
 // A lock that threads have waited for has taken an event from the system.
-TEST_F(ModuleCom, LivesUnderContentionCostTheHostNothing)
+TEST_F(ModuleCom, LivesUnderContentionLeaveNoHandle)
 {
     AddItemsAsAccount();
-    std::optional<Holdings> atFirst;
+    int atFirst = 0;
     constexpr int warmUp = 20;
-    for (int life = 0; life < warmUp + 200; ++life)
+    for (int life = 0; life < warmUp + 80; ++life) // without the deletion of the lock four stay
     {
         const Module module;
         std::vector<std::jthread> threads;
@@ -287,8 +287,8 @@ TEST_F(ModuleCom, LivesUnderContentionCostTheHostNothing)
         threads.clear();
         if (life == warmUp)
         {
-            atFirst.emplace();
+            atFirst = Holdings().handles;
         }
     }
-    EXPECT_EQ(Holdings(), atFirst);
+    EXPECT_EQ(Holdings().handles, atFirst);
 }
