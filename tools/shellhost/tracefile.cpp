@@ -10,9 +10,7 @@
 
 namespace sndxtools
 {
-namespace
-{
-std::string Content(const WideString& path)
+std::string TraceContent(const WideString& path)
 {
     std::string content;
     // A module that is still loaded may be writing.
@@ -31,13 +29,12 @@ std::string Content(const WideString& path)
     }
     return content;
 }
-} // namespace
 
-WideString TraceFilePath()
+WideString TraceFilePath(const std::string& program)
 {
     WCHAR folder[MAX_PATH] = {};
     Check("SHGetFolderPath", SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, folder));
-    WideString title = ProgramPath();
+    WideString title = program.empty() ? ProgramPath() : Wide(program);
     title.erase(0, title.find_last_of(TEXT("\\/")) + 1);
     const std::size_t dot = title.rfind(TEXT('.'));
     title.erase(dot == WideString::npos || dot == 0 ? title.size() : dot);
@@ -47,7 +44,7 @@ WideString TraceFilePath()
 std::vector<std::string> TraceLines(const WideString& path)
 {
     std::vector<std::string> lines;
-    std::istringstream content(Content(path));
+    std::istringstream content(TraceContent(path));
     for (std::string line; std::getline(content, line);)
     {
         if (line.ends_with('\r'))
