@@ -3,6 +3,9 @@
 # Source paths in assertion reports and allocation records are relative to the checkout: they must not
 # tell where a build ran, and a report must read the same from every build.
 add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  add_compile_options(-fno-file-reproducible) # else they get the separator of the target's system
+endif()
 
 if(SNDX_SANITIZE)
   add_compile_options(-fsanitize=${SNDX_SANITIZE} -fno-omit-frame-pointer)
