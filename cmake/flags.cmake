@@ -3,6 +3,9 @@
 # Source paths in assertion reports and allocation records are relative to the checkout: they must not
 # tell where a build ran, and a report must read the same from every build.
 add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  add_compile_options(-fno-file-reproducible) # else they get the separator of the target's system
+endif()
 
 if(SNDX_SANITIZE)
   add_compile_options(-fsanitize=${SNDX_SANITIZE} -fno-omit-frame-pointer)
@@ -24,7 +27,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   target_compile_options(sndx_warnings INTERFACE -Wno-restrict)
 else()
   # Clang counts a change of signedness to what -Wconversion means, GCC does not in C++.
-  target_compile_options(sndx_warnings INTERFACE -Wno-sign-conversion)
+  # The layer's LARGE_INTEGER is made as the system's is, of types without names.
+  target_compile_options(sndx_warnings INTERFACE -Wno-sign-conversion -Wno-nested-anon-types)
 endif()
 if(WIN32 AND NOT CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   # The system's headers declare interfaces that do not throw and entry points that are not exported, GCC's
