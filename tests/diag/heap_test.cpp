@@ -1,7 +1,7 @@
 // The tracker's blocks in every memory mode: how they lie in memory, what a release accepts and what it
 // refuses. What a fault on a guard page looks like is in heap_guard_test.cpp.
 
-#include <chrono>
+#include <atomic>
 #include <cstdlib>
 #include <future>
 #include <limits>
@@ -253,17 +253,29 @@ TEST_F(Tracker, WithoutADebuggerAWrongReleaseEndsTheProcess)
 
 TEST_F(Tracker, AStopInTheDebuggerHoldsNoLock)
 {
+    static std::atomic<bool> stopped = false;
+    static std::atomic<bool> otherIsDone = false;
     const Breakpoints breakpoints;
     void* const block = MakeBlock(40);
-    std::future<void> other;
-    Breakpoints::atStop = [&other]
+    std::thread other(
+        []
+        {
+            stopped.wait(false);
+            ReleaseBlock(MakeBlock(8));
+            otherIsDone = true;
+        });
+    Breakpoints::atStop = [] // in a signal handler natively
     {
-        other = std::async(std::launch::async, [] { ReleaseBlock(MakeBlock(8)); });
-        EXPECT_EQ(other.wait_for(std::chrono::seconds(5)), std::future_status::ready)
-            << "another thread waits for the allocation lock";
+        stopped = true;
+        stopped.notify_one();
+        for (int i = 0; i < 500 && !otherIsDone; ++i)
+        {
+            Sleep(10);
+        }
     };
     ReleaseBlock(block, true);
-    Breakpoints::atStop = nullptr;
+    EXPECT_TRUE(otherIsDone) << "another thread waits for the allocation lock";
+    other.join();
     EXPECT_EQ(Breakpoints::Take(), 1);
     ReleaseBlock(block);
 }

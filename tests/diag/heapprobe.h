@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -103,7 +102,7 @@ class Breakpoints
     Breakpoints& operator=(const Breakpoints&) = delete;
 
     // Runs at each stop, on the thread that stops.
-    inline static std::function<void()> atStop;
+    inline static void (*atStop)() = nullptr;
 
     // Since the last call.
     static int Take()
@@ -134,7 +133,7 @@ class Breakpoints
     static void Count()
     {
         count_ = count_ + 1;
-        if (atStop)
+        if (atStop != nullptr)
         {
             atStop();
         }
