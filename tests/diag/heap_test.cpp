@@ -2,6 +2,7 @@
 // refuses. What a fault on a guard page looks like is in heap_guard_test.cpp.
 
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <future>
 #include <limits>
@@ -270,7 +271,7 @@ TEST_F(Tracker, AStopInTheDebuggerHoldsNoLock)
         stopped.notify_one();
         for (int i = 0; i < 500 && !otherIsDone; ++i)
         {
-            Sleep(10);
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
     };
     ReleaseBlock(block, true);
