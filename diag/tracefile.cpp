@@ -1,13 +1,13 @@
 #include "diag/tracefile.h"
 
 #include <atomic>
-#include <iterator>
 
 #include <string.h>
 #include <time.h>
 
 #include "diag/header.h"
 #include "diag/heap.h"
+#include "diag/leftopen.h"
 #include "diag/lifetime.h"
 #include "gen/debug.h"
 #include "gen/stringtools.h"
@@ -24,10 +24,6 @@ constinit std::atomic<std::uint32_t> g_uClockBase{0}; // tick count of local mid
 constinit std::atomic<std::uint32_t> g_uLines{0};
 constinit std::atomic<bool> g_bTerminated{false};
 
-// Values of the handles that earlier opens of the trace file got, by the low digits of the value. The system
-// gives a value that was closed again, so the few there are keep coming back.
-constinit std::atomic<HANDLE> g_hEarlier[32]{};
-
 // One line is one open, write and close, without a lock: the file's share mode is the one exclusion that
 // holds for threads and processes alike (contract.md T10, O3). Other writers are waited for, up to the
 // time-out; false when the file cannot be opened.
@@ -38,47 +34,14 @@ bool AppendWithin(const WCHAR* szPath, const char* szLine, std::uint32_t uTimeou
     {
         return false;
     }
-    const auto uValue = reinterpret_cast<std::uintptr_t>(file.Get());
-    g_hEarlier[uValue / 4 % std::size(g_hEarlier)].store(file.Get(), std::memory_order_relaxed);
     file.Write(szLine, strlen(szLine));
     return true;
-}
-
-bool IsSameTime(const FILETIME& a, const FILETIME& b)
-{
-    return a.dwLowDateTime == b.dwLowDateTime && a.dwHighDateTime == b.dwHighDateTime;
-}
-
-// At the end of the process: the handle that a thread left open which died between opening and closing the
-// file; null when there is none. The thread may have died inside the open itself, before anybody could note
-// its handle; so the values of earlier opens are looked at. One that is the trace file now is such a handle,
-// because this is the only thread left; any other is somebody else's by now. Size and times tell.
-HANDLE FindLeftOpen(const WCHAR* szPath)
-{
-    WIN32_FILE_ATTRIBUTE_DATA trace = {};
-    if (!GetFileAttributesExW(szPath, GetFileExInfoStandard, &trace))
-    {
-        return nullptr;
-    }
-    for (const std::atomic<HANDLE>& hEarlier : g_hEarlier)
-    {
-        const HANDLE hValue = hEarlier.load(std::memory_order_relaxed);
-        BY_HANDLE_FILE_INFORMATION found = {};
-        if (hValue != nullptr && GetFileInformationByHandle(hValue, &found) &&
-            found.nFileSizeHigh == trace.nFileSizeHigh && found.nFileSizeLow == trace.nFileSizeLow &&
-            IsSameTime(found.ftLastWriteTime, trace.ftLastWriteTime) &&
-            IsSameTime(found.ftCreationTime, trace.ftCreationTime))
-        {
-            return hValue;
-        }
-    }
-    return nullptr;
 }
 
 // As long as a dead thread's handle is open, nobody else can write; so the last lines go through it, and the
 // system closes it with the process. (Not closed and opened again: under Wine the thread may have died while
 // the file's descriptor was handed over, and then the process ends at once when another handle is used.)
-// Otherwise another process is writing, or the dead thread's handle was never noted; all lines together wait
+// Otherwise another process is writing, or the dead thread's handle was not found; all lines together wait
 // for that a quarter of a second, because the user waits for the end of the process (contract.md D12, O32).
 void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine)
 {
@@ -90,7 +53,7 @@ void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine)
         {
             return;
         }
-        hLeftOpen = FindLeftOpen(szPath);
+        hLeftOpen = LFindLeftOpen(szPath);
     }
     if (hLeftOpen != nullptr)
     {

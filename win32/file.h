@@ -16,8 +16,6 @@ class LFileRef
 
     // A null handle counts as open.
     bool IsOpen() const { return hFile != INVALID_HANDLE_VALUE; }
-    // Still owned by this object.
-    HANDLE Get() const { return hFile; }
     void Close();
 
   protected:

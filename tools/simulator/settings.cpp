@@ -14,9 +14,9 @@ namespace
 void WriteAccount(HKEY accounts, const WideString& name, unsigned folder)
 {
     HKEY key = nullptr;
-    Check("RegCreateKeyEx", ErrorResult(static_cast<DWORD>(
-                                RegCreateKeyExW(accounts, name.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
-                                                KEY_WRITE | KEY_WOW64_32KEY, nullptr, &key, nullptr))));
+    Check("RegCreateKeyEx",
+          ErrorResult(static_cast<DWORD>(RegCreateKeyExW(
+              accounts, name.c_str(), 0, nullptr, 0, KEY_WRITE | KEY_WOW64_32KEY, nullptr, &key, nullptr))));
     const WideString text = Wide(FolderSetting(folder));
     const LONG error =
         RegSetValueExW(key, TEXT("LocalFolder"), 0, REG_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
@@ -30,9 +30,9 @@ void WriteAccounts(std::uint32_t accounts)
 {
     HKEY key = nullptr;
     const WideString path = Wide(std::string(contract::productKey) + "\\Accounts");
-    Check("RegCreateKeyEx", ErrorResult(static_cast<DWORD>(RegCreateKeyExW(
-                                HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, REG_OPTION_NON_VOLATILE,
-                                KEY_ALL_ACCESS | KEY_WOW64_32KEY, nullptr, &key, nullptr))));
+    Check("RegCreateKeyEx", ErrorResult(static_cast<DWORD>(
+                                RegCreateKeyExW(HKEY_LOCAL_MACHINE, path.c_str(), 0, nullptr, 0,
+                                                KEY_ALL_ACCESS | KEY_WOW64_32KEY, nullptr, &key, nullptr))));
     for (unsigned folder = 0; folder < folderCount; ++folder)
     {
         const WideString name = Wide("Simulator " + std::to_string(folder));
