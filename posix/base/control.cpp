@@ -4,7 +4,6 @@
 #include "sndxposix.h"
 
 #include "posix/base/call.h"
-#include "posix/base/descriptor.h"
 #include "posix/base/locked.h"
 #include "sndx/base.h"
 
@@ -16,7 +15,6 @@
 #include <utility>
 #include <vector>
 
-#include <fcntl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -55,13 +53,6 @@ std::uint32_t RealTickCount()
         duration_cast<milliseconds>(steady_clock::now().time_since_epoch()).count());
 }
 
-void AppendToFile(const char* path, std::string_view text)
-{
-    const Descriptor file(open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
-    // One write, so that lines of several processes do not mix. There is nobody to tell of a failure.
-    [[maybe_unused]] const ssize_t written = write(file.Get(), text.data(), text.size());
-}
-
 bool KeepDebugOutput(std::string_view text)
 {
     const Locked<Control> control;
@@ -70,10 +61,6 @@ bool KeepDebugOutput(std::string_view text)
     if (control->debugOutput.size() > 2 * maximumDebugOutput)
     {
         control->debugOutput.erase(0, control->debugOutput.size() - maximumDebugOutput);
-    }
-    if (const char* path = std::getenv("SENDORA_DEBUGOUTPUT"); path != nullptr && *path != 0)
-    {
-        AppendToFile(path, text);
     }
     return true;
 }

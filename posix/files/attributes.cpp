@@ -38,6 +38,24 @@ DWORD AttributesOf(const std::string& path, const struct stat& status)
                              (IsArchive(path, status) ? FILE_ATTRIBUTE_ARCHIVE : 0);
     return attributes == 0 ? FILE_ATTRIBUTE_NORMAL : attributes;
 }
+
+// Describes what the path names. False with the last error set.
+bool Look(const WCHAR* path, WIN32_FILE_ATTRIBUTE_DATA& data)
+{
+    const std::string resolved = ResolveArgument(path);
+    struct stat status;
+    if (resolved.empty() || (stat(resolved.c_str(), &status) != 0 && !FailOnPath(resolved)))
+    {
+        return false;
+    }
+    // Sockets, devices and the like are no files to Windows programs.
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode))
+    {
+        return FailWith(ERROR_FILE_NOT_FOUND);
+    }
+    Describe(resolved, status, data);
+    return true;
+}
 } // namespace
 
 bool ChangeAttributes(const std::string& path, DWORD attributes)
@@ -74,24 +92,6 @@ bool FailOnPath(const std::string& path)
     return FailWith(isAlone ? ERROR_PATH_NOT_FOUND : code);
 }
 
-extern "C" DWORD WINAPI GetFileAttributesW(LPCWSTR path)
-{
-    const auto body = [&]() -> DWORD
-    {
-        const std::string resolved = ResolveArgument(path);
-        struct stat status;
-        if (resolved.empty() || (stat(resolved.c_str(), &status) != 0 && !FailOnPath(resolved)))
-        {
-            return INVALID_FILE_ATTRIBUTES;
-        }
-        // Sockets, devices and the like are no files to Windows programs.
-        return S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)
-                   ? AttributesOf(resolved, status)
-                   : FailWith(ERROR_FILE_NOT_FOUND, INVALID_FILE_ATTRIBUTES);
-    };
-    return Call("GetFileAttributesW", INVALID_FILE_ATTRIBUTES, body);
-}
-
 void Describe(const std::string& path, const struct stat& status, WIN32_FILE_ATTRIBUTE_DATA& data)
 {
     const auto time = [](const timespec& at)
@@ -110,17 +110,18 @@ extern "C" BOOL WINAPI GetFileAttributesExW(LPCWSTR path, GET_FILEEX_INFO_LEVELS
                                             LPVOID information)
 {
     const auto body = [&]() -> BOOL
-    {
-        const std::string resolved = ResolveArgument(path);
-        struct stat status;
-        if (resolved.empty() || (stat(resolved.c_str(), &status) != 0 && !FailOnPath(resolved)))
-        {
-            return FALSE;
-        }
-        Describe(resolved, status, *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(information));
-        return TRUE;
-    };
+    { return Look(path, *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(information)); };
     return Call("GetFileAttributesExW", FALSE, body);
+}
+
+extern "C" DWORD WINAPI GetFileAttributesW(LPCWSTR path)
+{
+    const auto body = [&]() -> DWORD
+    {
+        WIN32_FILE_ATTRIBUTE_DATA data;
+        return Look(path, data) ? data.dwFileAttributes : INVALID_FILE_ATTRIBUTES;
+    };
+    return Call("GetFileAttributesW", INVALID_FILE_ATTRIBUTES, body);
 }
 
 extern "C" BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes)

@@ -33,7 +33,6 @@ void ResetFailures();
 unsigned PendingFailures();
 
 // Everything that went to OutputDebugStringA since the last TakeDebugOutput. Of more than a megabyte the
-// oldest part is lost. (With the environment variable SENDORA_DEBUGOUTPUT the text is appended to the file
-// of that name, too.)
+// oldest part is lost.
 std::string TakeDebugOutput();
 } // namespace sndxposix

@@ -6,7 +6,6 @@
 #include "sndx/files.h"
 #include "sndx/modules.h"
 #include "sndx/memory.h"
-#include "sndx/heapwalk.h"
 #include "sndx/sync.h"
 #include "sndx/processes.h"
 #include "sndx/pipes.h"

@@ -8,7 +8,6 @@
 #include <malloc.h>
 
 #include "posix/base/call.h"
-#include "sndx/heapwalk.h"
 #include "sndx/memory.h"
 
 extern "C" __attribute__((weak)) std::size_t __sanitizer_get_current_allocated_bytes();
@@ -99,15 +98,15 @@ extern "C" BOOL WINAPI HeapWalk(HANDLE heap, PROCESS_HEAP_ENTRY* entry)
     }
     if (entry->lpData == nullptr)
     {
-        entry->dwState[0] = BytesInUse();
+        entry->left = BytesInUse();
     }
-    if (entry->dwState[0] == 0)
+    if (entry->left == 0)
     {
         return FailWith(ERROR_NO_MORE_ITEMS);
     }
     entry->lpData = &theHeap;
-    entry->cbData = static_cast<DWORD>(std::min(entry->dwState[0], mostBytes));
-    entry->dwState[0] -= entry->cbData;
+    entry->cbData = static_cast<DWORD>(std::min(entry->left, mostBytes));
+    entry->left -= entry->cbData;
     entry->wFlags = PROCESS_HEAP_ENTRY_BUSY;
     return TRUE;
 }

@@ -39,7 +39,6 @@ constexpr struct
     {PAGE_NOACCESS, PROT_NONE},
     {PAGE_READONLY, PROT_READ},
     {PAGE_READWRITE, PROT_READ | PROT_WRITE},
-    {PAGE_EXECUTE, PROT_EXEC},
     {PAGE_EXECUTE_READ, PROT_READ | PROT_EXEC},
     {PAGE_EXECUTE_READWRITE, PROT_READ | PROT_WRITE | PROT_EXEC},
 };
@@ -124,13 +123,10 @@ bool FindRegion(std::uintptr_t page, MEMORY_BASIC_INFORMATION& information)
     }
     const bool isMapped = mapping.begin <= page && page < mapping.end;
     const std::uintptr_t end = isMapped ? mapping.end : mapping.end != 0 ? mapping.begin : endOfUserSpace;
-    information = {};
     information.BaseAddress = reinterpret_cast<PVOID>(page);
-    information.AllocationBase = reinterpret_cast<PVOID>(isMapped ? mapping.begin : 0);
     information.RegionSize = std::min(end, endOfUserSpace) - page;
     information.State = isMapped ? MEM_COMMIT : MEM_FREE;
     information.Protect = isMapped ? ProtectionOf(mapping.rights) : PAGE_NOACCESS;
-    information.AllocationProtect = isMapped ? information.Protect : 0;
     return true;
 }
 

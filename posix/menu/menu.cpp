@@ -121,12 +121,8 @@ extern "C" UINT WINAPI GetMenuItemID(HMENU menu, int position)
 extern "C" int WINAPI GetMenuStringW(HMENU menu, UINT position, LPWSTR text, int capacity, UINT /*flags*/)
 {
     const std::u16string found = ItemAt(menu, position).value_or(MenuItem()).text;
-    std::size_t length = found.size();
-    if (text != nullptr && capacity > 0)
-    {
-        length = found.copy(text, static_cast<std::size_t>(capacity) - 1);
-        text[length] = 0;
-    }
+    const std::size_t length = found.copy(text, static_cast<std::size_t>(capacity) - 1);
+    text[length] = 0;
     return static_cast<int>(length);
 }
 

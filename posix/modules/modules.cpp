@@ -81,27 +81,15 @@ bool HasFolder(std::u16string_view path)
     return path.find_first_of(u"\\/:") != path.npos;
 }
 
-// Without an extension the name means a .dll; a dot at the end means none.
-std::u16string WithExtension(std::u16string_view name)
-{
-    const std::u16string_view file = FileName(name);
-    if (file.ends_with(u'.'))
-    {
-        return std::u16string(name.substr(0, name.size() - 1));
-    }
-    return std::u16string(name) + (file.find(u'.') == file.npos ? u".dll" : u"");
-}
-
 Module* FindByName(const Loader& loader, std::u16string_view name)
 {
-    const std::u16string wanted = FoldCase(FileName(WithExtension(name)));
+    const std::u16string wanted = FoldCase(FileName(name));
     return loader->FindIf([&](const Module& module) { return FoldCase(FileName(module.path)) == wanted; });
 }
 
 // The POSIX path of the file to load; empty when there is none.
-std::string FindFile(std::u16string_view name)
+std::string FindFile(const std::u16string& file)
 {
-    const std::u16string file = WithExtension(name);
     std::string path = ToUnixPath(file.c_str());
     if (!HasFolder(file))
     {
@@ -131,7 +119,7 @@ void DetachAtExit()
     }
 }
 
-HMODULE Load(std::u16string_view name)
+HMODULE Load(const std::u16string& name)
 {
     const Loader loader;
     if (Module* const loaded = HasFolder(name) ? nullptr : FindByName(loader, name))

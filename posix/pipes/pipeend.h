@@ -56,7 +56,6 @@ enum class PipePhase : DWORD
 struct PipeSlot
 {
     PipePhase phase;
-    DWORD reserved;
     PipeFlow flow[2];
 };
 

@@ -3,13 +3,10 @@
 #include "posix/processes/commandline.h"
 
 #include <algorithm>
-#include <cstring>
 #include <fstream>
 
-#include "posix/base/call.h"
 #include "posix/files/paths.h"
 #include "posix/text/charsets.h"
-#include "sndx/memory.h"
 #include "sndx/processes.h"
 
 namespace sndxposix
@@ -17,6 +14,28 @@ namespace sndxposix
 namespace
 {
 constexpr std::u16string_view blanks = u" \t";
+
+// The word as a command line has to spell it.
+std::u16string QuoteArgument(std::u16string_view argument)
+{
+    if (!argument.empty() && argument.find_first_of(u" \t\"") == std::u16string_view::npos)
+    {
+        return std::u16string(argument);
+    }
+    std::u16string result = u"\"";
+    std::size_t backslashes = 0;
+    for (const char16_t c : argument)
+    {
+        if (c == u'"')
+        {
+            result.append(backslashes + 1, u'\\'); // the quote's own one and a second one for each before
+        }
+        backslashes = c == u'\\' ? backslashes + 1 : 0;
+        result += c;
+    }
+    result.append(backslashes, u'\\');
+    return result + u"\"";
+}
 
 // The process's own command line, as a parent would have written it.
 std::u16string BuildCommandLine()
@@ -77,58 +96,10 @@ std::vector<std::u16string> SplitArguments(std::u16string_view rest)
     }
 }
 
-std::u16string QuoteArgument(std::u16string_view argument)
-{
-    if (!argument.empty() && argument.find_first_of(u" \t\"") == std::u16string_view::npos)
-    {
-        return std::u16string(argument);
-    }
-    std::u16string result = u"\"";
-    std::size_t backslashes = 0;
-    for (const char16_t c : argument)
-    {
-        if (c == u'"')
-        {
-            result.append(backslashes + 1, u'\\'); // the quote's own one and a second one for each before
-        }
-        backslashes = c == u'\\' ? backslashes + 1 : 0;
-        result += c;
-    }
-    result.append(backslashes, u'\\');
-    return result + u"\"";
-}
 extern "C" LPWSTR WINAPI GetCommandLineW()
 {
     // Never destroyed: callers may keep the pointer.
     static std::u16string& commandLine = *new std::u16string(BuildCommandLine());
     return commandLine.data();
-}
-
-extern "C" LPWSTR* WINAPI CommandLineToArgvW(LPCWSTR commandLine, int* count)
-{
-    auto [program, rest] = SplitProgram(commandLine);
-    std::vector<std::u16string> words = SplitArguments(rest);
-    words.insert(words.begin(), std::move(program));
-    std::size_t units = 0;
-    for (const auto& word : words)
-    {
-        units += word.size() + 1;
-    }
-    const std::size_t pointers = (words.size() + 1) * sizeof(LPWSTR);
-    auto* result = static_cast<LPWSTR*>(GlobalAlloc(GMEM_FIXED, pointers + units * sizeof(WCHAR)));
-    if (result == nullptr)
-    {
-        return nullptr;
-    }
-    auto* text = reinterpret_cast<WCHAR*>(reinterpret_cast<BYTE*>(result) + pointers);
-    for (std::size_t i = 0; i < words.size(); ++i)
-    {
-        result[i] = text;
-        std::memcpy(text, words[i].c_str(), (words[i].size() + 1) * sizeof(WCHAR));
-        text += words[i].size() + 1;
-    }
-    result[words.size()] = nullptr;
-    *count = static_cast<int>(words.size());
-    return result;
 }
 } // namespace sndxposix

@@ -13,6 +13,4 @@ namespace sndxposix
 std::pair<std::u16string, std::u16string_view> SplitProgram(std::u16string_view commandLine);
 // The words behind the program, with quotes and backslashes as the runtime library's start-up reads them.
 std::vector<std::u16string> SplitArguments(std::u16string_view rest);
-// The word as a command line has to spell it.
-std::u16string QuoteArgument(std::u16string_view argument);
 } // namespace sndxposix

@@ -94,6 +94,8 @@ int RunChildIfAsked(int argc, char** argv)
         return -1;
     }
     g_isChild = true;
+#ifdef _WIN32
+    // main's own words have lost what is not in the system's character set.
     int count = 0;
     LPWSTR* words = CommandLineToArgvW(GetCommandLineW(), &count);
     std::vector<std::string> arguments;
@@ -102,6 +104,9 @@ int RunChildIfAsked(int argc, char** argv)
         arguments.push_back(Utf8(words[i]));
     }
     LocalFree(words);
+#else
+    const std::vector<std::string> arguments(argv + 3, argv + argc);
+#endif
     const auto role = Roles().find(argv[2]);
     return role == Roles().end() ? 125 : role->second(arguments); // 125 is no result of a role
 }

@@ -18,15 +18,7 @@ struct OVERLAPPED
 {
     ULONG_PTR Internal;
     ULONG_PTR InternalHigh;
-    union
-    {
-        __extension__ struct // without a name, as the platform has it
-        {
-            DWORD Offset;
-            DWORD OffsetHigh;
-        };
-        PVOID Pointer;
-    };
+    PVOID Pointer; // not looked at: no transfer of a file is overlapped
     HANDLE hEvent;
 };
 using LPOVERLAPPED = OVERLAPPED*;

@@ -6,7 +6,6 @@
 #define PAGE_NOACCESS 0x01u
 #define PAGE_READONLY 0x02u
 #define PAGE_READWRITE 0x04u
-#define PAGE_EXECUTE 0x10u
 #define PAGE_EXECUTE_READ 0x20u
 #define PAGE_EXECUTE_READWRITE 0x40u
 #define PAGE_GUARD 0x100u
@@ -23,15 +22,23 @@
 #define GMEM_ZEROINIT 0x0040u
 #define GHND 0x0042u
 
+// Of the platform's fields those that somebody looks at.
 struct MEMORY_BASIC_INFORMATION
 {
-    PVOID BaseAddress;       // the page of the address asked for
-    PVOID AllocationBase;    // begin of the mapping, null in free space
-    DWORD AllocationProtect; // the present protection: the first one is not known
-    SIZE_T RegionSize;       // bytes from BaseAddress on with the same properties
-    DWORD State;             // MEM_COMMIT or MEM_FREE; reserved memory is committed and inaccessible here
+    PVOID BaseAddress; // the page of the address asked for
+    SIZE_T RegionSize; // bytes from BaseAddress on with the same properties
+    DWORD State;       // MEM_COMMIT or MEM_FREE; reserved memory is committed and inaccessible here
     DWORD Protect;
-    DWORD Type; // always 0
+};
+
+#define PROCESS_HEAP_ENTRY_BUSY 0x0004
+
+struct PROCESS_HEAP_ENTRY
+{
+    PVOID lpData; // null starts a walk
+    DWORD cbData;
+    WORD wFlags;
+    DWORD64 left; // the layer's own: bytes still to be shown
 };
 
 extern "C"
@@ -52,6 +59,14 @@ extern "C"
     HANDLE WINAPI GetProcessHeap();
     LPVOID WINAPI HeapAlloc(HANDLE heap, DWORD flags, SIZE_T size);
     BOOL WINAPI HeapFree(HANDLE heap, DWORD flags, LPVOID block);
+
+    // For whoever counts what is in use of the runtime library's heap. The C library does not show its blocks
+    // one by one; the walk yields the bytes in use as a few large entries. FALSE with ERROR_NO_MORE_ITEMS at
+    // the end.
+    std::intptr_t __cdecl _get_heap_handle();
+    BOOL WINAPI HeapLock(HANDLE heap);
+    BOOL WINAPI HeapUnlock(HANDLE heap);
+    BOOL WINAPI HeapWalk(HANDLE heap, PROCESS_HEAP_ENTRY* entry);
 
     // A fixed block's handle is its address. A moveable one has to be locked for its address.
     HGLOBAL WINAPI GlobalAlloc(UINT flags, SIZE_T size);

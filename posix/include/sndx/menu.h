@@ -22,7 +22,7 @@ extern "C"
     int WINAPI GetMenuItemCount(HMENU menu);
     // 0xFFFFFFFF for a sub-menu or a missing item.
     UINT WINAPI GetMenuItemID(HMENU menu, int position);
-    // Units copied without terminator; the text's length when there is no buffer; 0 when there is no text.
+    // Units copied without terminator; 0 when there is no text. The buffer has room for one unit at least.
     int WINAPI GetMenuStringW(HMENU menu, UINT item, LPWSTR text, int capacity, UINT flags);
     HMENU WINAPI GetSubMenu(HMENU menu, int position);
 }

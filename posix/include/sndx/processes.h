@@ -8,23 +8,7 @@
 struct STARTUPINFOW
 {
     DWORD cb;
-    LPWSTR lpReserved;
-    LPWSTR lpDesktop;
-    LPWSTR lpTitle;
-    DWORD dwX;
-    DWORD dwY;
-    DWORD dwXSize;
-    DWORD dwYSize;
-    DWORD dwXCountChars;
-    DWORD dwYCountChars;
-    DWORD dwFillAttribute;
-    DWORD dwFlags;
-    WORD wShowWindow;
-    WORD cbReserved2;
-    LPBYTE lpReserved2;
-    HANDLE hStdInput;
-    HANDLE hStdOutput;
-    HANDLE hStdError;
+    DWORD unused[25]; // windows and standard streams, which nobody sets
 };
 static_assert(sizeof(STARTUPINFOW) == 104);
 using LPSTARTUPINFOW = STARTUPINFOW*;
@@ -81,8 +65,6 @@ extern "C"
     BOOL WINAPI PostThreadMessageW(DWORD thread, UINT message, WPARAM wParam, LPARAM lParam);
 
     LPWSTR WINAPI GetCommandLineW();
-    // One block for all arguments, to be released with LocalFree.
-    LPWSTR* WINAPI CommandLineToArgvW(LPCWSTR commandLine, int* count);
 
     // Null as value removes the variable. No other thread may start a process or read the environment
     // meanwhile.

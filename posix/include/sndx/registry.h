@@ -28,7 +28,6 @@ using LSTATUS = LONG;
 #define REG_DWORD 4u
 #define REG_MULTI_SZ 7u
 
-#define REG_OPTION_NON_VOLATILE 0u
 #define REG_CREATED_NEW_KEY 1u
 #define REG_OPENED_EXISTING_KEY 2u
 

@@ -1,9 +1,8 @@
 #pragma once
-// What the layer says about the system: the machine's own figures, and Windows 10.0 build 19045.
+// What the layer says about the system: the machine's own figures, and Windows 10.0 build 19045. Figures that
+// nobody asks for are 0.
 
 #include "sndx/types.h"
-
-#define PROCESSOR_ARCHITECTURE_AMD64 9
 
 struct SYSTEM_INFO
 {
@@ -49,14 +48,8 @@ struct OSVERSIONINFOW
 using LPOSVERSIONINFOW = OSVERSIONINFOW*;
 static_assert(sizeof(OSVERSIONINFOW) == 276);
 
-struct OSVERSIONINFOEXW
+struct OSVERSIONINFOEXW : OSVERSIONINFOW
 {
-    DWORD dwOSVersionInfoSize;
-    DWORD dwMajorVersion;
-    DWORD dwMinorVersion;
-    DWORD dwBuildNumber;
-    DWORD dwPlatformId;
-    WCHAR szCSDVersion[128];
     WORD wServicePackMajor;
     WORD wServicePackMinor;
     WORD wSuiteMask;
@@ -67,7 +60,6 @@ using LPOSVERSIONINFOEXW = OSVERSIONINFOEXW*;
 static_assert(sizeof(OSVERSIONINFOEXW) == 284);
 
 #define VER_PLATFORM_WIN32_NT 2
-#define VER_NT_WORKSTATION 1
 
 #define VER_MINORVERSION 0x01u
 #define VER_MAJORVERSION 0x02u
@@ -87,13 +79,12 @@ extern "C"
     void WINAPI GetNativeSystemInfo(LPSYSTEM_INFO info);
     BOOL WINAPI GlobalMemoryStatusEx(LPMEMORYSTATUSEX status);
 
-    // Takes either structure, told apart by its size field.
     BOOL WINAPI GetVersionExW(LPOSVERSIONINFOW info);
     // Whether the system is not older, with major, minor and service pack taken as one number; error 1150
     // otherwise. VER_GREATER_EQUAL is the only condition.
     BOOL WINAPI VerifyVersionInfoW(LPOSVERSIONINFOEXW info, DWORD typeMask, DWORDLONG conditionMask);
     ULONGLONG WINAPI VerSetConditionMask(ULONGLONG mask, DWORD typeMask, BYTE condition);
 
-    // The screen's width and height in pixels: $SENDORA_SCREEN ("WxH"), or 1024x768. 0 for other figures.
+    // A screen of 1024 by 768 pixels; 0 for other figures than its width and height.
     int WINAPI GetSystemMetrics(int index);
 }

@@ -72,11 +72,6 @@ using FARPROC = std::intptr_t (*)();
 
 union LARGE_INTEGER
 {
-    struct
-    {
-        DWORD LowPart;
-        LONG HighPart;
-    } u;
     LONGLONG QuadPart;
 };
 
