@@ -46,6 +46,7 @@ bool AppendWithin(const WCHAR* szPath, const char* szLine, std::uint32_t uTimeou
 void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine)
 {
     static constinit HANDLE hLeftOpen = nullptr;
+    static constinit bool bLooked = false;
     static constinit std::uint32_t uWaitLeftMs = 250;
     if (hLeftOpen == nullptr)
     {
@@ -53,7 +54,8 @@ void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine)
         {
             return;
         }
-        hLeftOpen = LFindLeftOpen(szPath);
+        hLeftOpen = bLooked ? nullptr : LFindLeftOpen(szPath); // no thread is left that could leave one later
+        bLooked = true;
     }
     if (hLeftOpen != nullptr)
     {
