@@ -3,7 +3,6 @@
 
 #include <memory>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/platform/handle.h"
@@ -13,7 +12,6 @@
 #include "tests/tools/requestbytes.h"
 
 using namespace sndxtest;
-using testing::HasSubstr;
 
 namespace
 {
@@ -92,45 +90,6 @@ TEST_F(MainProgram, ShowsARequestAndKeepsItsBytes)
               "  path 1 \"D:\\line<U+000A>break\"\n"
               "connection 1: closed by the sender, bytes 2640, messages 2, faults 0\n");
     EXPECT_TRUE(ReadWholeFile(File("raw")) == first + second);
-}
-
-TEST_F(MainProgram, ServesAsManyClientsAtOnceAsItHasInstances)
-{
-    ChildProcess& program = StartAndWait({"--instances", "2", "--requests", "3"});
-    const std::string message = MessageBytes("-upload", "C:\\a");
-    Handle first(Open());
-    Handle second(Open());
-    EXPECT_EQ(ErrorOf(Open()), DWORD{ERROR_PIPE_BUSY});
-    // The first one's message is under way while the second one's is served whole.
-    Send(first, message.substr(0, 600));
-    Send(second, message);
-    second.Close();
-    Send(first, message.substr(600));
-    first.Close();
-    // An instance serves the next one.
-    EXPECT_TRUE(WaitNamedPipeW(Wide("\\\\.\\pipe\\" + name_).c_str(), 10000));
-    Send(Handle(Open()), "");
-    EXPECT_EQ(program.Wait(), 0);
-    for (const char* end : {"1: closed by the sender, bytes 1060, messages 1, faults 0\n",
-                            "2: closed by the sender, bytes 1060, messages 1, faults 0\n",
-                            "3: closed by the sender, bytes 0, messages 0, faults 0\n"})
-    {
-        EXPECT_THAT(ReadWholeFile(File("output")), HasSubstr(std::string("connection ") + end));
-    }
-}
-
-TEST_F(MainProgram, BecomesIdleWhenAskedWithOrWithoutAPipe)
-{
-    ChildProcess& late = Start({"--idle-after", "600"});
-    EXPECT_EQ(WaitForInputIdle(late.Handle(), 200), DWORD{WAIT_TIMEOUT});
-    EXPECT_EQ(WaitForInputIdle(late.Handle(), 10000), 0u);
-    EXPECT_TRUE(late.IsRunning());
-    late.Kill();
-    ChildProcess& withoutPipe = Start({"--no-pipe", "--duration", "1000"});
-    EXPECT_EQ(WaitForInputIdle(withoutPipe.Handle(), 10000), 0u);
-    EXPECT_EQ(ErrorOf(Open()), DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_TRUE(withoutPipe.IsRunning());
-    EXPECT_EQ(withoutPipe.Wait(), 0); // its duration
 }
 
 TEST_F(MainProgram, ExitCodesTellUsageFromFailure)
