@@ -14,6 +14,7 @@ using namespace sndxtest;
 SNDX_CHILD(RunUntilTold)
 {
     Announce("running");
+    MsgWaitForMultipleObjects(0, nullptr, FALSE, 0, QS_ALLINPUT); // idle: the start is over
     WaitFor("end");
     TerminateProcess(GetCurrentProcess(), 0); // without a last line in the next test's trace
     return 1;
