@@ -75,21 +75,14 @@ constexpr long broken = -long{ERROR_BROKEN_PIPE};
 class Pipes : public ::testing::Test
 {
   protected:
-    Pipes() { ClearPoints(); }
     Transfer transfer;
     Transfer pending;
 };
 
-// One instance and its client.
-class ConnectedPipe : public Pipes
+TEST_F(Pipes, WriteBeyondTheQuotaPendsUntilReadOrCancelled)
 {
-  protected:
-    Handle server{CreateServer()};
-    Handle client{OpenClient()};
-};
-
-TEST_F(ConnectedPipe, WriteBeyondTheQuotaPendsUntilReadOrCancelled)
-{
+    const Handle server(CreateServer());
+    const Handle client(OpenClient());
     EXPECT_EQ(Write(client, "", transfer), ERROR_SUCCESS) << "nothing to deliver";
     EXPECT_EQ(Write(client, std::string(64, 'a'), transfer), ERROR_SUCCESS);
     EXPECT_EQ(Write(client, "cc", pending), ERROR_IO_PENDING);
@@ -106,8 +99,10 @@ TEST_F(ConnectedPipe, WriteBeyondTheQuotaPendsUntilReadOrCancelled)
     EXPECT_EQ(Available(server), 0);
 }
 
-TEST_F(ConnectedPipe, AfterTheServerHasClosedTheRestCanBeRead)
+TEST_F(Pipes, AfterTheServerHasClosedTheRestCanBeRead)
 {
+    Handle server(CreateServer());
+    const Handle client(OpenClient());
     EXPECT_EQ(Write(server, "rest", transfer), ERROR_SUCCESS);
     server.Close();
     EXPECT_EQ(Available(client), 4);
@@ -158,6 +153,7 @@ SNDX_CHILD(PipeServer)
 
 TEST_F(Pipes, KillingTheServerEndsEverythingPending)
 {
+    ClearPoints();
     ChildProcess child("PipeServer", {});
     ASSERT_TRUE(WaitFor("listening"));
     const Handle client(OpenClient());

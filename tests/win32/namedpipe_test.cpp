@@ -189,15 +189,14 @@ TEST_F(NamedPipe, ClosingWaitsUntilTheServerHasReadEverything)
         auto pipe = std::make_unique<LNamedPipe>(wide_.c_str());
         Server second(name_, 4096);
         EXPECT_EQ(Send(*pipe, "last words"), LWaitResult::Signalled);
-        ExpectToWait(
-            200,
-            [&]
-            {
-                way == "destroy" ? pipe.reset()
-                : way == "close" ? pipe->Close()
-                                 : static_cast<void>(pipe->Open(wide_.c_str()));
-            },
-            [&] { EXPECT_EQ(server.Read(100), "last words"); }); // ends when the client has closed
+        const auto leave = [&]
+        {
+            way == "destroy" ? pipe.reset()
+            : way == "close" ? pipe->Close()
+                             : static_cast<void>(pipe->Open(wide_.c_str()));
+        };
+        // The reading ends when the client has closed.
+        ExpectToWait(200, leave, [&] { EXPECT_EQ(server.Read(100), "last words"); });
         if (way == "open again")
         {
             EXPECT_EQ(Send(*pipe, "to the second"), LWaitResult::Signalled);

@@ -13,12 +13,6 @@ using namespace sndxtest;
 class SimpleSignalWaiter : public ::testing::Test
 {
   protected:
-    SimpleSignalWaiter()
-    {
-        MSG message;
-        PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE); // makes the thread's queue
-    }
-
     LWaitResult WaitForGroup(std::vector<HANDLE> handles, std::uint32_t milliseconds)
     {
         LSignalObjectGroup group = {};
@@ -54,6 +48,8 @@ TEST_F(SimpleSignalWaiter, WaitsForAnyOfAGroup)
     EXPECT_EQ(WaitForGroup({signalled, nullptr}, 0), LWaitResult::TimedOut) << "a wait that fails";
     EXPECT_EQ(WaitForGroup(std::vector<HANDLE>(LSIGNALOBJECTGROUPMAX, signalled), 0), LWaitResult::TimedOut)
         << "the message queue takes one of the system's 64 places";
+    MSG message;
+    PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE); // makes the thread's queue
     ASSERT_TRUE(PostThreadMessageW(GetCurrentThreadId(), WM_APP, 0, 0));
     EXPECT_EQ(WaitForGroup({silent_.Get()}, 30000), LWaitResult::TimedOut) << "a message ends the wait";
     EXPECT_LT(stopwatch.Milliseconds(), 15000);
