@@ -20,11 +20,6 @@ using namespace sndxtest;
 
 namespace
 {
-static_assert(offsetof(LMemAllocation, uFlags) == 0 && offsetof(LMemAllocation, uTraceLine) == 4 &&
-              offsetof(LMemAllocation, Size) == 8 && offsetof(LMemAllocation, szFile) == 16 &&
-              offsetof(LMemAllocation, szFunction) == 24 && offsetof(LMemAllocation, uLine) == 32 &&
-              offsetof(LMemAllocation, pBlock) == 40 && offsetof(LMemAllocation, pUser) == 48);
-
 // The setting's text and the mode that it means.
 class TrackerMode : public TrackerTest, public testing::WithParamInterface<std::pair<const char*, int>>
 {

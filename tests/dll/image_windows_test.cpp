@@ -29,16 +29,6 @@ class ModuleImage : public ModuleTest
     {
         return reinterpret_cast<const T*>(reinterpret_cast<const BYTE*>(module_.Handle()) + address);
     }
-    // The resource of the module with that number, null when there is none.
-    template <class T>
-    const T* Resource(WORD id, LPCWSTR type) const
-    {
-        const HRSRC found = FindResourceW(module_.Handle(), MAKEINTRESOURCEW(id), type);
-        return found == nullptr ? nullptr
-                                : static_cast<const T*>(LockResource(LoadResource(module_.Handle(), found)));
-    }
-
-  private:
     const Module module_;
 };
 } // namespace
@@ -82,40 +72,21 @@ TEST_F(ModuleImage, ImportsSystemLibrariesOnlyAndStaysSmall)
     EXPECT_LT(ReadWholeFile(ModulePath()).size(), std::size_t{200} * 1024);
 }
 
-#pragma pack(push, 2)
-// An icon group resource with two images.
-struct IconGroup
-{
-    WORD reserved, type, count;
-    struct
-    {
-        BYTE width, height, colourCount, reserved;
-        WORD planes, bitCount;
-        DWORD bytes;
-        WORD id;
-    } images[2];
-};
-#pragma pack(pop)
-
 TEST_F(ModuleImage, HasOneIconWithAMarkInBothSizesOfTheShell)
 {
     // Resource 1 is what icon index 0 means to the shell.
     EXPECT_EQ(ExtractIconExW(Wide(ModulePath()).c_str(), -1, nullptr, nullptr, 0), 1u);
-    const auto* group = Resource<IconGroup>(1, RT_GROUP_ICON);
-    ASSERT_NE(group, nullptr);
-    ASSERT_EQ(group->count, 2);
+    const HRSRC found = FindResourceW(module_.Handle(), MAKEINTRESOURCEW(1), RT_GROUP_ICON);
+    ASSERT_NE(found, nullptr);
+    const auto* group = static_cast<const BYTE*>(LockResource(LoadResource(module_.Handle(), found)));
+    ASSERT_EQ(group[4], 2); // images; 14 bytes each follow at 6: width, height, …, bits at 6
     HICON icons[2] = {};
     ExtractIconExW(Wide(ModulePath()).c_str(), 0, &icons[0], &icons[1], 1);
     for (int i = 0; i < 2; ++i)
     {
         const int size = i == 0 ? 32 : 16;
-        EXPECT_EQ(group->images[i].width, size);
-        EXPECT_EQ(group->images[i].height, size);
-        const auto* image = Resource<BITMAPINFOHEADER>(group->images[i].id, RT_ICON);
-        ASSERT_NE(image, nullptr);
-        EXPECT_EQ(image->biWidth, size);
-        EXPECT_EQ(image->biBitCount, 8);
-
+        const BYTE* const image = group + 6 + 14 * i;
+        EXPECT_TRUE(image[0] == size && image[1] == size && image[6] == 8) << size;
         ICONINFO info = {};
         ASSERT_TRUE(GetIconInfo(icons[i], &info)) << size;
         std::vector<BYTE> mask(

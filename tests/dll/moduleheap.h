@@ -98,84 +98,41 @@ extern "C" NTSTATUS NTAPI LdrRegisterDllNotification(ULONG flags, LoadNotificati
 extern "C" NTSTATUS NTAPI LdrUnregisterDllNotification(void* cookie);
 #endif
 
-// Calls a function when the module of that file name has been mapped and linked, and none of its code has
-// run yet. One at a time.
-class BeforeConstruction
-{
-  public:
-    using Callback = void (*)(MappedModule image);
-    BeforeConstruction(const BeforeConstruction&) = delete;
-    BeforeConstruction& operator=(const BeforeConstruction&) = delete;
-
-#ifdef _WIN32
-    BeforeConstruction(const std::string& fileName, Callback callback)
-    {
-        fileName_ = Wide(fileName);
-        callback_ = callback;
-        LdrRegisterDllNotification(0, &Notify, nullptr, &cookie_);
-    }
-    ~BeforeConstruction()
-    {
-        LdrUnregisterDllNotification(cookie_);
-    }
-
-  private:
-    static void CALLBACK Notify(ULONG reason, const LoadedModule* module, void*)
-    {
-        constexpr ULONG loaded = 1;
-        if (reason == loaded && lstrcmpiW(module->name->Buffer, fileName_.c_str()) == 0)
-        {
-            callback_(static_cast<HMODULE>(module->base));
-        }
-    }
-
-    inline static WideString fileName_;
-    void* cookie_ = nullptr;
-#else
-    BeforeConstruction(const std::string& fileName, Callback callback)
-    {
-        fileName_ = "/" + fileName;
-        callback_ = callback;
-    }
-    ~BeforeConstruction()
-    {
-        callback_ = nullptr;
-    }
-
-    // The first thing that the module's first constructor does is to make a lock: see below.
-    static void LockIsMade(const void* caller)
-    {
-        Dl_info symbol;
-        link_map* image = nullptr;
-        if (callback_ != nullptr &&
-            dladdr1(caller, &symbol, reinterpret_cast<void**>(&image), RTLD_DL_LINKMAP) != 0 &&
-            std::string(image->l_name).ends_with(fileName_))
-        {
-            std::exchange(callback_, nullptr)(image);
-        }
-    }
-
-  private:
-    inline static std::string fileName_;
-#endif
-    inline static Callback callback_ = nullptr;
-};
 // Watches the module that is loaded during its life, in one thread. One at a time.
 class ModuleHeap
 {
   public:
     // The request number `failing`, counted from 1, gets nothing; 0 for none.
-    explicit ModuleHeap(const std::string& fileName, std::size_t failing = 0) : hooks_(fileName, &Install)
+    explicit ModuleHeap(const std::string& fileName, std::size_t failing = 0)
     {
-        state_ = {failing, 0, {}, {}};
+        state_ = {fileName, failing, 0, {}, {}};
+#ifdef _WIN32
+        LdrRegisterDllNotification(0, &Notify, nullptr, &cookie_);
+#endif
+    }
+    ~ModuleHeap()
+    {
+#ifdef _WIN32
+        LdrUnregisterDllNotification(cookie_);
+#endif
+        state_.awaited.clear();
     }
     ModuleHeap(const ModuleHeap&) = delete;
     ModuleHeap& operator=(const ModuleHeap&) = delete;
 
-    static std::size_t Requests() { return state_.requests; }
-    static bool HasFailed() { return !state_.failed.empty(); }
+    static std::size_t Requests()
+    {
+        return state_.requests;
+    }
+    static bool HasFailed()
+    {
+        return !state_.failed.empty();
+    }
     // The failed request, for messages.
-    static const std::string& Failed() { return state_.failed; }
+    static const std::string& Failed()
+    {
+        return state_.failed;
+    }
     // Blocks taken with the function and not yet given back, or all of them.
     static std::size_t Live(const std::string& taker = {})
     {
@@ -191,6 +148,21 @@ class ModuleHeap
             block.second.release(block.first);
         }
     }
+#ifndef _WIN32
+    // The first thing that the module's first constructor does is to make a lock: see below.
+    static void LockIsMade(const void* caller)
+    {
+        Dl_info symbol;
+        link_map* image = nullptr;
+        if (!state_.awaited.empty() &&
+            dladdr1(caller, &symbol, reinterpret_cast<void**>(&image), RTLD_DL_LINKMAP) != 0 &&
+            std::string(image->l_name).ends_with("/" + state_.awaited))
+        {
+            state_.awaited.clear();
+            Install(image);
+        }
+    }
+#endif
 
   private:
     using Release = void (*)(void*);
@@ -201,11 +173,23 @@ class ModuleHeap
     };
     struct State
     {
+        std::string awaited; // the module's file name
         std::size_t failing;
         std::size_t requests;
         std::string failed;
         std::map<void*, Block> live;
     };
+
+#ifdef _WIN32
+    static void CALLBACK Notify(ULONG reason, const LoadedModule* module, void*)
+    {
+        constexpr ULONG loaded = 1;
+        if (reason == loaded && lstrcmpiW(module->name->Buffer, Wide(state_.awaited).c_str()) == 0)
+        {
+            Install(static_cast<HMODULE>(module->base));
+        }
+    }
+#endif
 
     static void Install(MappedModule image)
     {
@@ -274,10 +258,15 @@ class ModuleHeap
         GiveBack<&FreeToProcessHeap>(block);
         return TRUE;
     }
-    static void FreeToProcessHeap(void* block) { HeapFree(GetProcessHeap(), 0, block); }
+    static void FreeToProcessHeap(void* block)
+    {
+        HeapFree(GetProcessHeap(), 0, block);
+    }
 
     inline static State state_{};
-    const BeforeConstruction hooks_;
+#ifdef _WIN32
+    void* cookie_ = nullptr;
+#endif
 };
 } // namespace sndxtest
 
@@ -286,7 +275,7 @@ class ModuleHeap
 extern "C" inline __attribute__((used)) BOOL WINAPI InitializeCriticalSectionEx(CRITICAL_SECTION* section,
                                                                                 DWORD spins, DWORD flags)
 {
-    sndxtest::BeforeConstruction::LockIsMade(__builtin_return_address(0));
+    sndxtest::ModuleHeap::LockIsMade(__builtin_return_address(0));
     static void* const next = dlsym(RTLD_NEXT, "InitializeCriticalSectionEx");
     return reinterpret_cast<decltype(&InitializeCriticalSectionEx)>(next)(section, spins, flags);
 }

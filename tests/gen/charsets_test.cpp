@@ -56,7 +56,18 @@ TEST(Charsets, TextsThatDoNotFitAreCutAtACharacter)
     EXPECT_EQ(ToUtf8(surrogates, 100), replaced);
     EXPECT_EQ(ToUtf8(surrogates, 5), replaced.substr(0, 4));
     EXPECT_EQ(ToUtf8(surrogates, 4), "a");
-    EXPECT_EQ(ToWide("a\xFF" + std::string("b\xFF"), 100), Wide(replaced));
+    const std::pair<const char*, const char*> invalid[] = {
+        {"\xFF", "\uFFFD"},               // no first byte
+        {"\x80", "\uFFFD"},               // a following byte alone
+        {"\xE2\x82", "\uFFFD"},           // cut
+        {"\xC0\xAF", "\uFFFD\uFFFD"},     // longer than need be
+        {"\xED\xA0\x80", "\uFFFD\uFFFD"}, // a surrogate
+    };
+    for (const auto& [wrong, shown] : invalid)
+    {
+        EXPECT_EQ(ToWide("a" + std::string(wrong) + "z" + wrong, 100),
+                  Wide("a" + std::string(shown) + "z" + shown));
+    }
 }
 
 TEST(Charsets, ASizeThatIsNotPositiveAndANullSourceAreReported)

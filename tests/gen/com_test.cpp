@@ -157,10 +157,4 @@ TEST(ComHolder, UseUntestedAndOfNullIsReported)
                                     "object without testing it first",
                                     noObject, noImplementation, noObject}));
 }
-
-TEST(ComGuid, TraceLineInGroups)
-{
-    const GUID guid = {0x12345678, 0x9ABC, 0x0DEF, {0x01, 0x23, 0x45, 0x67, 0x89, 0xAB, 0xCD, 0xEF}};
-    EXPECT_EQ(Traced([&] { LDebugTraceGuid(guid); }), Lines{"GUID = 12345678 9abc 0def 0123 456789abcdef"});
-}
 } // namespace

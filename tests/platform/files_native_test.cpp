@@ -1,5 +1,5 @@
-// Files where POSIX has something of its own: the mapping of paths, descriptors that children inherit, and
-// opens that must not miss each other.
+// Files where POSIX has something of its own: descriptors that children inherit, and opens that must not miss
+// each other.
 
 #include <atomic>
 #include <csignal>
@@ -12,7 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include "posix/files/paths.h"
 #include "tests/platform/handle.h"
 #include "tests/support/temporaryfolder.h"
 #include "tests/support/text.h"
@@ -20,9 +19,6 @@
 namespace
 {
 using namespace sndxtest;
-using sndxposix::RootFolder;
-using sndxposix::ToUnixPath;
-using sndxposix::ToWindowsPath;
 
 class NativeFiles : public testing::Test
 {
@@ -30,7 +26,6 @@ class NativeFiles : public testing::Test
     NativeFiles() { EXPECT_EQ(ErrorOf(OpenFile(path, GENERIC_WRITE, 0, CREATE_ALWAYS)), ERROR_SUCCESS); }
     TemporaryFolder folder;
     const std::string path = folder / "file.txt";
-    const std::string unixPath = ToUnixPath(Wide(path).c_str());
 };
 
 // An open that missed another one would let two inside; one that got hold of a file just deleted would write
@@ -51,7 +46,7 @@ TEST_F(NativeFiles, OpensAndDeletionsAtTheSameMomentDoNotMissEachOther)
                 DWORD bytes = 0;
                 EXPECT_TRUE(WriteFile(file, "written", 7, &bytes, nullptr));
                 std::error_code error;
-                EXPECT_EQ(std::filesystem::file_size(unixPath, error), 7u);
+                EXPECT_EQ(std::filesystem::file_size(folder.Local("file.txt"), error), 7u);
                 ++opened;
                 --inside;
             }
@@ -80,26 +75,4 @@ TEST_F(NativeFiles, ClosingEndsDenialsThoughAChildHasTheDescriptor)
     waitpid(child, nullptr, 0);
 }
 
-TEST(NativePaths, DrivesAndSeparators)
-{
-    const std::string driveC = RootFolder() + "/drive_c";
-    const std::pair<const char16_t*, std::string> cases[] = {
-        {u"C:", driveC},
-        {u"c:/a\\b", driveC + "/a/b"},
-        {u"C:\\a\\.\\b\\..\\c\\", driveC + "/a/c"},
-        {u"\\\\?\\C:\\a", driveC + "/a"},
-        {u"z:\\proc\\self", "/proc/self"},
-        {u"Q:\\a", ""},
-        {u"\\\\server\\share", ""},
-        {u"", ""},
-    };
-    for (const auto& [windows, expected] : cases)
-    {
-        EXPECT_EQ(ToUnixPath(windows), expected) << Utf8(windows);
-    }
-    EXPECT_EQ(Utf8(ToWindowsPath(driveC)), "C:\\");
-    EXPECT_EQ(Utf8(ToWindowsPath(driveC + "/a/b")), "C:\\a\\b");
-    EXPECT_EQ(Utf8(ToWindowsPath(driveC + "2/a")), Utf8(ToWindowsPath(RootFolder())) + "\\drive_c2\\a");
-    EXPECT_EQ(Utf8(ToWindowsPath("/")), "Z:\\");
-}
 } // namespace

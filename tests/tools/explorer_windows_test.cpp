@@ -3,7 +3,6 @@
 #include <fstream>
 #include <sstream>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/support/child.h"
@@ -13,7 +12,7 @@
 #include "tools/explorer/watchdog.h"
 
 using sndxtools::Arguments;
-using testing::HasSubstr;
+using testing::IsSubstring;
 
 namespace
 {
@@ -78,24 +77,26 @@ TEST_F(Explorer, TellsWhatIsWrong)
     {
         const Shown answer = RunExplorer(arguments);
         EXPECT_EQ(answer.exitCode, exitCode) << complaint;
-        EXPECT_THAT(answer.err, HasSubstr(complaint));
+        EXPECT_PRED_FORMAT2(IsSubstring, complaint, answer.err);
     }
-    EXPECT_THAT(RunExplorer({"--help"}).out, HasSubstr("--screenshot FILE.bmp"));
+    EXPECT_PRED_FORMAT2(IsSubstring, "--screenshot FILE.bmp", RunExplorer({"--help"}).out);
 }
 
 TEST_F(Explorer, ShowsPlainIconsAndItsOwnMenuWhenNothingUsefulIsRegistered)
 {
     const Shown none = RunExplorer({folder, "--report", "--select", "datei.TXT", "--hover", "1"});
     EXPECT_EQ(none.exitCode, 0) << none.err;
-    EXPECT_THAT(none.out, HasSubstr("overlay handlers: 0, none is registered\n"
-                                    "items: 2\n"
-                                    "  Ordner: folder, no overlay\n"
-                                    "  Datei.txt: file, no overlay, selected\n"
-                                    "menu handlers of *: 0, none is registered\n"
-                                    "open menu:\n"
-                                    "  1. Öffnen [1], highlighted\n"
-                                    "  2. Eigenschaften [2], disabled\n"
-                                    "status: \"Öffnet das Element\"\n"));
+    EXPECT_PRED_FORMAT2(IsSubstring,
+                        "overlay handlers: 0, none is registered\n"
+                        "items: 2\n"
+                        "  Ordner: folder, no overlay\n"
+                        "  Datei.txt: file, no overlay, selected\n"
+                        "menu handlers of *: 0, none is registered\n"
+                        "open menu:\n"
+                        "  1. Öffnen [1], highlighted\n"
+                        "  2. Eigenschaften [2], disabled\n"
+                        "status: \"Öffnet das Element\"\n",
+                        none.out);
 
     const DeadHandler overlay("Software\\Microsoft\\Windows\\CurrentVersion\\Explorer\\"
                               "ShellIconOverlayIdentifiers\\Dead");
@@ -103,9 +104,9 @@ TEST_F(Explorer, ShowsPlainIconsAndItsOwnMenuWhenNothingUsefulIsRegistered)
     const Shown dead = RunExplorer({folder, "--report", "--select", "Ordner", "--menu", "--view", "small"});
     EXPECT_EQ(dead.exitCode, 0) << dead.err;
     const std::string handler = "\"Dead\" {5E1F0D3A-0000-4000-8000-000000000001}: ";
-    EXPECT_THAT(dead.out, HasSubstr(handler + "not used, CoCreateInstance answered"));
-    EXPECT_THAT(dead.out, HasSubstr(handler + "adds nothing, CoCreateInstance answered"));
-    EXPECT_THAT(dead.out, HasSubstr("  2. Eigenschaften [2], disabled\nstatus: \"2 Elemente\"\n"));
+    EXPECT_PRED_FORMAT2(IsSubstring, handler + "not used, CoCreateInstance answered", dead.out);
+    EXPECT_PRED_FORMAT2(IsSubstring, handler + "adds nothing, CoCreateInstance answered", dead.out);
+    EXPECT_PRED_FORMAT2(IsSubstring, "  2. Eigenschaften [2], disabled\nstatus: \"2 Elemente\"\n", dead.out);
 }
 
 SNDX_CHILD(HangingWindow)

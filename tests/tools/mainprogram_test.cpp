@@ -1,9 +1,8 @@
 // The stand-in for the main program as a process of its own, at the other end of a real pipe. What it does to
 // a sender that it keeps waiting or leaves early is seen in the tests of the module's requests.
 
-#include <memory>
+#include <filesystem>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/platform/handle.h"
@@ -13,73 +12,44 @@
 #include "tests/tools/requestbytes.h"
 
 using namespace sndxtest;
-using testing::HasSubstr;
 
 namespace
 {
 class MainProgram : public testing::Test
 {
   protected:
-    std::string File(const char* name) const { return folder_ / name; }
-    bool Exists(const char* name) const
+    ChildProcess Start(std::vector<std::string> arguments) const
     {
-        return GetFileAttributesW(Wide(File(name)).c_str()) != INVALID_FILE_ATTRIBUTES;
-    }
-
-    ChildProcess& Start(std::vector<std::string> arguments)
-    {
-        const std::vector<std::string> common = {"--pipe",     name_,      "--output", File("output"),
-                                                 "--duration", "20000",    "--ready",  File("ready"),
-                                                 "--raw",      File("raw")};
+        const std::vector<std::string> common = {"--pipe",     name_,          "--output", folder_ / "output",
+                                                 "--duration", "20000",        "--ready",  folder_ / "ready",
+                                                 "--raw",      folder_ / "raw"};
         arguments.insert(arguments.begin(), common.begin(), common.end());
-        program_ = std::make_unique<ChildProcess>(ChildProcess::Program(SNDX_MAINPROGRAM, arguments));
-        return *program_;
+        return ChildProcess::Program(SNDX_MAINPROGRAM, arguments);
     }
-    ChildProcess& StartAndWait(const std::vector<std::string>& arguments)
-    {
-        ChildProcess& program = Start(arguments);
-        for (int tries = 0; tries < 2000 && !Exists("ready"); ++tries)
-        {
-            Sleep(5);
-        }
-        return program;
-    }
-
-    HANDLE Open() const
-    {
-        return CreateFileW(Wide("\\\\.\\pipe\\" + name_).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
-                           OPEN_EXISTING, 0, nullptr);
-    }
-    // Blocks until the bytes are read; the program ends after 20 seconds.
-    static void Send(HANDLE pipe, const std::string& bytes)
-    {
-        DWORD written = 0;
-        EXPECT_TRUE(WriteFile(pipe, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr));
-        EXPECT_TRUE(FlushFileBuffers(pipe));
-    }
+    bool IsReady() const { return std::filesystem::exists(folder_.Local("ready")); }
 
     const std::string name_ = "SendoraToolsTest" + std::to_string(GetCurrentProcessId());
-
-  private:
     const TemporaryFolder folder_;
-    std::unique_ptr<ChildProcess> program_;
 };
 } // namespace
 
 TEST_F(MainProgram, ShowsARequestAndKeepsItsBytes)
 {
-    ChildProcess& program = StartAndWait({"--requests", "1"});
+    ChildProcess program = Start({"--requests", "1"});
+    ASSERT_TRUE(Within(20000, [this] { return IsReady(); }));
     const std::string first = MessageBytes("-upload", "C:\\Sync\\a b.txt", "C:\\Sync\\\u00F6.txt");
     const std::string second = MessageBytes("-deleteconfirmed", "D:\\line\nbreak");
-    Handle client(Open());
+    Handle client(OpenFile("\\\\.\\pipe\\" + name_, GENERIC_READ | GENERIC_WRITE, 0));
     // Header and payload come as two writes.
     for (const std::string& part : {first.substr(0, 16), first.substr(16), second})
     {
-        Send(client, part);
+        DWORD written = 0;
+        EXPECT_TRUE(WriteFile(client, part.data(), static_cast<DWORD>(part.size()), &written, nullptr));
+        EXPECT_TRUE(FlushFileBuffers(client)); // until it is read; the program ends after 20 seconds
     }
     client.Close();
     EXPECT_EQ(program.Wait(), 0);
-    EXPECT_EQ(ReadWholeFile(File("output")),
+    EXPECT_EQ(ReadWholeFile(folder_ / "output"),
               "connection 1: opened\n"
               "message 1: marker 0x1234, format 3, code 0x0100000B, payload 1564 bytes, reserved 0\n"
               "  slots 3\n"
@@ -91,52 +61,13 @@ TEST_F(MainProgram, ShowsARequestAndKeepsItsBytes)
               "  option \"-deleteconfirmed\"\n"
               "  path 1 \"D:\\line<U+000A>break\"\n"
               "connection 1: closed by the sender, bytes 2640, messages 2, faults 0\n");
-    EXPECT_TRUE(ReadWholeFile(File("raw")) == first + second);
-}
-
-TEST_F(MainProgram, ServesAsManyClientsAtOnceAsItHasInstances)
-{
-    ChildProcess& program = StartAndWait({"--instances", "2", "--requests", "3"});
-    const std::string message = MessageBytes("-upload", "C:\\a");
-    Handle first(Open());
-    Handle second(Open());
-    EXPECT_EQ(ErrorOf(Open()), DWORD{ERROR_PIPE_BUSY});
-    // The first one's message is under way while the second one's is served whole.
-    Send(first, message.substr(0, 600));
-    Send(second, message);
-    second.Close();
-    Send(first, message.substr(600));
-    first.Close();
-    // An instance serves the next one.
-    EXPECT_TRUE(WaitNamedPipeW(Wide("\\\\.\\pipe\\" + name_).c_str(), 10000));
-    Send(Handle(Open()), "");
-    EXPECT_EQ(program.Wait(), 0);
-    for (const char* end : {"1: closed by the sender, bytes 1060, messages 1, faults 0\n",
-                            "2: closed by the sender, bytes 1060, messages 1, faults 0\n",
-                            "3: closed by the sender, bytes 0, messages 0, faults 0\n"})
-    {
-        EXPECT_THAT(ReadWholeFile(File("output")), HasSubstr(std::string("connection ") + end));
-    }
-}
-
-TEST_F(MainProgram, BecomesIdleWhenAskedWithOrWithoutAPipe)
-{
-    ChildProcess& late = Start({"--idle-after", "600"});
-    EXPECT_EQ(WaitForInputIdle(late.Handle(), 200), DWORD{WAIT_TIMEOUT});
-    EXPECT_EQ(WaitForInputIdle(late.Handle(), 10000), 0u);
-    EXPECT_TRUE(late.IsRunning());
-    late.Kill();
-    ChildProcess& withoutPipe = Start({"--no-pipe", "--duration", "1000"});
-    EXPECT_EQ(WaitForInputIdle(withoutPipe.Handle(), 10000), 0u);
-    EXPECT_EQ(ErrorOf(Open()), DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_TRUE(withoutPipe.IsRunning());
-    EXPECT_EQ(withoutPipe.Wait(), 0); // its duration
+    EXPECT_TRUE(ReadWholeFile(folder_ / "raw") == first + second);
 }
 
 TEST_F(MainProgram, ExitCodesTellUsageFromFailure)
 {
     EXPECT_EQ(Start({"--exit-at-once"}).Wait(), 0);
-    EXPECT_FALSE(Exists("ready"));
+    EXPECT_FALSE(IsReady());
     const std::vector<std::string> wrong[] = {{"--bogus"},
                                               {"file"},
                                               {"--buffer"},
@@ -148,8 +79,9 @@ TEST_F(MainProgram, ExitCodesTellUsageFromFailure)
     {
         EXPECT_EQ(Start(arguments).Wait(), 2) << arguments.front();
     }
-    EXPECT_EQ(Start({"--no-pipe", "--output", File("missing\\file")}).Wait(), 1);
-    StartAndWait({});
+    EXPECT_EQ(Start({"--no-pipe", "--output", folder_ / "missing\\file"}).Wait(), 1);
+    const ChildProcess first = Start({});
+    EXPECT_TRUE(Within(20000, [this] { return IsReady(); }));
     ChildProcess second = ChildProcess::Program(SNDX_MAINPROGRAM, {"--pipe", name_, "--duration", "20000"});
     EXPECT_EQ(second.Wait(), 1); // the pipe belongs to the first one
 }

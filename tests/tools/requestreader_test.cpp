@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "tests/tools/requestbytes.h"
@@ -59,7 +58,7 @@ TEST(RequestReader, TakesTheLargestMessageAndSaysWhatIsWrongWithOthers)
     for (const auto& each : cases)
     {
         RequestReader reader;
-        EXPECT_THAT(Read(reader, each.bytes), testing::HasSubstr(each.shown));
+        EXPECT_PRED_FORMAT2(testing::IsSubstring, each.shown, Read(reader, each.bytes));
         EXPECT_EQ(reader.Faults(), each.faults) << each.shown;
     }
 }

@@ -66,21 +66,6 @@ TEST_F(File, AHeldFileIsWaitedForNoLongerThanTheTimeOut)
     }
 }
 
-TEST_F(File, AFileThatIsLetGoInTimeIsOpenedOrDeleted)
-{
-    const std::pair<DWORD, std::function<bool()>> operations[] = {
-        {0, [this] { return LReadFileRef(path_.c_str(), 20000).IsOpen(); }},
-        {FILE_SHARE_READ, [this] { return LWriteFileRef(path_.c_str(), 20000).IsOpen(); }},
-        {FILE_SHARE_READ, [this] { return LFile::DeleteWithRetry(path_.c_str(), 20000); }}};
-    for (const auto& [share, operation] : operations)
-    {
-        LFileRef held(Hold(share));
-        const auto other = Later(100, [&held] { held.Close(); });
-        EXPECT_TRUE(operation());
-    }
-    EXPECT_EQ(GetFileAttributesW(path_.c_str()), INVALID_FILE_ATTRIBUTES);
-}
-
 TEST_F(File, OtherFailuresAreNotWaitedFor)
 {
     const Stopwatch stopwatch;
@@ -196,6 +181,7 @@ TEST_F(File, TheSeventhAttemptWithinASecondIsTheLast)
     WriteWholeFile(name_, "x");
     const std::pair<const char*, std::function<bool()>> operations[] = {
         {"CreateFileW", [this] { return LReadFileRef(path_.c_str(), 1000).IsOpen(); }},
+        {"CreateFileW", [this] { return LWriteFileRef(path_.c_str(), 1000).IsOpen(); }},
         {"DeleteFileW", [this] { return LFile::DeleteWithRetry(path_.c_str(), 1000); }}};
     for (const auto& [function, operation] : operations)
     {

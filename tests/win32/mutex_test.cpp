@@ -1,6 +1,7 @@
 // The in-process lock: that it excludes, and that it reports every breach of its rules without failing.
 
 #include <atomic>
+#include <future>
 #include <memory>
 #include <thread>
 #include <tuple>
@@ -31,38 +32,25 @@ const char* const neverLocked = "**LLockObject::Unlock Object never locked befor
 const char* const heldLong =
     "**LLockObject::Unlock Unlock called more than 5 seconds after lock. This is not good.";
 
-// Locks an object on a thread of its own and unlocks it at once; tells whether that has happened yet.
-class OtherLocker
+// Locks an object on a thread of its own and unlocks it at once; waits for that at its end.
+std::future<void> LockElsewhere(LLockObject& lock)
 {
-  public:
-    explicit OtherLocker(LLockObject& lock)
-        : thread_(
-              [this, &lock]
-              {
-                  const LLockObjectScope scope(lock);
-                  done_ = true;
-              })
-    {
-    }
-    ~OtherLocker() { thread_.join(); }
-    bool DoneWithin(DWORD milliseconds) const
-    {
-        return Within(milliseconds, [this] { return done_.load(); });
-    }
+    return std::async(std::launch::async, [&lock] { const LLockObjectScope scope(lock); });
+}
 
-  private:
-    std::atomic<bool> done_ = false;
-    std::thread thread_;
-};
+bool DoneWithin(int milliseconds, const std::future<void>& other)
+{
+    return other.wait_for(std::chrono::milliseconds(milliseconds)) == std::future_status::ready;
+}
 
 TEST(LockObject, BlocksOtherThreadsForTheTimeOfTheScope)
 {
     LLockObject lock;
     auto scope = std::make_unique<LLockObjectScope>(lock);
-    const OtherLocker other(lock);
-    EXPECT_FALSE(other.DoneWithin(100));
+    const auto other = LockElsewhere(lock);
+    EXPECT_FALSE(DoneWithin(100, other));
     scope.reset();
-    EXPECT_TRUE(other.DoneWithin(20000));
+    EXPECT_TRUE(DoneWithin(20000, other));
 }
 
 TEST(LockObject, ADoubleLockIsReportedAndStaysBalanced)
@@ -72,10 +60,10 @@ TEST(LockObject, ADoubleLockIsReportedAndStaysBalanced)
     EXPECT_EQ(Traced([&] { lock.Lock(); }), (Lines{lockedTwice, lockedInLock}));
     EXPECT_EQ(Traced([&] { lock.Unlock(); }), Lines());
     // One level is left: the other thread still has to wait.
-    const OtherLocker other(lock);
-    EXPECT_FALSE(other.DoneWithin(100));
+    const auto other = LockElsewhere(lock);
+    EXPECT_FALSE(DoneWithin(100, other));
     EXPECT_EQ(Traced([&] { lock.Unlock(); }), (Lines{neverLocked, heldLong}));
-    EXPECT_TRUE(other.DoneWithin(20000));
+    EXPECT_TRUE(DoneWithin(20000, other));
 }
 
 TEST(LockObject, ASecondObjectInsideALockIsReportedAndLocked)
@@ -85,8 +73,8 @@ TEST(LockObject, ASecondObjectInsideALockIsReportedAndLocked)
     first.Lock();
     EXPECT_EQ(Traced([&] { second.Lock(); }), Lines{lockedInLock});
     {
-        const OtherLocker other(second);
-        EXPECT_FALSE(other.DoneWithin(50));
+        const auto other = LockElsewhere(second);
+        EXPECT_FALSE(DoneWithin(50, other));
         second.Unlock();
     }
     first.Unlock();
@@ -100,7 +88,7 @@ TEST(LockObject, OnlyTheMostRecentLockerCountsAsNested)
     LLockObject third;
     // The other thread's lock has taken this thread's place in between.
     first.Lock();
-    EXPECT_TRUE(OtherLocker(third).DoneWithin(20000));
+    EXPECT_TRUE(DoneWithin(20000, LockElsewhere(third)));
     EXPECT_EQ(Traced([&] { const LLockObjectScope nested(second); }), Lines());
     // An unlock on this thread does not clear the other thread's record.
     std::atomic<bool> locked = false;
@@ -124,11 +112,11 @@ TEST(LockObject, UnlockWithoutLockIsReportedAndChangesNothing)
     LLockObject lock;
     // The hold time counts from 0, and the system runs for more than five seconds.
     EXPECT_EQ(Traced([&] { lock.Unlock(); }), (Lines{neverLocked, heldLong}));
-    EXPECT_TRUE(OtherLocker(lock).DoneWithin(20000));
+    EXPECT_TRUE(DoneWithin(20000, LockElsewhere(lock)));
     lock.Lock();
     std::thread([&] { lock.Unlock(); }).join();
-    const OtherLocker other(lock);
-    EXPECT_FALSE(other.DoneWithin(100)) << "a thread left a section that it had not entered";
+    const auto other = LockElsewhere(lock);
+    EXPECT_FALSE(DoneWithin(100, other)) << "a thread left a section that it had not entered";
     EXPECT_EQ(Traced([&] { lock.Unlock(); }), Lines());
 }
 

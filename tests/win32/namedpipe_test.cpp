@@ -57,15 +57,11 @@ class Server : public LFileRef
 class NamedPipe : public ::testing::Test
 {
   protected:
-    static LWaitResult Send(LNamedPipe& pipe, const std::string& bytes, std::uint32_t timeout = 20000)
+    static LWaitResult Send(LNamedPipe& pipe, const std::string& bytes, std::uint32_t timeout = 20000,
+                            LSignalWaiter* waiter = nullptr)
     {
-        LSimpleSignalWaiter waiter;
-        return Send(waiter, pipe, bytes, timeout);
-    }
-    static LWaitResult Send(LSignalWaiter& waiter, LNamedPipe& pipe, const std::string& bytes,
-                            std::uint32_t timeout)
-    {
-        return LNamedPipe::ProcessSendBytes(waiter, pipe, bytes.data(),
+        LSimpleSignalWaiter simple;
+        return LNamedPipe::ProcessSendBytes(waiter == nullptr ? simple : *waiter, pipe, bytes.data(),
                                             static_cast<std::uint32_t>(bytes.size()), timeout);
     }
     // Does something else in the given number of milliseconds and expects the call to take that long.
@@ -160,8 +156,8 @@ TEST_F(NamedPipe, AStopCancelsThePendingWrite)
     Server server(name_, 4);
     LNamedPipe pipe(wide_.c_str());
     RecordingWaiter waiter;
-    EXPECT_EQ(Send(waiter, pipe, "aaaa", 1), LWaitResult::Signalled);
-    EXPECT_EQ(Send(waiter, pipe, "b", 1234), LWaitResult::Stopped);
+    EXPECT_EQ(Send(pipe, "aaaa", 1, &waiter), LWaitResult::Signalled);
+    EXPECT_EQ(Send(pipe, "b", 1234, &waiter), LWaitResult::Stopped);
     EXPECT_EQ(waiter.asked, RecordingWaiter::Times{1234}) << "not for the write that ended at once";
     EXPECT_EQ(server.Read(4), "aaaa");
     EXPECT_EQ(server.Unread(), 0u);
@@ -193,15 +189,14 @@ TEST_F(NamedPipe, ClosingWaitsUntilTheServerHasReadEverything)
         auto pipe = std::make_unique<LNamedPipe>(wide_.c_str());
         Server second(name_, 4096);
         EXPECT_EQ(Send(*pipe, "last words"), LWaitResult::Signalled);
-        ExpectToWait(
-            200,
-            [&]
-            {
-                way == "destroy" ? pipe.reset()
-                : way == "close" ? pipe->Close()
-                                 : static_cast<void>(pipe->Open(wide_.c_str()));
-            },
-            [&] { EXPECT_EQ(server.Read(100), "last words"); }); // ends when the client has closed
+        const auto leave = [&]
+        {
+            way == "destroy" ? pipe.reset()
+            : way == "close" ? pipe->Close()
+                             : static_cast<void>(pipe->Open(wide_.c_str()));
+        };
+        // The reading ends when the client has closed.
+        ExpectToWait(200, leave, [&] { EXPECT_EQ(server.Read(100), "last words"); });
         if (way == "open again")
         {
             EXPECT_EQ(Send(*pipe, "to the second"), LWaitResult::Signalled);

@@ -14,7 +14,9 @@ using namespace sndxtest;
 SNDX_CHILD(RunUntilTold)
 {
     Announce("running");
+    MsgWaitForMultipleObjects(0, nullptr, FALSE, 0, QS_ALLINPUT); // idle: the start is over
     WaitFor("end");
+    Announce("ended");
     TerminateProcess(GetCurrentProcess(), 0); // without a last line in the next test's trace
     return 1;
 }
@@ -42,5 +44,6 @@ TEST(Process, InheritsNothing)
     // A program that had inherited the handle would keep the object alive.
     EXPECT_FALSE(LHandle(OpenMutexW(SYNCHRONIZE, FALSE, name.c_str())).IsOpen());
     Announce("end");
+    EXPECT_TRUE(WaitFor("ended")); // in this test's folder, which goes with it
 }
 } // namespace

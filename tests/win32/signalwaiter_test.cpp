@@ -13,21 +13,12 @@ using namespace sndxtest;
 class SimpleSignalWaiter : public ::testing::Test
 {
   protected:
-    SimpleSignalWaiter()
-    {
-        MSG message;
-        PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE); // makes the thread's queue
-    }
-
-    static LSignalObjectGroup Group(std::initializer_list<HANDLE> handles)
+    LWaitResult WaitForGroup(std::vector<HANDLE> handles, std::uint32_t milliseconds)
     {
         LSignalObjectGroup group = {};
-        for (const HANDLE handle : handles)
-        {
-            group.hObjects[group.idxSOArray] = handle;
-            ++group.idxSOArray;
-        }
-        return group;
+        std::copy(handles.begin(), handles.end(), group.hObjects);
+        group.idxSOArray = static_cast<decltype(group.idxSOArray)>(handles.size());
+        return waiter_.WaitSignalObjectGroup(group, milliseconds);
     }
 
     LSimpleSignalWaiter waiter_;
@@ -49,21 +40,18 @@ TEST_F(SimpleSignalWaiter, WaitsForOneObjectOrSleepsAndNeverStops)
 
 TEST_F(SimpleSignalWaiter, WaitsForAnyOfAGroup)
 {
-    EXPECT_EQ(waiter_.WaitSignalObjectGroup(Group({silent_.Get(), signalled_.Get()})),
-              LWaitResult::Signalled);
+    const HANDLE signalled = signalled_.Get();
     const Stopwatch stopwatch;
-    EXPECT_EQ(waiter_.WaitSignalObjectGroup(Group({silent_.Get()}), 100), LWaitResult::TimedOut);
+    EXPECT_EQ(WaitForGroup({silent_.Get(), signalled}, 30000), LWaitResult::Signalled);
+    EXPECT_EQ(WaitForGroup({silent_.Get()}, 100), LWaitResult::TimedOut);
     EXPECT_GE(stopwatch.Milliseconds(), AtLeast(100));
-    EXPECT_EQ(waiter_.WaitSignalObjectGroup(Group({signalled_.Get(), nullptr}), 0), LWaitResult::TimedOut)
-        << "a wait that fails";
-    LSignalObjectGroup full = {};
-    std::fill(std::begin(full.hObjects), std::end(full.hObjects), signalled_.Get());
-    full.idxSOArray = LSIGNALOBJECTGROUPMAX;
-    EXPECT_EQ(waiter_.WaitSignalObjectGroup(full, 0), LWaitResult::TimedOut)
+    EXPECT_EQ(WaitForGroup({signalled, nullptr}, 0), LWaitResult::TimedOut) << "a wait that fails";
+    EXPECT_EQ(WaitForGroup(std::vector<HANDLE>(LSIGNALOBJECTGROUPMAX, signalled), 0), LWaitResult::TimedOut)
         << "the message queue takes one of the system's 64 places";
+    MSG message;
+    PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE); // makes the thread's queue
     ASSERT_TRUE(PostThreadMessageW(GetCurrentThreadId(), WM_APP, 0, 0));
-    EXPECT_EQ(waiter_.WaitSignalObjectGroup(Group({silent_.Get()}), 30000), LWaitResult::TimedOut)
-        << "a message ends the wait";
+    EXPECT_EQ(WaitForGroup({silent_.Get()}, 30000), LWaitResult::TimedOut) << "a message ends the wait";
     EXPECT_LT(stopwatch.Milliseconds(), 15000);
 }
 
