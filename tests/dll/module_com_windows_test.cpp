@@ -283,5 +283,5 @@ TEST_F(ModuleCom, LivesUnderContentionLeaveNoHandle)
             atFirst = Holdings().handles;
         }
     }
-    EXPECT_EQ(Holdings().handles, atFirst);
+    EXPECT_LE(Holdings().handles, atFirst); // one of a thread that was just ending may have been among these
 }
