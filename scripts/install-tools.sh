@@ -17,7 +17,7 @@ sndx_missing() {
         command -v python3 >/dev/null || missing+=(python3)
         [ -f /usr/src/googletest/CMakeLists.txt ] || missing+=(googletest)
         [ -f /usr/include/CLI/CLI.hpp ] || missing+=(libcli11-dev)
-        compgen -G '/usr/lib/*/libgmock.a' >/dev/null || missing+=(libgtest-dev libgmock-dev)
+        compgen -G '/usr/lib/*/libgtest.a' >/dev/null || missing+=(libgtest-dev)
         ;;
     windows)
         command -v x86_64-w64-mingw32-g++-posix >/dev/null || missing+=(g++-mingw-w64-x86-64-posix)

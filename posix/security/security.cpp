@@ -139,10 +139,4 @@ extern "C" BOOL WINAPI AddAccessAllowedAce(PACL acl, DWORD /*revision*/, DWORD a
     ++acl->AceCount;
     return TRUE;
 }
-
-extern "C" BOOL WINAPI GetAce(PACL acl, DWORD index, LPVOID* ace)
-{
-    *ace = BytesOf(acl) + EntryOffset(acl, index);
-    return index < acl->AceCount || FailWith(ERROR_INVALID_PARAMETER);
-}
 } // namespace sndxposix

@@ -108,6 +108,4 @@ extern "C"
     BOOL WINAPI InitializeAcl(PACL acl, DWORD length, DWORD revision);
     // Appends a copy of the SID; error 1344 when the list's size does not hold it.
     BOOL WINAPI AddAccessAllowedAce(PACL acl, DWORD revision, DWORD accessMask, PSID sid);
-    // *ace points into the list.
-    BOOL WINAPI GetAce(PACL acl, DWORD index, LPVOID* ace);
 }
