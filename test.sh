@@ -29,19 +29,13 @@ for argument in "$@"; do
 done
 [ ${#targets[@]} -gt 0 ] || targets=(native native-asan windows lint)
 
-summary=()
-total_passed=0
-total_failed=0
-windows_ran=yes
-trap 'sndx_prefix_end' EXIT
+results=$(mktemp) # a line a target: its text, passed, failed
+lane=             # process of the Windows lane
+trap '[ -z "$lane" ] || kill "$lane" 2>/dev/null; rm -f "$results"' EXIT
 trap 'exit 130' INT TERM
 
 # result TEXT PASSED FAILED
-result() {
-    summary+=("$1: $2 passed, $3 failed")
-    total_passed=$((total_passed + $2))
-    total_failed=$((total_failed + $3))
-}
+result() { printf '%s\t%s\t%s\n' "$@" >>"$results"; }
 
 run_target() {
     local target=$1 log=build/$1/test.log start=$SECONDS built output counts
@@ -72,33 +66,78 @@ run_lint() {
     result "lint (in $((SECONDS - start)) s)" "$passed" "$failed"
 }
 
+# One target after the other.
+run_lane() {
+    local target
+    trap 'sndx_prefix_end' EXIT
+    trap 'exit 130' INT TERM
+    for target in "$@"; do
+        case $target in
+        lint)
+            run_lint
+            continue
+            ;;
+        windows*)
+            unset DISPLAY # no window of a test appears on the user's screen
+            sndx_prefix_end
+            rm -rf build/test-wineprefix*
+            sndx_prefix_begin "$PWD/build/test-wineprefix" 2
+            ;;
+        esac
+        run_target "$target"
+    done
+}
+
+# What is missing is installed before anything starts.
 sndx_need native || exit 1
+here=()
+under_wine=()
+windows_ran=yes
 for target in "${targets[@]}"; do
     case $target in
-    lint)
-        if sndx_need lint; then run_lint; else result "lint: its tools are missing" 0 1; fi
-        continue
-        ;;
     windows*)
-        if ! sndx_need windows || { [ "$target" = windows-clang ] && ! sndx_need clang; }; then
+        if sndx_need windows && { [ "$target" = windows ] || sndx_need clang; }; then
+            under_wine+=("$target")
+        else
             windows_ran=no
-            continue
         fi
-        unset DISPLAY # no window of a test appears on the user's screen
-        sndx_prefix_end
-        rm -rf build/test-wineprefix*
-        sndx_prefix_begin "$PWD/build/test-wineprefix" 2
         ;;
-    native-clang) sndx_need clang || exit 1 ;;
+    lint) if sndx_need lint; then here+=(lint); else result "lint: its tools are missing" 0 1; fi ;;
+    native-clang)
+        sndx_need clang || exit 1
+        here+=("$target")
+        ;;
+    *) here+=("$target") ;;
     esac
-    run_target "$target"
 done
 
+# Tests wait a good part of their time, most of all under Wine: so that side goes on beside the other and shows what it
+# did when it is done.
+mkdir -p build
+if [ ${#under_wine[@]} -gt 0 ]; then
+    [ ${#here[@]} -eq 0 ] || echo "== ${under_wine[*]}: beside the rest, see build/windows-lane.log"
+    (run_lane "${under_wine[@]}") >build/windows-lane.log 2>&1 &
+    lane=$!
+fi
+[ ${#here[@]} -eq 0 ] || (run_lane "${here[@]}")
+if [ -n "$lane" ]; then
+    wait "$lane"
+    lane=
+    cat build/windows-lane.log
+fi
+
 echo
-printf '%s\n' "${summary[@]}"
+total_passed=0
+total_failed=0
+while IFS=$'\t' read -r text passed failed; do
+    echo "$text: $passed passed, $failed failed"
+    total_passed=$((total_passed + passed))
+    total_failed=$((total_failed + failed))
+done <"$results"
 if [ "$windows_ran" = no ]; then
     echo "The Windows half did NOT run: its tools are missing and could not be installed."
     [ "$require_windows" = yes ] && total_failed=$((total_failed + 1))
 fi
+[ "$total_passed" -gt 0 ] || total_failed=$((total_failed + 1))
 echo "$total_passed passed, $total_failed failed"
 [ "$total_failed" -eq 0 ]
