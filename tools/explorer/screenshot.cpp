@@ -23,7 +23,8 @@ void TakeScreenshot(const WideString& file)
     GdiFlush(); // what was drawn is in the memory then
     Check("BitBlt from the screen", copied ? S_OK : E_FAIL);
 
-    const auto bytes = static_cast<DWORD>((width * 3 + 3) / 4 * 4 * height); // rows of whole words
+    const auto bytes =
+        static_cast<DWORD>((width * 3 + 3) / 4 * 4) * static_cast<DWORD>(height); // rows of whole words
     constexpr WORD mark = 'B' | 'M' << 8;
     constexpr DWORD headers = sizeof(BITMAPFILEHEADER) + sizeof(BITMAPINFOHEADER);
     const BITMAPFILEHEADER begin = {mark, headers + bytes, 0, 0, headers};
