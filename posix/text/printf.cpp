@@ -47,11 +47,11 @@ struct Arguments
 template <class Char, class Number>
 bool PutNumber(Output<Char>& out, const std::string_view spelling, Number number)
 {
-    char specification[24];
+    char spelled[24];
     char digits[512];
-    std::snprintf(specification, sizeof specification, "%%%.*s%s%c", static_cast<int>(spelling.size() - 1),
+    std::snprintf(spelled, sizeof spelled, "%%%.*s%s%c", static_cast<int>(spelling.size() - 1),
                   spelling.data(), sizeof number == 8 ? "ll" : "", spelling.back());
-    const int length = std::snprintf(digits, sizeof digits, specification, number);
+    const int length = std::snprintf(digits, sizeof digits, spelled, number);
     out.Put(std::string_view(digits, length < 0 ? 0 : static_cast<std::size_t>(length)));
     return length >= 0 && length < static_cast<int>(sizeof digits);
 }
