@@ -2,7 +2,7 @@
 # Builds and tests the project: natively, natively under AddressSanitizer with UndefinedBehaviorSanitizer, and as
 # the real DLL under Wine; then the checks of scripts/lint.sh. Installs what is missing where it may. Usage:
 #     ./test.sh [--require-windows] [--tsan] [TARGET…]
-# TARGET: native, native-asan, native-tsan, native-clang, windows, windows-clang, lint
+# TARGET: native, native-asan, native-tsan, native-clang, windows, windows-gcc, lint
 # (default: native native-asan windows lint).
 # --require-windows makes a Windows half that cannot run a failure; --tsan adds native-tsan.
 set -u
@@ -16,7 +16,7 @@ for argument in "$@"; do
     case $argument in
     --require-windows) require_windows=yes ;;
     --tsan) targets+=(native native-asan native-tsan windows lint) ;;
-    native | native-asan | native-tsan | native-clang | windows | windows-clang | lint) targets+=("$argument") ;;
+    native | native-asan | native-tsan | native-clang | windows | windows-gcc | lint) targets+=("$argument") ;;
     -h | --help)
         sed -n '2,8s/^# \{0,1\}//p' "$0"
         exit 0
@@ -96,7 +96,7 @@ windows_ran=yes
 for target in "${targets[@]}"; do
     case $target in
     windows*)
-        if sndx_need windows && { [ "$target" = windows ] || sndx_need clang; }; then
+        if sndx_need windows; then
             under_wine+=("$target")
         else
             windows_ran=no
