@@ -2,6 +2,7 @@
 """The installers as a user meets them: installed silently on a clean system, used, updated while a program holds the
 module, repaired, removed. Run by ctest with the build folder as its argument."""
 import pathlib
+import re
 import shutil
 import subprocess
 import sys
@@ -154,7 +155,8 @@ class Msi(Package, unittest.TestCase):
         module = self.wine.path(MODULE)
         content = module.read_bytes()
         module.unlink()
-        key = "HKLM\\Software\\Classes\\CLSID\\{041C6567-1AB1-4B57-BD0F-D91AC46B973B}"
+        contract = (TOP / "tools/contract.h").read_text(encoding="utf-8")
+        key = "HKLM\\Software\\Classes\\CLSID\\" + re.search(r'overlayClassText\[\] = "(.*)"', contract)[1]
         self.assertEqual(self.wine.run("reg", "delete", key, "/f")[0], 0)
         # What "msiexec /f" stands for, which Wine's does not carry out.
         self.assertEqual(self.wine.run("msiexec", "/i", self.file, "REINSTALL=ALL", "/qn")[0], 0)
