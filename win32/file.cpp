@@ -37,8 +37,10 @@ bool LFile::IsFolder(const WCHAR* szPath)
 
 WCHAR* LFile::GetAppDataFolder(WCHAR* szFolder)
 {
-    szFolder[0] = 0;
-    SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, szFolder);
+    if (FAILED(SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, szFolder)))
+    {
+        szFolder[0] = 0;
+    }
     return szFolder;
 }
 
@@ -99,8 +101,7 @@ std::uint32_t LFileRef::_Read(void* Buffer, std::size_t BufferSize)
         LDebugAssertFailed("LFileRef::_Read", "BufferSize <= UINT32_MAX", __FILE__, __LINE__);
     }
     DWORD uRead = 0;
-    ReadFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uRead, nullptr);
-    return uRead;
+    return ReadFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uRead, nullptr) ? uRead : 0;
 }
 
 std::uint32_t LFileRef::_Write(const void* Buffer, std::size_t BufferSize)
@@ -110,8 +111,7 @@ std::uint32_t LFileRef::_Write(const void* Buffer, std::size_t BufferSize)
         LDebugAssertFailed("LFileRef::_Write", "BufferSize <= UINT32_MAX", __FILE__, __LINE__);
     }
     DWORD uWritten = 0;
-    WriteFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uWritten, nullptr);
-    return uWritten;
+    return WriteFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uWritten, nullptr) ? uWritten : 0;
 }
 
 bool LBufferedReadFileRef::FillBuffer()
