@@ -67,10 +67,12 @@ HANDLE LFile::OpenForAppend(const WCHAR* szPath, std::uint32_t uTimeoutMs)
 {
     const HANDLE hFile =
         OpenWithRetry(szPath, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS, uTimeoutMs);
-    if (hFile != INVALID_HANDLE_VALUE)
+    const LARGE_INTEGER nNowhere = {};
+    if (hFile != INVALID_HANDLE_VALUE && !SetFilePointerEx(hFile, nNowhere, nullptr, FILE_END))
     {
-        const LARGE_INTEGER nNowhere = {};
-        SetFilePointerEx(hFile, nNowhere, nullptr, FILE_END);
+        // What was written now would stand over the beginning of the file.
+        CloseHandle(hFile);
+        return INVALID_HANDLE_VALUE;
     }
     return hFile;
 }
