@@ -37,6 +37,11 @@ inline std::string ModulePath()
     return TargetPath(SNDX_MODULE_PATH);
 }
 
+inline std::string ModuleFileName()
+{
+    return ModulePath().substr(ModulePath().rfind('\\') + 1);
+}
+
 inline std::string MainProgramPath()
 {
     return TargetPath(SNDX_MAINPROGRAM_PATH);
