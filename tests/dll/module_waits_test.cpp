@@ -23,9 +23,6 @@ namespace
 constexpr DWORD patience = 20000; // milliseconds, for what must come
 constexpr DWORD pause = 60;       // after which something is taken for held up
 
-const std::string blockName = "SharedMemoryForsndxdll";
-const WCHAR guardName[] = TEXT("Global\\fmmSharedMemoryForsndxdll");
-
 // One call of the module that does not return until the test lets it.
 class Stop
 {
@@ -225,9 +222,10 @@ class ModuleWaits : public ModuleTest
         const std::string path = TraceFilePath(); // asks for the program's name
         Stop::Arm("", "");
         std::unique_ptr<Module> module;
-        ExpectWait([&] { module = std::make_unique<Module>(); }, {{&AskForOwnName, true}},
-                   [&] { return Contains(WholeTrace(path), "LIPCSharedMemoryBuffer::_Create " + blockName); },
-                   end);
+        ExpectWait(
+            [&] { module = std::make_unique<Module>(); }, {{&AskForOwnName, true}},
+            [&] { return Contains(WholeTrace(path), "LIPCSharedMemoryBuffer::_Create " + Utf8(blockName)); },
+            end);
         EXPECT_EQ(module->Overlay()->IsMemberOf(Wide(file_).c_str(), 0), S_OK);
         EXPECT_FALSE(Contains(WholeTrace(), "LSystemLockMutex::Lock Timed Out"));
     }

@@ -25,6 +25,9 @@ using sndxtools::ComRef;
 using sndxtools::contract::menuClass;
 using sndxtools::contract::overlayClass;
 
+constexpr WCHAR blockName[] = TEXT("SharedMemoryForsndxdll");
+constexpr WCHAR guardName[] = TEXT("Global\\fmmSharedMemoryForsndxdll");
+
 // A path of the build machine as the target's: drive Z: is the root of its files.
 inline std::string TargetPath(std::string path)
 {
