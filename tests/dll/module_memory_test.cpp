@@ -59,8 +59,6 @@ class MainJob : public ModuleTest
         }
         return paths;
     }
-    static std::string ModuleFileName() { return ModulePath().substr(ModulePath().rfind('\\') + 1); }
-
     const Lines& Run(const Module& module, const std::vector<std::string>& paths)
     {
         steps_.clear();
