@@ -50,7 +50,10 @@ run_target() {
     sed -n '/^CMake Warning/,/^$/p' "build/$target/build.log" # what is left out
     built=$SECONDS
     echo "== $target: testing"
-    output=$(scripts/run-ctest.sh "$log" --preset "$target")
+    # What the traces of the tests showed of the messages; programs on drive Z: find the folder under the same name.
+    rm -rf "build/$target/seen-messages"
+    mkdir "build/$target/seen-messages"
+    output=$(SNDX_SEEN_MESSAGES=$PWD/build/$target/seen-messages scripts/run-ctest.sh "$log" --preset "$target")
     counts=$(tail -1 <<<"$output")
     [ "$(wc -l <<<"$output")" = 1 ] || echo "$output"
     read -r passed _ failed _ <<<"$counts"
@@ -64,6 +67,20 @@ run_lint() {
         if scripts/lint.sh "$check"; then passed=$((passed + 1)); else failed=$((failed + 1)); fi
     done
     result "lint (in $((SECONDS - start)) s)" "$passed" "$failed"
+}
+
+# Whether the traces showed every message: of a native and a Windows run, for each shows what the other cannot.
+run_messages() {
+    local folders=()
+    for target in "${here[@]}" "${under_wine[@]}"; do
+        [ "$target" = lint ] || folders+=("build/$target/seen-messages")
+    done
+    echo "== messages: held against the traces of all tests"
+    if scripts/messages.py seen "${folders[@]}"; then
+        result "messages (every one was shown by a trace)" 1 0
+    else
+        result "messages (see above)" 0 1
+    fi
 }
 
 # One target after the other.
@@ -135,6 +152,8 @@ for i in "${!logs[@]}"; do
     cat "${logs[i]}"
 done
 lanes=()
+
+[ ${#under_wine[@]} -eq 0 ] || [ -z "${here[*]/lint/}" ] || run_messages
 
 echo
 total_passed=0
