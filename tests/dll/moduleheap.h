@@ -4,10 +4,13 @@
 // that it imports are overwritten, for this process only, before its first line of code runs.
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <map>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include <malloc.h>
@@ -98,7 +101,7 @@ extern "C" NTSTATUS NTAPI LdrRegisterDllNotification(ULONG flags, LoadNotificati
 extern "C" NTSTATUS NTAPI LdrUnregisterDllNotification(void* cookie);
 #endif
 
-// Watches the module that is loaded during its life, in one thread. One at a time.
+// Watches the module that is loaded during its life. One at a time.
 class ModuleHeap
 {
   public:
@@ -106,6 +109,7 @@ class ModuleHeap
     explicit ModuleHeap(const std::string& fileName, std::size_t failing = 0)
     {
         state_ = {fileName, failing, 0, {}, {}};
+        mostInside_ = 0;
 #ifdef _WIN32
         LdrRegisterDllNotification(0, &Notify, nullptr, &cookie_);
 #endif
@@ -132,6 +136,11 @@ class ModuleHeap
     static const std::string& Failed()
     {
         return state_.failed;
+    }
+    // Threads of the module that were inside the runtime's functions at a time.
+    static std::size_t MostInside()
+    {
+        return mostInside_;
     }
     // Blocks taken with the function and not yet given back, or all of them.
     static std::size_t Live(const std::string& taker = {})
@@ -208,9 +217,34 @@ class ModuleHeap
         }
     }
 
+    // One thread inside the runtime's functions, and the use of the state above.
+    class Visit
+    {
+      public:
+        Visit()
+        {
+            const std::size_t now = ++inside_;
+            mostInside_ = std::max<std::size_t>(mostInside_, now);
+            std::this_thread::yield(); // whoever can come in shall
+            mutex_.lock();
+        }
+        ~Visit()
+        {
+            mutex_.unlock();
+            --inside_;
+        }
+        Visit(const Visit&) = delete;
+        Visit& operator=(const Visit&) = delete;
+
+      private:
+        inline static std::atomic<std::size_t> inside_ = 0;
+        inline static std::mutex mutex_;
+    };
+
     template <class Take>
     static void* Request(const char* taker, std::size_t size, Release release, Take take)
     {
+        const Visit visit;
         if (++state_.requests == state_.failing)
         {
             state_.failed = std::string(taker) + " of " + std::to_string(size) + " bytes";
@@ -242,6 +276,7 @@ class ModuleHeap
     template <Release release>
     static void __cdecl GiveBack(void* block)
     {
+        const Visit visit;
         const auto found = state_.live.find(block);
         if (block == nullptr || found == state_.live.end())
         {
@@ -264,6 +299,7 @@ class ModuleHeap
     }
 
     inline static State state_{};
+    inline static std::atomic<std::size_t> mostInside_ = 0;
 #ifdef _WIN32
     void* cookie_ = nullptr;
 #endif
