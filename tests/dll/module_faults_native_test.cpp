@@ -73,6 +73,7 @@ struct Outcome
 // A story is the main job under certain conditions; it lets those calls fail that others do not.
 struct Story
 {
+    const char* name;
     int memoryMode;
     bool hasMainProgram; // which is started, and takes the requests
 
@@ -83,6 +84,7 @@ struct Story
                         [](const SourcePlace& place) { return place.function.starts_with("SendRequest"); });
         return memoryMode == 0 ? isOfTheRequest == hasMainProgram : call.call == "VirtualProtect";
     }
+    friend std::ostream& operator<<(std::ostream& out, const Story& story) { return out << story.name; }
 };
 
 class ModuleFaults : public MainJob
@@ -296,7 +298,8 @@ std::vector<Expected*> RowsFor(std::vector<Expected>& table, const std::string& 
 class ModuleFaultStory : public ModuleFaults, public testing::WithParamInterface<Story>
 {
 };
-constexpr Story stories[] = {{0, true}, {0, false}, {2, false}, {3, false}};
+constexpr Story stories[] = {
+    {"Requests", 0, true}, {"Rest", 0, false}, {"PagesBehind", 2, false}, {"PagesBefore", 3, false}};
 } // namespace
 
 TEST_P(ModuleFaultStory, EachCallFailsOnceAtEveryPlace)
@@ -338,7 +341,8 @@ TEST_P(ModuleFaultStory, EachCallFailsOnceAtEveryPlace)
     std::cout << runs << " runs in " << stopwatch.Milliseconds() << " ms\n";
 }
 
-INSTANTIATE_TEST_SUITE_P(Stories, ModuleFaultStory, testing::ValuesIn(stories));
+INSTANTIATE_TEST_SUITE_P(Stories, ModuleFaultStory, testing::ValuesIn(stories),
+                         [](const auto& story) { return story.param.name; });
 
 TEST_F(ModuleFaults, EveryRowIsReached)
 {
