@@ -16,9 +16,6 @@ namespace
 // Requests of the module for memory fail, or none.
 class MemoryJob : public MainJob
 {
-  protected:
-
-  private:
     bool HasGoneWrong() const override { return ModuleHeap::HasFailed(); }
 };
 
