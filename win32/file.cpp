@@ -55,6 +55,12 @@ HANDLE LFile::OpenWithRetry(const WCHAR* szPath, DWORD uAccess, DWORD uShareMode
                                                     FILE_ATTRIBUTE_NORMAL, nullptr);
                                 return hFile != INVALID_HANDLE_VALUE;
                             });
+    // A link may lead to a pipe or a device, which could keep its readers and writers for ever.
+    if (hFile != INVALID_HANDLE_VALUE && GetFileType(hFile) != FILE_TYPE_DISK)
+    {
+        CloseHandle(hFile);
+        hFile = INVALID_HANDLE_VALUE;
+    }
     return hFile;
 }
 

@@ -17,7 +17,7 @@ using namespace sndxtest;
 
 namespace
 {
-constexpr DWORD soon = 2000; // milliseconds, for any call; they take some ten
+constexpr DWORD soon = 5000; // milliseconds, for any call, on a machine that is busy with other things
 
 // What a life of the module has shown.
 struct Life
@@ -87,6 +87,62 @@ class ModuleHostile : public ModuleTest
     std::map<std::string, long long> longest_;
 };
 
+// With the application-data folder in the hands of the build machine's own programs: links and devices are
+// none of a Windows program's business.
+class ModuleHostileFiles : public ModuleHostile
+{
+  protected:
+    ModuleHostileFiles()
+    {
+        const std::string folder = TraceFilePath().substr(0, TraceFilePath().rfind('\\'));
+        const std::string parent = folder.substr(0, folder.rfind('\\'));
+        marker_ = parent + "\\done";
+        before_ = "set -e; cd '" + OfBuildMachine(parent) + "'; f='" + folder.substr(parent.size() + 1) +
+                  "'; t=$f/tracedll_Sendora" + title_ + "; ";
+    }
+    ~ModuleHostileFiles() override
+    {
+        EXPECT_TRUE(Shell("rm -rf $t*; test ! -e kept || { rm -rf $f; mv kept $f; }"));
+    }
+
+    // Whether the commands succeed. $f is the folder, $t the trace file without ".txt".
+    bool Shell(const std::string& commands) const
+    {
+        // Wine starts programs of the build machine, but gives no handles of them: so neither waits nor
+        // closes.
+        WideString line = Wide("\"Z:/bin/sh\" \"-c\" \"" + before_ + commands + "; touch done\"");
+        STARTUPINFOW startup = {};
+        startup.cb = sizeof startup;
+        PROCESS_INFORMATION unused = {};
+        EXPECT_TRUE(CreateProcessW(nullptr, line.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr,
+                                   &startup, &unused));
+        return Within(5000, [this] { return DeleteFileW(Wide(marker_).c_str()) != FALSE; });
+    }
+    // Of a life: whether all lines, or all from some moment on, are in the file.
+    static bool IsIn(const std::string& path, const Life& life)
+    {
+        const std::string content = ReadWholeFile(path);
+        return !content.empty() && life.output.ends_with(content);
+    }
+    std::string FileName() const { return "tracedll_Sendora" + title_ + ".txt"; }
+
+  private:
+    static std::string OfBuildMachine(const std::string& path)
+    {
+#ifdef _WIN32
+        const auto name = reinterpret_cast<char* (*)(const WCHAR*)>(reinterpret_cast<void*>(
+            GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
+        return name(Wide(path).c_str()); // a few bytes of the process's heap
+#else
+        std::string local = std::getenv("SENDORA_ROOT") + ("/drive_c" + path.substr(2));
+        std::replace(local.begin(), local.end(), '\\', '/');
+        return local;
+#endif
+    }
+    const std::string title_ = "module_tests";
+    std::string marker_, before_;
+};
+
 HANDLE TakeBlock(DWORD kind, DWORD size, HANDLE file = INVALID_HANDLE_VALUE)
 {
     return CreateFileMappingW(file, nullptr, kind, 0, size, blockName);
@@ -141,4 +197,75 @@ TEST_F(ModuleHostile, NamesThatOthersHaveTaken)
         EXPECT_TRUE(line.empty() || Contains(Texts(ParseTrace(life.output)), line));
         CloseHandle(taken);
     }
+}
+
+TEST_F(ModuleHostileFiles, WhateverStandsInPlaceOfTheTraceFile)
+{
+    // Natively, as on Windows, the rotation moves links out of the way whatever they lead to.
+#ifdef _WIN32
+    constexpr bool moved = false;
+#else
+    constexpr bool moved = true;
+#endif
+    struct
+    {
+        const char* make;
+        bool atLoad;    // lines arrive when it stood there before the load
+        bool meanwhile; // lines arrive when it is put there while the module is loaded
+        const char* kind;
+    } const cases[] = {
+        {"mkdir $t.txt", true, false, "-d"},
+        {"mkdir $t.txt $t.1.txt $t.2.txt $t.3.txt $t.4.txt $t.5.txt $t.6.txt $t.7.txt $t.8.txt $t.9.txt",
+         false, false, "-d"},
+        {"touch real; ln -s ../real $t.txt", true, true, "-f"},
+        {"ln -s nowhere $t.txt", true, true, "-f"},
+        {"ln -s loop $t.txt; ln -s loop $f/loop", moved, false, "-h"},
+        {"ln -s /dev/null $t.txt", moved, false, "-c"},
+        {"ln -s /dev/full $t.txt", moved, false, "-c"},
+        {"ln -s /dev/zero $t.txt", moved, false, "-c"},
+        {"ln -s /dev/ptmx $t.txt", moved, false, "-c"},
+        // Full, and nobody reads.
+        {"mkfifo $t.txt; (exec 3<>$t.txt; head -c 65536 /dev/zero >&3; sleep 4) >/dev/null 2>&1 & sleep 0.1",
+         moved, false, "-p"},
+    };
+    for (const auto& [make, atLoad, meanwhile, kind] : cases)
+    {
+        for (const bool loaded : {false, true})
+        {
+            SCOPED_TRACE(std::string(make) + (loaded ? " while loaded" : ""));
+            const auto put = [&, command = "rm -rf $t* $f/loop; " + std::string(make)]
+            { EXPECT_TRUE(Shell(command)); };
+            if (!loaded)
+            {
+                put();
+            }
+            const Life life = Live(loaded ? std::function<void()>(put) : [] {});
+            EXPECT_TRUE(life.seesChanges);
+            EXPECT_EQ(ErrorLines(life), Lines());
+            const bool arrives = loaded ? meanwhile : atLoad;
+            EXPECT_TRUE(Shell(std::string("test ") + (arrives ? "-f" : kind) + " $t.txt"));
+            EXPECT_TRUE(!arrives || IsIn(TraceFilePath(), life));
+        }
+    }
+}
+
+TEST_F(ModuleHostileFiles, AnApplicationDataFolderThatIsReadOnlyOrMissing)
+{
+    const auto current = std::filesystem::current_path();
+    std::filesystem::current_path(Items().Local(""));
+    for (const char* target : {"/sys/kernel", "nowhere"})
+    {
+        SCOPED_TRACE(target);
+        EXPECT_TRUE(Shell("mv $f kept; ln -s " + std::string(target) + " $f"));
+        const Life life = Live();
+        EXPECT_TRUE(life.seesChanges);
+        EXPECT_EQ(ErrorLines(life), Lines());
+        // Where the shell names no folder, the lines go to the current one.
+        WCHAR folder[MAX_PATH];
+        const bool named =
+            SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, 0, folder) == S_OK || UnderWine();
+        EXPECT_EQ(IsIn(Items() / FileName(), life), !named);
+        EXPECT_TRUE(Shell("rm $f; mv kept $f"));
+    }
+    std::filesystem::current_path(current);
 }
