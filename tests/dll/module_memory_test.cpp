@@ -32,10 +32,22 @@ class ModuleFailure
 {
 };
 
+// The first request under Windows is not the product's: the table of what the runtime calls at the end.
+constexpr char startOfTheRuntime[] = "calloc of 256 bytes";
+#ifdef _WIN32
+constexpr std::size_t firstOfTheProduct = 2;
+#else
+constexpr std::size_t firstOfTheProduct = 1;
+#endif
+
 // What the trace says of the failed request, in whose step: each line must be true. Of an object only its own
 // block is missed by its creator, not the block that notes it.
 Lines ReportsOf(const std::string& failed, const std::string& step, bool isOfTheMenu, bool isOfTheObject)
 {
+    if (failed == startOfTheRuntime)
+    {
+        return {};
+    }
     if (failed.starts_with("HeapAlloc"))
     {
         return {
@@ -171,7 +183,7 @@ INSTANTIATE_TEST_SUITE_P(Sweeps, ModuleFailure,
 TEST_F(MemoryJob, OneThreadAtATimeIsInsideTheAllocationOperators)
 {
     // Without memory for its path there is no trace file, which would keep the threads apart.
-    const ModuleHeap heap(ModuleFileName(), 1);
+    const ModuleHeap heap(ModuleFileName(), firstOfTheProduct);
     {
         const Module module;
         std::vector<std::jthread> threads(4);
@@ -188,6 +200,7 @@ TEST_F(MemoryJob, OneThreadAtATimeIsInsideTheAllocationOperators)
         }
     }
     EXPECT_TRUE(ModuleHeap::HasFailed());
+    EXPECT_EQ(WholeTrace(), Lines());
     EXPECT_EQ(ModuleHeap::MostInside(), 1u);
     ModuleHeap::ReleaseLive();
 }
