@@ -1,4 +1,5 @@
-// The build stamp that the module shows was made by its link, when everything else in it was compiled already.
+// The build stamp that the module shows was made by its link, when everything else in it was compiled
+// already.
 
 #include <ctime>
 
