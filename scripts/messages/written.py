@@ -33,8 +33,6 @@ FIXED = (
     "%s ASSERTION FAILED %s:\r\n   %s(%d)",
     '(%s) "%s"',
     "ASSERTION FAILED %s file: %s line: %d",
-    "%.2d:%.2d:%.2d.%.3d  %s%s  %s\r\n",
-    "%.2d:%.2d:%.2d.%.3d**%s%s**%s\r\n",
     "!!! NULL !!!",
     "tracedll_Sendora%s.txt",
 )
