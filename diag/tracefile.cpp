@@ -9,6 +9,7 @@
 #include "diag/heap.h"
 #include "diag/leftopen.h"
 #include "diag/lifetime.h"
+#include "diag/traceturn.h"
 #include "gen/debug.h"
 #include "gen/stringtools.h"
 #include "win32/file.h"
@@ -24,18 +25,33 @@ constinit std::atomic<std::uint32_t> g_uClockBase{0}; // tick count of local mid
 constinit std::atomic<std::uint32_t> g_uLines{0};
 constinit std::atomic<bool> g_bTerminated{false};
 
-// One line is one open, write and close, without a lock: the file's share mode is the one exclusion that
-// holds for threads and processes alike (contract.md T10, O3). Other writers are waited for, up to the
-// time-out; false when the file cannot be opened.
-bool AppendWithin(const WCHAR* szPath, const char* szLine, std::size_t uLength, std::uint32_t uTimeoutMs)
+// One attempt at one line: an open, a write and a close, without a lock: the file's share mode is the one
+// exclusion that holds for threads and processes alike (contract.md T10, O3). False when the file cannot be
+// opened; the last error tells why.
+bool AppendOnce(const WCHAR* szPath, const char* szLine, std::size_t uLength)
 {
-    LWriteFileRef file(szPath, uTimeoutMs);
+    constexpr std::uint32_t uTryOnce = 0;
+    LWriteFileRef file(szPath, uTryOnce);
     if (!file.IsOpen())
     {
         return false;
     }
     file.Write(szLine, uLength);
     return true;
+}
+
+// Other writers are waited for: those of this process before each attempt, those of others between them, up
+// to the time-out.
+void AppendWithin(const WCHAR* szPath, const char* szLine, std::size_t uLength, std::uint32_t uTimeoutMs)
+{
+    const auto appendInTurn = [&]
+    {
+        const LTraceTurn turn;
+        return AppendOnce(szPath, szLine, uLength);
+    };
+    for (LSharingRetry retry(uTimeoutMs); !appendInTurn() && retry.Wait();)
+    {
+    }
 }
 
 // As long as a dead thread's handle is open, nobody else can write; so the last lines go through it, and the
@@ -50,7 +66,7 @@ void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine, std::size_t uLe
     static constinit std::uint32_t uWaitLeftMs = 250;
     if (hLeftOpen == nullptr)
     {
-        if (AppendWithin(szPath, szLine, uLength, 0))
+        if (AppendOnce(szPath, szLine, uLength))
         {
             return;
         }
@@ -66,7 +82,9 @@ void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine, std::size_t uLe
         return;
     }
     const std::uint32_t uBefore = GetTickCount();
-    AppendWithin(szPath, szLine, uLength, uWaitLeftMs);
+    for (LSharingRetry retry(uWaitLeftMs); !AppendOnce(szPath, szLine, uLength) && retry.Wait();)
+    {
+    }
     const std::uint32_t uWaited = GetTickCount() - uBefore;
     uWaitLeftMs -= uWaited < uWaitLeftMs ? uWaited : uWaitLeftMs;
 }
