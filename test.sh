@@ -2,7 +2,7 @@
 # Builds and tests the project: natively, natively under AddressSanitizer with UndefinedBehaviorSanitizer, and as
 # the real DLL under Wine; then the checks of scripts/lint.sh. Installs what is missing where it may. Usage:
 #     ./test.sh [--require-windows] [--tsan] [TARGET…]
-# TARGET: native, native-asan, native-tsan, native-clang, windows, windows-clang, lint
+# TARGET: native, native-asan, native-tsan, native-clang, windows, windows-gcc, lint
 # (default: native native-asan windows lint).
 # --require-windows makes a Windows half that cannot run a failure; --tsan adds native-tsan.
 set -u
@@ -16,7 +16,7 @@ for argument in "$@"; do
     case $argument in
     --require-windows) require_windows=yes ;;
     --tsan) targets+=(native native-asan native-tsan windows lint) ;;
-    native | native-asan | native-tsan | native-clang | windows | windows-clang | lint) targets+=("$argument") ;;
+    native | native-asan | native-tsan | native-clang | windows | windows-gcc | lint) targets+=("$argument") ;;
     -h | --help)
         sed -n '2,8s/^# \{0,1\}//p' "$0"
         exit 0
@@ -30,8 +30,8 @@ done
 [ ${#targets[@]} -gt 0 ] || targets=(native native-asan windows lint)
 
 results=$(mktemp) # a line a target: its text, passed, failed
-lane=             # process of the Windows lane
-trap '[ -z "$lane" ] || kill "$lane" 2>/dev/null; rm -f "$results"' EXIT
+lanes=()          # processes of the lanes beside
+trap '[ ${#lanes[@]} -eq 0 ] || kill "${lanes[@]}" 2>/dev/null; rm -f "$results"' EXIT
 trap 'exit 130' INT TERM
 
 # result TEXT PASSED FAILED
@@ -92,17 +92,18 @@ run_lane() {
 sndx_need native || exit 1
 here=()
 under_wine=()
+lint=()
 windows_ran=yes
 for target in "${targets[@]}"; do
     case $target in
     windows*)
-        if sndx_need windows && { [ "$target" = windows ] || sndx_need clang; }; then
+        if sndx_need windows; then
             under_wine+=("$target")
         else
             windows_ran=no
         fi
         ;;
-    lint) if sndx_need lint; then here+=(lint); else result "lint: its tools are missing" 0 1; fi ;;
+    lint) if sndx_need lint; then lint=(lint); else result "lint: its tools are missing" 0 1; fi ;;
     native-clang)
         sndx_need clang || exit 1
         here+=("$target")
@@ -111,20 +112,29 @@ for target in "${targets[@]}"; do
     esac
 done
 
-# Tests wait a good part of their time, most of all under Wine: so that side goes on beside the other and shows what it
-# did when it is done.
+# Tests wait a good part of their time, most of all under Wine: so that side and the checks of the sources go on beside
+# the native one, and show what they did when they are done. The checks only take what the others leave.
 mkdir -p build
-if [ ${#under_wine[@]} -gt 0 ]; then
-    [ ${#here[@]} -eq 0 ] || echo "== ${under_wine[*]}: beside the rest, see build/windows-lane.log"
-    (run_lane "${under_wine[@]}") >build/windows-lane.log 2>&1 &
-    lane=$!
-fi
+# beside NAME COMMAND…
+beside() {
+    echo "== $1: beside the rest, see build/$1-lane.log"
+    ("${@:2}") >"build/$1-lane.log" 2>&1 &
+    lanes+=($!)
+    logs+=("build/$1-lane.log")
+}
+nice_lane() {
+    renice -n 10 -p "$BASHPID" >/dev/null
+    run_lane "$@"
+}
+logs=()
+[ ${#under_wine[@]} -eq 0 ] || beside windows run_lane "${under_wine[@]}"
+[ ${#lint[@]} -eq 0 ] || beside lint nice_lane lint
 [ ${#here[@]} -eq 0 ] || (run_lane "${here[@]}")
-if [ -n "$lane" ]; then
-    wait "$lane"
-    lane=
-    cat build/windows-lane.log
-fi
+for i in "${!logs[@]}"; do
+    wait "${lanes[i]}"
+    cat "${logs[i]}"
+done
+lanes=()
 
 echo
 total_passed=0
