@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <functional>
+#include <iostream>
 #include <map>
 #include <memory>
 
@@ -90,10 +91,15 @@ StandIn MakeStopping(const char* name, Result(WINAPI* function)(Arguments...))
 const StandIn debugOutput = {"OutputDebugStringA", reinterpret_cast<void*>(&Stop::PassLine)};
 
 // A write that nobody takes is given up soon.
+DWORD lastTimeOut = 0;
+
 DWORD WINAPI WaitABit(HANDLE object, DWORD milliseconds)
 {
+    lastTimeOut = milliseconds;
     return WaitForSingleObject(object, milliseconds == 5000 ? 300 : milliseconds);
 }
+
+const StandIn noteTimeOut = {"WaitForSingleObject", reinterpret_cast<void*>(&WaitABit)};
 
 // An instance of the pipe becomes free, and another client is faster, ten times in a row.
 std::atomic<int> lostRaces{0};
@@ -224,6 +230,7 @@ class ModuleWaits : public ModuleTest
     {
         RemoveTraceFiles();
         const std::string path = TraceFilePath(); // asks for the program's name
+        const ModuleImports imports(ModuleFileName(), {noteTimeOut});
         std::unique_ptr<Module> module;
         ExpectWait(
             [&] { module = std::make_unique<Module>(); }, {{&AskForOwnName, true}},
@@ -231,7 +238,7 @@ class ModuleWaits : public ModuleTest
             { return Contains(WholeTrace(path), "LIPCSharedMemoryBuffer::_Create " + Utf8(blockName)); },
             end);
         EXPECT_EQ(module->Overlay()->IsMemberOf(Wide(file_).c_str(), 0), S_OK);
-        EXPECT_FALSE(Contains(WholeTrace(), "LSystemLockMutex::Lock Timed Out"));
+        EXPECT_GT(lastTimeOut, INFINITE / 2) << "gives up some day";
     }
     const std::string file_ = Items().File("a.txt");
     const std::string outside_ = "C:\\Elsewhere\\x";
@@ -316,7 +323,7 @@ TEST_F(ModuleWaits, ACallThatDoesNotReturnHoldsWhoMadeItAndThoseWhoNeedItsLock)
         {"ask", STOPPING(malloc), "got one", asking + making},
     };
     ModuleImports::StandIns standIns = {debugOutput,
-                                        {"WaitForSingleObject", reinterpret_cast<void*>(&WaitABit)},
+                                        noteTimeOut,
                                         {"WaitNamedPipeW", reinterpret_cast<void*>(&WaitForNothing)},
                                         STOPPING(WriteFile)};
     for (const auto& row : cases)
@@ -458,6 +465,7 @@ TEST_F(ModuleWaits, AHeldTraceFileHoldsTheEndOfAProcessForAQuarterOfASecond)
     EXPECT_EQ(child.Wait(), 0);
     const DWORD took = GetTickCount() - static_cast<DWORD>(std::stoul(ReadWholeFile(Items() / "end")));
     CloseHandle(held);
+    std::cout << "the end took " << took << " ms\n";
     // Three lines: 126, 63 and 31 ms asleep. Only Windows ends threads with the file open, and has one looked
     // for.
     EXPECT_GE(took, AtLeast(220 + (UnderWine() ? slowLook : 0)));
