@@ -5,7 +5,7 @@ function(sndx_add_build_stamp target)
   set(object ${target}_buildstamp.o) # without a folder: a PDB holds the linker's command line
   set(compiler_target $<$<BOOL:${CMAKE_CXX_COMPILER_TARGET}>:--target=${CMAKE_CXX_COMPILER_TARGET}>)
   add_custom_command(TARGET ${target} PRE_LINK
-    COMMAND ${CMAKE_COMMAND} -DSOURCE=${CMAKE_SOURCE_DIR} -P ${CMAKE_SOURCE_DIR}/cmake/compilestamp.cmake --
+    COMMAND ${CMAKE_COMMAND} -DSOURCE=${CMAKE_SOURCE_DIR} -P ${CMAKE_SOURCE_DIR}/cmake/committime.cmake --
       ${CMAKE_CXX_COMPILER} ${compiler_target} -I${CMAKE_SOURCE_DIR} ${CMAKE_CXX_COMPILE_OPTIONS_PIC}
       -c ${CMAKE_SOURCE_DIR}/diag/buildstamp.cpp -o ${object}
     WORKING_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR} VERBATIM COMMAND_EXPAND_LISTS)

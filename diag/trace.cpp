@@ -167,10 +167,10 @@ void LDebugTraceErrorF(const char* szFormat, ...)
 void LDebugTraceSystemError(const char* szPrefix, DWORD uError)
 {
     WCHAR* szText = nullptr;
-    FormatMessageW(
+    const DWORD uLength = FormatMessageW(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM, nullptr,
         uError, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<WCHAR*>(&szText), 0, nullptr);
-    if (szText != nullptr)
+    if (uLength != 0) // what a failed call leaves in szText is no text
     {
         LDebugTrace(szPrefix, szText);
         LocalFree(szText);

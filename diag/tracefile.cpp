@@ -61,8 +61,10 @@ void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine)
     {
         const LARGE_INTEGER nNowhere = {};
         DWORD uWritten = 0;
-        SetFilePointerEx(hLeftOpen, nNowhere, nullptr, FILE_END);
-        WriteFile(hLeftOpen, szLine, static_cast<DWORD>(strlen(szLine)), &uWritten, nullptr);
+        if (SetFilePointerEx(hLeftOpen, nNowhere, nullptr, FILE_END))
+        {
+            WriteFile(hLeftOpen, szLine, static_cast<DWORD>(strlen(szLine)), &uWritten, nullptr);
+        }
         return;
     }
     const std::uint32_t uBefore = GetTickCount();

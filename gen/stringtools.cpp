@@ -200,17 +200,17 @@ bool FormatCut(TChar* buf, std::size_t count, const TChar* format, va_list args)
 {
     va_list again;
     va_copy(again, args);
-    const int nWritten = Format(buf, count, format, args);
-    const bool bFits = nWritten >= 0 && static_cast<std::size_t>(nWritten) < count;
+    int nWritten = Format(buf, count, format, args);
     if (nWritten < 0)
     {
         // Too long, or a conversion that failed in the runtime, which then writes no terminator: nobody may
         // see stale memory behind it. So once more, into a cleared buffer; clearing first would cost every
         // text.
         memset(buf, 0, count * sizeof(TChar));
-        Format(buf, count, format, again);
+        nWritten = Format(buf, count, format, again);
     }
     va_end(again);
+    const bool bFits = nWritten >= 0 && static_cast<std::size_t>(nWritten) < count;
     if (!bFits)
     {
         buf[LCutPosition(buf, count - 1)] = 0;

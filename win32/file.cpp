@@ -37,8 +37,10 @@ bool LFile::IsFolder(const WCHAR* szPath)
 
 WCHAR* LFile::GetAppDataFolder(WCHAR* szFolder)
 {
-    szFolder[0] = 0;
-    SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, szFolder);
+    if (FAILED(SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, szFolder)))
+    {
+        szFolder[0] = 0;
+    }
     return szFolder;
 }
 
@@ -71,10 +73,12 @@ HANDLE LFile::OpenForAppend(const WCHAR* szPath, std::uint32_t uTimeoutMs)
 {
     const HANDLE hFile =
         OpenWithRetry(szPath, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS, uTimeoutMs);
-    if (hFile != INVALID_HANDLE_VALUE)
+    const LARGE_INTEGER nNowhere = {};
+    if (hFile != INVALID_HANDLE_VALUE && !SetFilePointerEx(hFile, nNowhere, nullptr, FILE_END))
     {
-        const LARGE_INTEGER nNowhere = {};
-        SetFilePointerEx(hFile, nNowhere, nullptr, FILE_END);
+        // What was written now would stand over the beginning of the file.
+        CloseHandle(hFile);
+        return INVALID_HANDLE_VALUE;
     }
     return hFile;
 }
@@ -105,8 +109,7 @@ std::uint32_t LFileRef::_Read(void* Buffer, std::size_t BufferSize)
         LDebugAssertFailed("LFileRef::_Read", "BufferSize <= UINT32_MAX", __FILE__, __LINE__);
     }
     DWORD uRead = 0;
-    ReadFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uRead, nullptr);
-    return uRead;
+    return ReadFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uRead, nullptr) ? uRead : 0;
 }
 
 std::uint32_t LFileRef::_Write(const void* Buffer, std::size_t BufferSize)
@@ -116,8 +119,7 @@ std::uint32_t LFileRef::_Write(const void* Buffer, std::size_t BufferSize)
         LDebugAssertFailed("LFileRef::_Write", "BufferSize <= UINT32_MAX", __FILE__, __LINE__);
     }
     DWORD uWritten = 0;
-    WriteFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uWritten, nullptr);
-    return uWritten;
+    return WriteFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uWritten, nullptr) ? uWritten : 0;
 }
 
 bool LBufferedReadFileRef::FillBuffer()

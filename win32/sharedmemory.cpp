@@ -4,19 +4,6 @@
 #include "win32/securityattributes.h"
 #include "win32/systemmutex.h"
 
-namespace
-{
-// Whoever came first chose the kind of the block. One whose memory is only reserved, or that shows a
-// program's file, can be mapped, but touching it would end the host.
-bool IsReadableAndWritable(const void* pView, SIZE_T uSize)
-{
-    MEMORY_BASIC_INFORMATION memory = {};
-    return VirtualQuery(pView, &memory, sizeof(memory)) == 0 ||
-           (memory.State == MEM_COMMIT && (memory.Protect & PAGE_READWRITE) != 0 &&
-            memory.RegionSize >= uSize);
-}
-} // namespace
-
 void LIPCSharedMemoryBuffer::_Create(const WCHAR* szName, std::uint64_t uSize, bool bFailIfExists,
                                      bool bGlobal)
 {
@@ -55,7 +42,12 @@ void LIPCSharedMemoryBuffer::_Create(const WCHAR* szName, std::uint64_t uSize, b
     else
     {
         m_pView = MapViewOfFile(m_Mapping.Get(), FILE_MAP_ALL_ACCESS, 0, 0, static_cast<SIZE_T>(uSize));
-        if (m_pView != nullptr && !IsReadableAndWritable(m_pView, static_cast<SIZE_T>(uSize)))
+        // Whoever came first chose the kind of the block. One whose memory is only reserved, or that shows a
+        // program's file, can be mapped, but touching it would end the host.
+        MEMORY_BASIC_INFORMATION memory = {};
+        if (m_pView != nullptr && VirtualQuery(m_pView, &memory, sizeof(memory)) != 0 &&
+            (memory.State != MEM_COMMIT || (memory.Protect & PAGE_READWRITE) == 0 ||
+             memory.RegionSize < uSize))
         {
             UnmapViewOfFile(m_pView);
             m_pView = nullptr;

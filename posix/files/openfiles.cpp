@@ -183,7 +183,7 @@ extern "C" BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD 
     DWORD count = 0;
     DWORD& result = bytes == nullptr ? count : *bytes;
     result = 0;
-    const auto stream = LookupHandleFor<StreamObject>("ReadFile", file);
+    const auto stream = LookupHandleFor<StreamObject>("ReadFile", file, {{buffer, size}, bytes});
     return stream && stream->Read(buffer, size, &result, overlapped);
 }
 
@@ -193,7 +193,7 @@ extern "C" BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWOR
     DWORD count = 0;
     DWORD& result = bytes == nullptr ? count : *bytes;
     result = 0;
-    const auto stream = LookupHandleFor<StreamObject>("WriteFile", file);
+    const auto stream = LookupHandleFor<StreamObject>("WriteFile", file, {bytes});
     return stream && stream->Write(buffer, size, &result, overlapped);
 }
 
@@ -210,7 +210,7 @@ extern "C" DWORD WINAPI GetFileType(HANDLE file)
 
 extern "C" BOOL WINAPI GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION* information)
 {
-    const auto object = LookupHandleFor<FileObject>("GetFileInformationByHandle", file);
+    const auto object = LookupHandleFor<FileObject>("GetFileInformationByHandle", file, {information});
     struct stat status;
     if (!object || (fstat(object->Number(), &status) != 0 && !FailWithErrno()))
     {
@@ -224,7 +224,7 @@ extern "C" BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LAR
                                         DWORD method)
 {
     static constexpr int origins[] = {SEEK_SET, SEEK_CUR, SEEK_END};
-    const auto object = LookupHandleFor<FileObject>("SetFilePointerEx", file);
+    const auto object = LookupHandleFor<FileObject>("SetFilePointerEx", file, {position});
     if (!object || method > FILE_END)
     {
         return object && FailWith(ERROR_INVALID_PARAMETER);

@@ -7,13 +7,15 @@
 #include "tests/support/child.h"
 #include "tests/support/debuggeroutput.h"
 #include "tests/support/reports.h"
+#include "tests/support/traceoracle.h"
 #include "win32/file.h"
 
 namespace
 {
 using namespace sndxtest;
+using TraceFile = ForeignLinesTest;
 
-TEST(TraceFile, LinesAreStampedAppendedAndPassedToTheDebugger)
+TEST_F(TraceFile, LinesAreStampedAppendedAndPassedToTheDebugger)
 {
     const WCHAR* path = LDebugGetFilePath();
     EXPECT_EQ(Utf8(path), TraceFilePath());
@@ -34,7 +36,7 @@ TEST(TraceFile, LinesAreStampedAppendedAndPassedToTheDebugger)
                             "**error\r\n");
 }
 
-TEST(TraceFile, ALineThatCannotBeWrittenIsCountedAndReachesTheDebugger)
+TEST_F(TraceFile, ALineThatCannotBeWrittenIsCountedAndReachesTheDebugger)
 {
     const TraceCapture trace;
     const DebuggerOutput debugger;
@@ -98,11 +100,11 @@ class RotationTest : public ::testing::Test
 
 TEST_F(RotationTest, MovesEveryGenerationOnAndKeepsNine)
 {
-    LDebugTrace("counted");
+    LDebugTrace("CheckPaths");
     EXPECT_GT(LDebugGetTraceLineNumber(), 0u);
     EXPECT_EQ(Rotated(), "-----------");
     EXPECT_EQ(LDebugGetTraceLineNumber(), 0u);
-    LDebugTrace("counted");
+    LDebugTrace("CheckPaths");
     LDebugRotateFiles(TEXT(""));
     EXPECT_EQ(LDebugGetTraceLineNumber(), 0u);
     Write(0, 9);
@@ -123,6 +125,8 @@ TEST_F(RotationTest, AHeldFileStaysAndIsNotReplaced)
 }
 
 #ifndef _WIN32 // the native layer's clock and thread identifiers can be set
+using TraceClock = ForeignLinesTest;
+
 // Of the lines "x".
 Lines Stamps(const std::vector<TraceLine>& lines)
 {
@@ -137,7 +141,7 @@ Lines Stamps(const std::vector<TraceLine>& lines)
     return stamps;
 }
 
-TEST(TraceClock, MillisecondsOfTheDayAndTheThreadModulo10000)
+TEST_F(TraceClock, MillisecondsOfTheDayAndTheThreadModulo10000)
 {
     const TraceCapture trace;
     sndxposix::SetCurrentThreadId(~0u);
@@ -169,7 +173,7 @@ SNDX_CHILD(Midnight)
     return 0;
 }
 
-TEST(TraceClock, RunsFromLocalTimeAtTheStartAndWrapsAtMidnight)
+TEST_F(TraceClock, RunsFromLocalTimeAtTheStartAndWrapsAtMidnight)
 {
     // The tick count itself wraps, too; and at less than a day the base lies before zero.
     for (const char* ticks : {"100000000", "5000", "4294960000"})

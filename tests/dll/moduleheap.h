@@ -3,9 +3,12 @@
 // back, and the choice of one request that fails.
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <map>
+#include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include <malloc.h>
@@ -16,7 +19,7 @@
 
 namespace sndxtest
 {
-// Watches the module that is loaded during its life, in one thread. One at a time.
+// Watches the module that is loaded during its life. One at a time.
 class ModuleHeap
 {
   public:
@@ -31,12 +34,15 @@ class ModuleHeap
                               {"HeapFree", reinterpret_cast<void*>(&ProcessHeapFree)}})
     {
         state_ = {failing, 0, {}, {}};
+        mostInside_ = 0;
     }
 
     static std::size_t Requests() { return state_.requests; }
     static bool HasFailed() { return !state_.failed.empty(); }
     // The failed request, for messages.
     static const std::string& Failed() { return state_.failed; }
+    // Threads of the module that were inside the runtime's functions at a time.
+    static std::size_t MostInside() { return mostInside_; }
     // Blocks taken with the function and not yet given back, or all of them.
     static std::size_t Live(const std::string& taker = {})
     {
@@ -68,9 +74,34 @@ class ModuleHeap
         std::map<void*, Block> live;
     };
 
+    // One thread inside the runtime's functions, and the use of the state above.
+    class Visit
+    {
+      public:
+        Visit()
+        {
+            const std::size_t now = ++inside_;
+            mostInside_ = std::max<std::size_t>(mostInside_, now);
+            std::this_thread::yield(); // whoever can come in shall
+            mutex_.lock();
+        }
+        ~Visit()
+        {
+            mutex_.unlock();
+            --inside_;
+        }
+        Visit(const Visit&) = delete;
+        Visit& operator=(const Visit&) = delete;
+
+      private:
+        inline static std::atomic<std::size_t> inside_ = 0;
+        inline static std::mutex mutex_;
+    };
+
     template <class Take>
     static void* Request(const char* taker, std::size_t size, Release release, Take take)
     {
+        const Visit visit;
         if (++state_.requests == state_.failing)
         {
             state_.failed = std::string(taker) + " of " + std::to_string(size) + " bytes";
@@ -102,6 +133,7 @@ class ModuleHeap
     template <Release release>
     static void __cdecl GiveBack(void* block)
     {
+        const Visit visit;
         const auto found = state_.live.find(block);
         if (block == nullptr || found == state_.live.end())
         {
@@ -121,6 +153,7 @@ class ModuleHeap
     static void FreeToProcessHeap(void* block) { HeapFree(GetProcessHeap(), 0, block); }
 
     inline static State state_{};
+    inline static std::atomic<std::size_t> mostInside_ = 0;
     const ModuleImports imports_;
 };
 } // namespace sndxtest

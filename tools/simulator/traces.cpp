@@ -1,46 +1,17 @@
 #include "tools/simulator/traces.h"
 
-#include <algorithm>
-#include <cctype>
-#include <sstream>
-#include <string_view>
+#include "tools/trace/reader.h"
 
 namespace sndxtools::simulator
 {
 namespace
 {
-// "hh:mm:ss.mmm  tttt  " or "hh:mm:ss.mmm**tttt**" at that place of the line.
-bool IsStamp(std::string_view line, std::size_t at)
+bool IsExpectedError(trace::MessageId id, bool leaks)
 {
-    constexpr std::string_view forms[] = {"dd:dd:dd.ddd  dddd  ", "dd:dd:dd.ddd**dddd**"};
-    const std::string_view found = line.substr(std::min(at, line.size()));
-    return std::any_of(std::begin(forms), std::end(forms),
-                       [found](std::string_view form)
-                       {
-                           return found.size() >= form.size() &&
-                                  std::equal(form.begin(), form.end(), found.begin(),
-                                             [](char wanted, char c) {
-                                                 return wanted == 'd'
-                                                            ? std::isdigit(static_cast<unsigned char>(c)) != 0
-                                                            : c == wanted;
-                                             });
-                       });
-}
-
-bool IsExpectedError(std::string_view text, bool leaks)
-{
-    constexpr std::string_view always[] = {
-        "LNamedPipe::_Open Pipe was busy",
-        "LFile::_GetFolderFromPath szPath is too long", // a path that the simulator made so
-        "LLockObject::Unlock Unlock called more than 5 seconds after lock.", // a busy machine
-    };
-    constexpr std::string_view deadThreads[] = {
-        "LLockObject::~LLockObject  Not unlocked before destruction.",
-        " ", // of the leak report
-    };
-    const auto begins = [text](std::string_view start) { return text.starts_with(start); };
-    return std::any_of(std::begin(always), std::end(always), begins) ||
-           (leaks && std::any_of(std::begin(deadThreads), std::end(deadThreads), begins));
+    const bool always = id == trace::P04 ||  // the main program is busy
+                        id == trace::X13a || // a path that the simulator made too long
+                        id == trace::X19;    // a busy machine
+    return always || (leaks && (id == trace::X20b || (id >= trace::K02 && id <= trace::K04)));
 }
 } // namespace
 
@@ -50,36 +21,20 @@ std::string FaultOfTrace(const std::string& content, const TraceExpectation& exp
     {
         return "the last line is not whole";
     }
-    std::istringstream lines(content);
-    std::string last;
-    for (std::string line; std::getline(lines, line);)
+    trace::Reader reader(std::make_unique<trace::MemorySource>(content));
+    trace::MessageId last = trace::messageCount;
+    for (trace::Line line; reader.Next(line);)
     {
-        line.erase(line.find_last_not_of('\r') + 1);
-        if (!IsStamp(line, 0))
+        if (line.id == trace::messageCount || trace::EntryOf(line.id).error != line.error)
         {
-            // Line ends inside a message: behind the date of the header, the system's texts, the leak report.
-            if (!line.empty() && !line.starts_with(" Info: "))
-            {
-                return "a line without a stamp: " + line;
-            }
-            continue;
+            return "not in the catalogue of messages: " + std::string(line.text);
         }
-        const std::string_view text = std::string_view(line).substr(20);
-        const bool error = line[12] == '*';
-        for (std::size_t at = 20; at < line.size() && !(error && text.starts_with(' ')); ++at)
+        if (line.error && !IsExpectedError(line.id, expected.leaks))
         {
-            if (IsStamp(line, at))
-            {
-                return "two lines in one: " + line;
-            }
+            return "an error line: " + std::string(line.text);
         }
-        if (error && !IsExpectedError(text, expected.leaks))
-        {
-            return "an error line: " + line;
-        }
-        last = text;
+        last = line.id;
     }
-    return expected.ends && last != std::string(68, '-') ? "the end is missing behind: " + last
-                                                         : std::string();
+    return expected.ends && last != trace::H15 ? "the end is missing" : std::string();
 }
 } // namespace sndxtools::simulator

@@ -1,7 +1,7 @@
-# cmake -DSOURCE=CHECKOUT -P compilestamp.cmake -- COMPILER ARGUMENT…
-# Compiles the build stamp. What was built of a commit bears the commit's time, so that everyone who builds it gets the
-# same bytes; with changes that are not committed, or without git, it is the moment of the link. SOURCE_DATE_EPOCH, which
-# the compiler takes for the time, goes before both.
+# cmake -DSOURCE=CHECKOUT -P committime.cmake -- COMMAND ARGUMENT…
+# Runs a command that writes the time into what it makes. What is made of a commit bears the commit's time, so that
+# everyone who builds it gets the same bytes: SOURCE_DATE_EPOCH says so to the command. With changes that are not
+# committed, or without git, it is the moment; where the environment has SOURCE_DATE_EPOCH already, that one holds.
 if(NOT DEFINED ENV{SOURCE_DATE_EPOCH})
   execute_process(COMMAND git status --porcelain --untracked-files=no
     WORKING_DIRECTORY ${SOURCE} RESULT_VARIABLE result OUTPUT_VARIABLE changes ERROR_QUIET)
