@@ -60,7 +60,7 @@ TEST_F(TraceFile, ALineThatCannotBeWrittenIsCountedAndReachesTheDebugger)
     EXPECT_EQ(Texts(ParseTrace(DebuggerOutput::Take())), (Lines{"lost", "next"}));
 }
 
-TEST(TraceFile, AThreadThatDiesInItsLineHoldsUpTheOthersOnce)
+TEST_F(TraceFile, AThreadThatDiesInItsLineHoldsUpTheOthersOnce)
 {
     const auto trace = []
     {

@@ -1,8 +1,11 @@
 // A machine that means ill: names that others have taken, things in place of the trace file and its folder,
 // settings of any make. The module loads, answers and unloads all the same, every call in time.
 
+#include <fstream>
 #include <functional>
 #include <iostream>
+#include <map>
+#include <memory>
 
 #ifndef _WIN32
 #include <csignal>
@@ -45,18 +48,23 @@ class ModuleHostile : public ModuleTest
         EXPECT_LT(took, most) << what;
         longest_[what] = std::max(longest_[what], took);
     }
-    void ExpectAnswer(const Module& module, const std::string& path, HRESULT answer)
+    void ExpectAnswer(const Module& module, const std::string& path, HRESULT answer, DWORD most = soon)
     {
-        InTime("question", [&] { EXPECT_EQ(module.Overlay()->IsMemberOf(Wide(path).c_str(), 0), answer); });
+        InTime(
+            "question",
+            [&] { EXPECT_EQ(module.Overlay()->IsMemberOf(Wide(path).c_str(), 0), answer) << path; }, most);
     }
-    // A whole life with right answers; something may happen while the module is loaded.
-    Life Live(const std::function<void()>& meanwhile = [] {})
+    // A whole life with right answers, also about another item inside an account; something may happen while
+    // the module is loaded.
+    Life Live(
+        const std::function<void()>& meanwhile = [] {}, const std::string& inside = {})
     {
         const DebuggerOutput output;
         std::unique_ptr<Module> module;
         InTime("load", [&] { module = std::make_unique<Module>(); });
         meanwhile();
         ExpectAnswer(*module, file_, S_OK);
+        ExpectAnswer(*module, inside.empty() ? file_ : inside, S_OK);
         ExpectAnswer(*module, "C:\\Elsewhere\\x", S_FALSE);
         const HMENU menu = CreatePopupMenu();
         InTime("menu", [&] { EXPECT_EQ(MenuHandler(*module, {file_}).Query(menu), 3); });
@@ -239,7 +247,7 @@ TEST_F(ModuleHostileFiles, WhateverStandsInPlaceOfTheTraceFile)
             {
                 put();
             }
-            const Life life = Live(loaded ? std::function<void()>(put) : [] {});
+            const Life life = loaded ? Live(put) : Live();
             EXPECT_TRUE(life.seesChanges);
             EXPECT_EQ(ErrorLines(life), Lines());
             const bool arrives = loaded ? meanwhile : atLoad;
@@ -269,3 +277,98 @@ TEST_F(ModuleHostileFiles, AnApplicationDataFolderThatIsReadOnlyOrMissing)
     }
     std::filesystem::current_path(current);
 }
+
+TEST_F(ModuleHostile, SettingsOfAnyMake)
+{
+    const Bytes endless(20000, 'x');
+    const std::string longest = "C:\\" + std::string(254, 'f'); // with an item 259 characters
+    const std::string longName(255, 'n');                       // of an account; the path of its key is cut
+    AddAccount(longName, "C:\\Never");
+    AddAccount("Longest", longest);
+    AddAccount("Longer", longest + "fff"); // of 260
+    const std::pair<DWORD, Bytes> values[] = {
+        {REG_SZ, endless},
+        {REG_BINARY, endless},
+        {REG_SZ, {}},
+        {REG_SZ, {'C'}},
+        {REG_DWORD, {'D', 0, ':', 0}},
+        {REG_SZ, {'D', 0, ':'}},
+        {REG_MULTI_SZ, {0, 0, 0, 0}},
+        {11, Bytes(8, 0xFF)},
+        {77, Bytes(519, 'y')},
+    };
+    for (const auto& [type, bytes] : values)
+    {
+        const std::string section = "Accounts\\" + std::to_string(type) + " " + std::to_string(bytes.size());
+        SetSharedBytes(section, "LocalFolder", type, bytes);
+        SetSharedBytes(section, "LastUpdate", type, bytes);
+    }
+    SetSharedBytes("Settings", "InstallerPath", REG_SZ, endless);
+    SetUserBytes("Settings", "InstallerPath", 11, endless);
+    SetUserBytes("Debug", "Memory Mode", REG_BINARY, endless);
+    const std::string cut =
+        (std::string(sndxtools::contract::productKey) + "\\Accounts\\" + longName).substr(0, 259);
+    const Life life = Live([] {}, longest + "\\x");
+    EXPECT_TRUE(life.seesChanges);
+    // At the load and behind the change.
+    EXPECT_EQ(ErrorLines(life), Overflow("lw", cut) + Overflow("lw", cut));
+}
+
+// Every account costs seven lines at a load and two at a question, below the folder lock. SNDX_ACCOUNTS asks
+// for another number of them.
+TEST_F(ModuleHostile, SettingsOfManyAccounts)
+{
+    const char* const asked = std::getenv("SNDX_ACCOUNTS");
+    const int count = asked == nullptr ? 500 : std::atoi(asked);
+#ifdef _WIN32
+    for (int i = 0; i < count; ++i)
+    {
+        AddAccount("Many" + std::to_string(i), "C:\\Many" + std::to_string(i));
+    }
+#else
+    // In one piece: the layer writes its registry anew with every value.
+    std::ofstream file(std::getenv("SENDORA_ROOT") + std::string("/registry.reg"), std::ios::app);
+    for (int i = 0; i < count; ++i)
+    {
+        file << "\n[HKEY_LOCAL_MACHINE\\Software\\Wow6432Node\\Taleno Software\\Sendora\\Accounts\\Many" << i
+             << "]\n\"LocalFolder\"=\"C:\\\\Many" << i << "\"\n";
+    }
+    file.close();
+#endif
+    const DWORD most = soon + 10 * static_cast<DWORD>(count); // milliseconds
+    std::unique_ptr<Module> module;
+    InTime(
+        "load", [&] { module = std::make_unique<Module>(); }, most);
+    ExpectAnswer(*module, "C:\\Many0\\x", S_OK, most);
+    ExpectAnswer(*module, "C:\\Many" + std::to_string(count - 1) + "\\x", S_OK, most);
+    ExpectAnswer(*module, "C:\\Elsewhere\\x", S_FALSE, most);
+    InTime("unload", [&] { module->Free(); });
+    EXPECT_EQ(LastLines(WholeTrace()), ClosingLines());
+}
+
+#ifndef _WIN32 // limits of the build machine's own
+// Lives on a disk that is full when the trace has so many bytes, and tells how it went.
+SNDX_CHILD(LiveOnAFullDisk)
+{
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit = {8192, 8192};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    Module module;
+    const auto overlay = module.Overlay();
+    for (int i = 0; i < 100; ++i)
+    {
+        if (overlay->IsMemberOf(Wide(arguments.at(0)).c_str(), 0) != S_OK ||
+            overlay->IsMemberOf(TEXT("C:\\Elsewhere\\x"), 0) != S_FALSE)
+        {
+            return 2;
+        }
+    }
+    return module.CanUnloadNow() == S_FALSE ? 0 : 3;
+}
+
+TEST_F(ModuleHostile, AFullDisk)
+{
+    InTime("command", [&] { EXPECT_EQ(ChildProcess("LiveOnAFullDisk", {file_}).Wait(), 0); });
+    EXPECT_EQ(ReadWholeFile(TraceFilePath()).size(), 8192u);
+}
+#endif

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <functional>
+#include <iostream>
 #include <map>
 #include <memory>
 
@@ -22,14 +23,14 @@ using namespace sndxtest;
 namespace
 {
 constexpr DWORD patience = 20000; // milliseconds, for what must come
-constexpr DWORD pause = 60;       // after which something is taken for held up
+constexpr DWORD moment = 60;      // after which something is taken for held up
 
 // One call of the module that does not return until the test lets it.
 class Stop
 {
   public:
     // The next call of the function, by whichever thread; with a text, the next one behind a line with it.
-    static void Arm(const std::string& function, const std::string& behind)
+    static void Arm(const std::string& function, const std::string& behind = {})
     {
         open_ = false;
         thread_ = 0;
@@ -91,10 +92,15 @@ StandIn MakeStopping(const char* name, Result(WINAPI* function)(Arguments...))
 const StandIn debugOutput = {"OutputDebugStringA", reinterpret_cast<void*>(&Stop::PassLine)};
 
 // A write that nobody takes is given up soon.
+DWORD lastTimeOut = 0;
+
 DWORD WINAPI WaitABit(HANDLE object, DWORD milliseconds)
 {
+    lastTimeOut = milliseconds;
     return WaitForSingleObject(object, milliseconds == 5000 ? 300 : milliseconds);
 }
+
+const StandIn noteTimeOut = {"WaitForSingleObject", reinterpret_cast<void*>(&WaitABit)};
 
 // An instance of the pipe becomes free, and another client is faster, ten times in a row.
 std::atomic<int> lostRaces{0};
@@ -170,8 +176,9 @@ void AskForOwnName() // which needs the loader's lock
 // What others do meanwhile, and whether they are expected to be held up.
 using Others = std::vector<std::pair<std::function<void()>, bool>>;
 
-// `waits` says when the action has come to the wait, `end` ends its cause.
-void ExpectWait(std::function<void()> action, const Others& others, const std::function<bool()>& waits,
+// `waits` says whether the action, on the thread with that identifier, has come to its wait; `end` ends the
+// cause.
+void ExpectWait(std::function<void()> action, const Others& others, const std::function<bool(DWORD)>& waits,
                 const std::function<void()>& end)
 {
     Actor actor(std::move(action));
@@ -181,15 +188,13 @@ void ExpectWait(std::function<void()> action, const Others& others, const std::f
         meanwhile.push_back(std::make_unique<Actor>(other.first));
     }
     actor.Begin();
-    EXPECT_TRUE(Within(patience, waits)) << "the call is not made";
-    const DWORD held = Stop::Thread();
-    EXPECT_TRUE(held == 0 || held == actor.Thread()) << "another thread waits";
+    EXPECT_TRUE(Within(patience, [&] { return waits(actor.Thread()); })) << "the call is not made";
     for (std::size_t i = 0; i < others.size(); ++i)
     {
         meanwhile[i]->Begin();
         EXPECT_TRUE(others[i].second || meanwhile[i]->Ends()) << "held up: number " << i;
     }
-    Sleep(pause);
+    Sleep(moment);
     EXPECT_FALSE(actor.IsDone()) << "does not wait";
     for (std::size_t i = 0; i < others.size(); ++i)
     {
@@ -205,8 +210,13 @@ void ExpectWait(std::function<void()> action, const Others& others, const std::f
 
 void ExpectStop(std::function<void()> action, const Others& others)
 {
-    ExpectWait(
-        std::move(action), others, [] { return Stop::Thread() != 0; }, &Stop::Open);
+    const auto waits = [](DWORD thread)
+    {
+        const DWORD held = Stop::Thread();
+        EXPECT_TRUE(held == 0 || held == thread) << "another thread waits";
+        return held != 0;
+    };
+    ExpectWait(std::move(action), others, waits, &Stop::Open);
 }
 
 class ModuleWaits : public ModuleTest
@@ -221,14 +231,15 @@ class ModuleWaits : public ModuleTest
     {
         RemoveTraceFiles();
         const std::string path = TraceFilePath(); // asks for the program's name
-        Stop::Arm("", "");
+        const ModuleImports imports(ModuleFileName(), {noteTimeOut});
         std::unique_ptr<Module> module;
         ExpectWait(
             [&] { module = std::make_unique<Module>(); }, {{&AskForOwnName, true}},
-            [&] { return Contains(WholeTrace(path), "LIPCSharedMemoryBuffer::_Create " + Utf8(blockName)); },
+            [&](DWORD)
+            { return Contains(WholeTrace(path), "LIPCSharedMemoryBuffer::_Create " + Utf8(blockName)); },
             end);
         EXPECT_EQ(module->Overlay()->IsMemberOf(Wide(file_).c_str(), 0), S_OK);
-        EXPECT_FALSE(Contains(WholeTrace(), "LSystemLockMutex::Lock Timed Out"));
+        EXPECT_GT(lastTimeOut, INFINITE / 2) << "gives up some day";
     }
     const std::string file_ = Items().File("a.txt");
     const std::string outside_ = "C:\\Elsewhere\\x";
@@ -238,44 +249,40 @@ class ModuleWaits : public ModuleTest
 TEST_F(ModuleWaits, ACallThatDoesNotReturnHoldsALoadOrAnUnloadAndTheLoaderWithIt)
 {
     leakCheckerIsOff = true; // an object is forgotten
-    struct
-    {
-        StandIn call;
-        const char* behind;                              // a line
-    } const loads[] = {{STOPPING(RegQueryValueExW), ""}, // the memory mode
-                       {STOPPING(malloc), ""},
-                       {STOPPING(SHGetFolderPathW), ""},
-                       {STOPPING(GetModuleFileNameW), ""},
-                       {STOPPING(MoveFileW), ""},
-                       {STOPPING(DeleteFileW), ""},
-                       {STOPPING(CreateFileW), ""},
-                       {STOPPING(SetFilePointerEx), ""},
-                       {STOPPING(WriteFile), ""},
-                       {STOPPING(CloseHandle), ""},
-                       {debugOutput, ""},
-                       {STOPPING(RegOpenKeyExW), "Command line: "},
-                       {STOPPING(GetSystemMetrics), ""},
-                       {STOPPING(HeapLock), ""},
-                       {STOPPING(HeapAlloc), ""},
-                       {STOPPING(RegEnumKeyW), ""}},
-            unloads[] = {{STOPPING(free), ""}, {STOPPING(ReadFile), ""}};
-    for (const auto& [call, behind] : loads)
+    const StandIn loads[] = {STOPPING(RegOpenKeyExW),
+                             STOPPING(RegQueryValueExW),
+                             STOPPING(malloc),
+                             STOPPING(SHGetFolderPathW),
+                             STOPPING(GetModuleFileNameW),
+                             STOPPING(MoveFileW),
+                             STOPPING(DeleteFileW),
+                             STOPPING(CreateFileW),
+                             STOPPING(GetFileType),
+                             STOPPING(SetFilePointerEx),
+                             STOPPING(WriteFile),
+                             STOPPING(CloseHandle),
+                             debugOutput,
+                             STOPPING(GetSystemMetrics),
+                             STOPPING(HeapLock),
+                             STOPPING(HeapAlloc),
+                             STOPPING(RegEnumKeyW)};
+    for (const StandIn& call : loads)
     {
         SCOPED_TRACE(call.first);
-        const ModuleImports imports(ModuleFileName(), {debugOutput, call});
+        const ModuleImports imports(ModuleFileName(), {call});
         std::unique_ptr<Module> module;
-        Stop::Arm(call.first, behind);
+        Stop::Arm(call.first);
         ExpectStop([&] { module = std::make_unique<Module>(); }, {{&AskForOwnName, true}});
         EXPECT_EQ(module->Overlay()->IsMemberOf(Wide(file_).c_str(), 0), S_OK);
     }
-    for (const auto& [call, behind] : unloads)
+    for (const StandIn& call : {STOPPING(free), STOPPING(ReadFile)})
     {
         SCOPED_TRACE(call.first);
         const ModuleImports imports(ModuleFileName(), {call});
         Module module;
         void* forgotten = nullptr;
         module.Factory(overlayClass)->QueryInterface(IID_IUnknown, &forgotten);
-        Stop::Arm(call.first, behind);
+        Stop::Arm(call.first);
         ExpectStop([&] { module.Free(); }, {{&AskForOwnName, true}});
     }
 }
@@ -317,7 +324,7 @@ TEST_F(ModuleWaits, ACallThatDoesNotReturnHoldsWhoMadeItAndThoseWhoNeedItsLock)
         {"ask", STOPPING(malloc), "got one", asking + making},
     };
     ModuleImports::StandIns standIns = {debugOutput,
-                                        {"WaitForSingleObject", reinterpret_cast<void*>(&WaitABit)},
+                                        noteTimeOut,
                                         {"WaitNamedPipeW", reinterpret_cast<void*>(&WaitForNothing)},
                                         STOPPING(WriteFile)};
     for (const auto& row : cases)
@@ -379,9 +386,14 @@ TEST_F(ModuleWaits, ACallThatDoesNotReturnHoldsWhoMadeItAndThoseWhoNeedItsLock)
 
     // With the trace file open, the lines of others wait for their time-out and no longer.
     Stop::Arm("WriteFile", "  Folder: ");
-    const Stopwatch line;
-    ExpectStop(actions.at("ask"), {{[&] { module.StateChanged(); }, false}});
-    EXPECT_GE(line.Milliseconds(), AtLeast(1512));
+    const auto writeLine = [&]
+    {
+        const Stopwatch line;
+        module.StateChanged();
+        EXPECT_GE(line.Milliseconds(), AtLeast(1512));
+        EXPECT_LT(line.Milliseconds(), 5000);
+    };
+    ExpectStop(actions.at("ask"), {{writeLine, false}});
 
     // Each single wait for a busy pipe is bounded, their number is not.
     SetStartOptions("");
@@ -455,6 +467,7 @@ TEST_F(ModuleWaits, AHeldTraceFileHoldsTheEndOfAProcessForAQuarterOfASecond)
     EXPECT_EQ(child.Wait(), 0);
     const DWORD took = GetTickCount() - static_cast<DWORD>(std::stoul(ReadWholeFile(Items() / "end")));
     CloseHandle(held);
+    std::cout << "the end took " << took << " ms\n";
     // Three lines: 126, 63 and 31 ms asleep. Only Windows ends threads with the file open, and has one looked
     // for.
     EXPECT_GE(took, AtLeast(220 + (UnderWine() ? slowLook : 0)));
@@ -462,12 +475,11 @@ TEST_F(ModuleWaits, AHeldTraceFileHoldsTheEndOfAProcessForAQuarterOfASecond)
     EXPECT_FALSE(Contains(WholeTrace(), ClosingLines()[1]));
 }
 
-#ifdef _WIN32 // viewers show other systems' programs nothing
+#ifdef _WIN32 // the layer keeps the text and knows no viewers
 TEST_F(ModuleWaits, AStuckDebugViewerHoldsEveryLineOfEveryProgram)
 {
     const Module module;
     const auto overlay = module.Overlay();
-    Stop::Arm("", "");
     const HANDLE ready = CreateEventW(nullptr, FALSE, FALSE, TEXT("DBWIN_BUFFER_READY"));
     const HANDLE data = CreateEventW(nullptr, FALSE, FALSE, TEXT("DBWIN_DATA_READY"));
     const HANDLE buffer =
@@ -488,7 +500,7 @@ TEST_F(ModuleWaits, AStuckDebugViewerHoldsEveryLineOfEveryProgram)
     ExpectWait([&] { EXPECT_EQ(overlay->IsMemberOf(Wide(file_).c_str(), 0), S_OK); },
                {{[&] { module.Overlay(); }, true},
                 {[] { EXPECT_EQ(ChildProcess("EndWithTheModuleLoaded", {"return"}).Wait(), 3); }, true}},
-               [&] { return !trace.Texts().empty(); }, [&] { SetEvent(ready); });
+               [&](DWORD) { return !trace.Texts().empty(); }, [&] { SetEvent(ready); });
     ends = true;
     viewer.join();
     for (const HANDLE object : {ready, data, buffer})
