@@ -219,14 +219,14 @@ void Worker::AskHelp(IContextMenu& menu)
 // To whoever serves the pipe at the moment, or to nobody.
 void Worker::Send(IContextMenu& menu, std::size_t paths)
 {
-    using Clock = std::chrono::steady_clock;
+    using SendClock = std::chrono::steady_clock;
     ++world_->requests;
     CMINVOKECOMMANDINFO info = {};
     info.cbSize = sizeof info;
     info.lpVerb = reinterpret_cast<LPCSTR>(static_cast<UINT_PTR>(random_() % commandCount));
-    const Clock::time_point begin = Clock::now();
+    const SendClock::time_point begin = SendClock::now();
     const HRESULT sent = menu.InvokeCommand(&info);
-    const auto took = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - begin).count();
+    const auto took = std::chrono::duration_cast<std::chrono::seconds>(SendClock::now() - begin).count();
     Expect(sent == S_OK || sent == E_FAIL, "InvokeCommand answers " + ResultText(sent));
     // A message for every 127 paths, and for each two writes that are cancelled after five seconds. Whatever
     // else a request waits for ends with its main program, and all of those go within three seconds but for
