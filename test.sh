@@ -1,24 +1,29 @@
 #!/usr/bin/env bash
 # Builds and tests the project: natively, natively under AddressSanitizer with UndefinedBehaviorSanitizer, and as
 # the real DLL under Wine; then the checks of scripts/lint.sh. Installs what is missing where it may. Usage:
-#     ./test.sh [--require-windows] [--tsan] [TARGET…]
-# TARGET: native, native-asan, native-tsan, native-clang, windows, windows-gcc, lint
-# (default: native native-asan windows lint).
-# --require-windows makes a Windows half that cannot run a failure; --tsan adds native-tsan.
+#     ./test.sh [--require-windows] [--tsan] [--coverage] [--long] [TARGET…]
+# TARGET: native, native-asan, native-tsan, native-clang, native-fuzz, native-coverage, windows, windows-gcc, lint
+# (default: native native-asan native-fuzz windows lint).
+# --require-windows makes a Windows half that cannot run a failure; --tsan adds native-tsan; --coverage is
+# native-coverage alone, which holds what the native tests execute against tests/uncovered.txt; --long gives each fuzz
+# target five minutes instead of five seconds.
 set -u
 cd "$(dirname "$0")" || exit 1
 . scripts/install-tools.sh
 . scripts/wine-prefix.sh
 
 require_windows=no
+fuzz_seconds=5
 targets=()
 for argument in "$@"; do
     case $argument in
     --require-windows) require_windows=yes ;;
-    --tsan) targets+=(native native-asan native-tsan windows lint) ;;
-    native | native-asan | native-tsan | native-clang | windows | windows-gcc | lint) targets+=("$argument") ;;
+    --tsan) targets+=(native native-asan native-tsan native-fuzz windows lint) ;;
+    --coverage) targets+=(native-coverage) ;;
+    --long) fuzz_seconds=300 ;;
+    native | native-asan | native-tsan | native-clang | native-fuzz | native-coverage | windows | windows-gcc | lint) targets+=("$argument") ;;
     -h | --help)
-        sed -n '2,8s/^# \{0,1\}//p' "$0"
+        sed -n '2,10s/^# \{0,1\}//p' "$0"
         exit 0
         ;;
     *)
@@ -27,7 +32,7 @@ for argument in "$@"; do
         ;;
     esac
 done
-[ ${#targets[@]} -gt 0 ] || targets=(native native-asan windows lint)
+[ ${#targets[@]} -gt 0 ] || targets=(native native-asan native-fuzz windows lint)
 
 results=$(mktemp) # a line a target: its text, passed, failed
 lanes=()          # processes of the lanes beside
@@ -50,11 +55,43 @@ run_target() {
     sed -n '/^CMake Warning/,/^$/p' "build/$target/build.log" # what is left out
     built=$SECONDS
     echo "== $target: testing"
-    output=$(scripts/run-ctest.sh "$log" --preset "$target")
+    # What the traces of the tests showed of the messages; programs on drive Z: find the folder under the same name.
+    rm -rf "build/$target/seen-messages"
+    mkdir "build/$target/seen-messages"
+    output=$(SNDX_SEEN_MESSAGES=$PWD/build/$target/seen-messages scripts/run-ctest.sh "$log" --preset "$target")
     counts=$(tail -1 <<<"$output")
     [ "$(wc -l <<<"$output")" = 1 ] || echo "$output"
     read -r passed _ failed _ <<<"$counts"
     result "$target (built in $((built - start)) s, tested in $((SECONDS - built)) s)" "$passed" "$failed"
+}
+
+run_fuzz() {
+    local start=$SECONDS output passed failed
+    echo "== native-fuzz: building, then $fuzz_seconds s a target"
+    output=$(scripts/fuzz.sh --seconds "$fuzz_seconds")
+    grep -vE '^[a-z]+: [0-9]+ cases$' <<<"$output"
+    read -r passed _ failed _ < <(tail -1 <<<"$output")
+    result "native-fuzz (in $((SECONDS - start)) s)" "$passed" "$failed"
+}
+
+# Whether the tests pass is for the target native to say: some do not here, as what counts takes memory in the module.
+run_coverage() {
+    local log=build/native-coverage/test.log start=$SECONDS
+    echo "== native-coverage: building"
+    mkdir -p build/native-coverage
+    if ! { cmake --preset native-coverage && cmake --build --preset native-coverage; } \
+        >build/native-coverage/build.log 2>&1; then
+        result "native-coverage did not build, see build/native-coverage/build.log" 0 1
+        return
+    fi
+    echo "== native-coverage: testing"
+    find build/native-coverage -name '*.gcda' -delete
+    ctest --preset native-coverage >"$log" 2>&1 </dev/null
+    if scripts/coverage.py; then
+        result "native-coverage (in $((SECONDS - start)) s)" 1 0
+    else
+        result "native-coverage (in $((SECONDS - start)) s)" 0 1
+    fi
 }
 
 run_lint() {
@@ -66,6 +103,20 @@ run_lint() {
     result "lint (in $((SECONDS - start)) s)" "$passed" "$failed"
 }
 
+# Whether the traces showed every message: of a native and a Windows run, for each shows what the other cannot.
+run_messages() {
+    local folders=()
+    for target in "${here[@]}" "${under_wine[@]}"; do
+        [ "$target" = lint ] || folders+=("build/$target/seen-messages")
+    done
+    echo "== messages: held against the traces of all tests"
+    if scripts/messages.py seen "${folders[@]}"; then
+        result "messages (every one was shown by a trace)" 1 0
+    else
+        result "messages (see above)" 0 1
+    fi
+}
+
 # One target after the other.
 run_lane() {
     local target
@@ -75,6 +126,14 @@ run_lane() {
         case $target in
         lint)
             run_lint
+            continue
+            ;;
+        native-fuzz)
+            run_fuzz
+            continue
+            ;;
+        native-coverage)
+            run_coverage
             continue
             ;;
         windows*)
@@ -104,7 +163,11 @@ for target in "${targets[@]}"; do
         fi
         ;;
     lint) if sndx_need lint; then lint=(lint); else result "lint: its tools are missing" 0 1; fi ;;
-    native-clang)
+    native-coverage)
+        sndx_need coverage || exit 1
+        here+=("$target")
+        ;;
+    native-clang | native-fuzz)
         sndx_need clang || exit 1
         here+=("$target")
         ;;
@@ -135,6 +198,8 @@ for i in "${!logs[@]}"; do
     cat "${logs[i]}"
 done
 lanes=()
+
+[ ${#under_wine[@]} -eq 0 ] || [ -z "${here[*]/lint/}" ] || run_messages
 
 echo
 total_passed=0

@@ -18,7 +18,7 @@ from collections import namedtuple
 from pathlib import Path
 
 sys.dont_write_bytecode = True  # leaves no folder of Python's own in the checkout
-from messages.cppsource import enclosing_functions, tokenize
+from cppsource import enclosing_functions, tokenize
 
 TABLE = "tests/dll/failingcalls.txt"
 PRODUCT = ("dll/", "diag/", "gen/", "win32/")

@@ -2,7 +2,8 @@
 # Installs what a build needs and the machine lacks. Source it and call
 #     sndx_need native            compiler, CMake, GoogleTest, CLI11, Python (for the checks)
 #     sndx_need windows           cross compilers, their headers and libraries, Wine and the makers of installers
-#     sndx_need clang             the second native compiler
+#     sndx_need clang             the second native compiler, with libFuzzer
+#     sndx_need coverage          what counts the executed lines
 #     sndx_need lint              what scripts/lint.sh runs
 #     sndx_need screenshots       a display in memory, the fonts of captions and menus, Pillow
 # Returns 1, after saying the one command to run, when something is missing and cannot be installed.
@@ -34,7 +35,10 @@ sndx_missing() {
     clang)
         command -v clang++-19 >/dev/null || missing+=(clang-19)
         command -v llvm-ar-19 >/dev/null || missing+=(llvm-19)
+        compgen -G '/usr/lib/llvm-19/lib/clang/19/lib/linux/libclang_rt.fuzzer-*.a' >/dev/null ||
+            missing+=(libclang-rt-19-dev)
         ;;
+    coverage) command -v gcovr >/dev/null || missing+=(gcovr) ;;
     lint)
         command -v clang-format >/dev/null || missing+=(clang-format)
         command -v clang-tidy >/dev/null || missing+=(clang-tidy)

@@ -44,6 +44,11 @@ int OpenDescriptor(const std::string& path, bool writes, DWORD disposition, bool
     const int file = open(path.c_str(), flags | O_CREAT | O_EXCL, 0666);
     if (file < 0 && errno == EEXIST && disposition != CREATE_NEW)
     {
+        struct stat status;
+        if (lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode))
+        {
+            return open(path.c_str(), flags | O_CREAT, 0666); // made where the link leads
+        }
         errno = EAGAIN;
     }
     return file;
@@ -196,6 +201,11 @@ extern "C" BOOL WINAPI FlushFileBuffers(HANDLE file)
 {
     const auto stream = LookupHandleFor<StreamObject>("FlushFileBuffers", file);
     return stream && stream->Flush();
+}
+
+extern "C" DWORD WINAPI GetFileType(HANDLE file)
+{
+    return LookupHandleFor<FileObject>("GetFileType", file) ? FILE_TYPE_DISK : FILE_TYPE_UNKNOWN;
 }
 
 extern "C" BOOL WINAPI GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION* information)

@@ -1,7 +1,7 @@
 #pragma once
 // Control over the POSIX layer for tests: the clock, the local time, the thread's identifier, failures of
-// named calls, and what went to the debugger. Nothing of this exists on Windows. Every function may be
-// called from any thread at any time, except those of the local time.
+// named calls, functions of system libraries, and what went to the debugger. Nothing of this exists on
+// Windows. Every function may be called from any thread at any time, except those of the local time.
 
 #include <cstddef>
 #include <cstdint>
@@ -41,6 +41,10 @@ void ChooseFailures(FailureChooser chooser);
 
 // Handles, keys, views, menus and blocks that the process has got from the layer and not given back.
 std::size_t LiveObjects();
+
+// A function that programs find in the libraries of the system that have none here, such as ntdll.dll. Null
+// takes it away.
+void ProvideFunction(const char* name, void* function);
 
 // Everything that went to OutputDebugStringA since the last TakeDebugOutput. Of more than a megabyte the
 // oldest part is lost.

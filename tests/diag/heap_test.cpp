@@ -62,7 +62,7 @@ TEST_P(TrackerMode, BlocksLieAsItSaysOrAreNull)
     {
         SCOPED_TRACE(size);
         const bool array = size % 2 == 1;
-        LDebugTrace("a line between the blocks");
+        LDebugTrace("CheckPaths");
         auto* const user = static_cast<std::byte*>(MakeBlock(size, array, "Maker", ++line));
         ASSERT_NE(user, nullptr);
         SetUserString("Debug", "Memory Mode", mode == 2 ? "1" : "2"); // the first block has fixed the mode

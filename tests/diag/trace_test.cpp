@@ -4,10 +4,12 @@
 
 #include "gen/debug.h"
 #include "tests/support/reports.h"
+#include "tests/support/traceoracle.h"
 
 namespace
 {
 using namespace sndxtest;
+using Trace = ForeignLinesTest;
 
 constexpr std::size_t longestText = 8191 - 20 - 2; // of a line, without stamp and CR LF
 
@@ -21,7 +23,7 @@ std::string Repeat(const std::string& text, std::size_t count)
     return result;
 }
 
-TEST(Trace, EveryFormOfALine)
+TEST_F(Trace, EveryFormOfALine)
 {
     TraceCapture trace;
     LDebugWriteLineW(TEXT("L\u00F6schen"), false);
@@ -59,7 +61,7 @@ TEST(Trace, EveryFormOfALine)
                                     "a|-1|5", "**0x00000000000000AB"}));
 }
 
-TEST(Trace, FormsThatCutWithoutAReport)
+TEST_F(Trace, FormsThatCutWithoutAReport)
 {
     const TraceCapture trace;
     // A wide value behind a narrow prefix: 259 bytes.
@@ -100,7 +102,7 @@ Lines TracedWithoutStamps(Function function)
     return texts;
 }
 
-TEST(Trace, ALineOfMoreThan8191BytesIsCutAndReportedBefore)
+TEST_F(Trace, ALineOfMoreThan8191BytesIsCutAndReportedBefore)
 {
     const std::string fits(longestText, 'x');
     const std::string value(9000, 'x');
@@ -152,7 +154,7 @@ TEST(Trace, ALineOfMoreThan8191BytesIsCutAndReportedBefore)
     }
 }
 
-TEST(Trace, TheSystemsTextForAnErrorCode)
+TEST_F(Trace, TheSystemsTextForAnErrorCode)
 {
     const std::string expected = "F: " + SystemText(ERROR_PIPE_BUSY);
     EXPECT_TRUE(expected.ends_with("\r\n"));

@@ -16,10 +16,6 @@ namespace
 // Requests of the module for memory fail, or none.
 class MemoryJob : public MainJob
 {
-  protected:
-    static std::string ModuleFileName() { return ModulePath().substr(ModulePath().rfind('\\') + 1); }
-
-  private:
     bool HasGoneWrong() const override { return ModuleHeap::HasFailed(); }
 };
 
