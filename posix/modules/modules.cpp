@@ -167,7 +167,7 @@ HMODULE Load(const std::u16string& name)
 // Runs use(loader, module) under the loader's lock. `failure`, with the last error set, for what is no loaded
 // module.
 template <class Result, class Use>
-Result WithModule(const char* function, HMODULE handle, Result failure, Use&& use)
+Result WithModule(const char* function, HMODULE handle, Result failure, Use&& use, Outputs outputs = {})
 {
     const auto body = [&]() -> Result
     {
@@ -175,7 +175,7 @@ Result WithModule(const char* function, HMODULE handle, Result failure, Use&& us
         Module* const module = loader->Find(handle);
         return module == nullptr ? FailWith(ERROR_MOD_NOT_FOUND, failure) : use(loader, *module);
     };
-    return Call(function, failure, body);
+    return Call(function, failure, body, outputs);
 }
 } // namespace
 
@@ -256,7 +256,8 @@ extern "C" DWORD WINAPI GetModuleFileNameW(HMODULE handle, LPWSTR buffer, DWORD 
         return size > module.path.size() ? static_cast<DWORD>(module.path.size())
                                          : FailWith(ERROR_INSUFFICIENT_BUFFER, size);
     };
-    return WithModule("GetModuleFileNameW", handle == nullptr ? ProgramHandle() : handle, DWORD{0}, copy);
+    return WithModule("GetModuleFileNameW", handle == nullptr ? ProgramHandle() : handle, DWORD{0}, copy,
+                      {{buffer, size * sizeof(WCHAR)}});
 }
 
 extern "C" BOOL WINAPI DisableThreadLibraryCalls(HMODULE handle)

@@ -227,8 +227,6 @@ TEST(Header, TheReleaseNumberOfWindows10)
         SetMachineString("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", "ReleaseId", text);
         EXPECT_EQ(After("Windows Version: "), shown);
     }
-    sndxposix::FailCall("VerifyVersionInfoW", ERROR_OLD_WIN_VERSION);
-    EXPECT_EQ(LGetWindowsReleaseNumber(), 0);
     constexpr char failed[] = "LGetWindowsReleaseNumber RegGetString() failed";
     EXPECT_FALSE(Contains(trace.Texts(), failed));
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\Microsoft\\Windows NT"));
@@ -262,12 +260,6 @@ TEST(Header, FailedProbesLeaveAFullHeader)
     EXPECT_EQ(After("Processor Details: ").size(), 260u) << "cut to the usual buffer";
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, TEXT("hardware"));
     EXPECT_EQ(After("Processor Details: ").substr(0, 2), " (");
-    sndxposix::FailCall("GlobalMemoryStatusEx", ERROR_GEN_FAILURE);
-    EXPECT_EQ(After("System memory: "), "4294967295");
-    sndxposix::FailCall("GetVersionExW", ERROR_GEN_FAILURE);
-    EXPECT_EQ(After("Windows Version: ").substr(0, 4), "0.0 ");
-    sndxposix::FailCall("HeapLock", ERROR_GEN_FAILURE);
-    EXPECT_EQ(After("Run Heap Size = "), "0");
     // Asked for Wine's version all the same, when there is no Wine.
     EXPECT_EQ(Traced(&LDebugTraceWineVersion), Lines{"Running under wine"});
     sndxposix::FailCall("GetModuleHandleW", ERROR_MOD_NOT_FOUND);
