@@ -12,6 +12,7 @@
 #include "diag/environment.h"
 #include "diag/header.h"
 #include "gen/debug.h"
+#include "tests/support/child.h"
 #include "tests/support/reports.h"
 #include "tests/support/settings.h"
 #include "tests/support/timing.h"
@@ -231,6 +232,24 @@ TEST(Header, TheReleaseNumberOfWindows10)
     RegDeleteTreeW(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\Microsoft\\Windows NT"));
     EXPECT_EQ(After("Windows Version: "), "10.0  64-bit");
     EXPECT_TRUE(Contains(trace.Texts(), failed));
+}
+
+// The probe decides once for a process.
+SNDX_CHILD(AsUnderWine)
+{
+    sndxposix::ProvideFunction("wine_get_unix_file_name", reinterpret_cast<void*>(&Version));
+    LDebugWriteHeader();
+    return LIsRunningUnderWine() && LIsWindowsVersionOrGreater(5, 9) && !LIsWindowsVersionOrGreater(6, 0);
+}
+
+TEST(Header, UnderWineItNamesThatAndNoReleaseOfWindows)
+{
+    SetMachineString("SOFTWARE\\Microsoft\\Windows NT\\CurrentVersion", "ReleaseId", "1809");
+    const TraceCapture trace;
+    EXPECT_EQ(ChildProcess("AsUnderWine", {}).Wait(), 1);
+    RegDeleteTreeW(HKEY_LOCAL_MACHINE, TEXT("SOFTWARE\\Microsoft\\Windows NT"));
+    EXPECT_EQ(After("Windows Version: ", trace.Texts()), "10.0  64-bit");
+    EXPECT_TRUE(Contains(trace.Texts(), "Running under wine"));
 }
 
 TEST(Header, FailedProbesLeaveAFullHeader)
