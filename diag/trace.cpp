@@ -74,23 +74,25 @@ void LDebugTraceError(const char* szPrefix, std::int64_t nValue)
 
 void LDebugTraceValue(const char* szPrefix, const char* szValue, bool bError)
 {
-    char szLine[g_uLineSize];
-    tsnprintf(szLine, g_uLineSize, "%s%s", szPrefix, OrNull(szValue));
-    LDebugWriteLine(szLine, bError);
+    szValue = OrNull(szValue);
+    if (!LDebugWriteJoined({szPrefix, szValue}, bError))
+    {
+        char szLine[g_uLineSize];
+        tsnprintf(szLine, g_uLineSize, "%s%s", szPrefix, szValue);
+        LDebugWriteLine(szLine, bError);
+    }
 }
 
 void LDebugTraceValue(const char* szPrefix, std::int32_t nValue, bool bError)
 {
-    char szLine[g_uLineSize];
-    tsnprintf(szLine, g_uLineSize, "%s%d", szPrefix, static_cast<int>(nValue));
-    LDebugWriteLine(szLine, bError);
+    LDebugTraceValue(szPrefix, std::int64_t{nValue}, bError);
 }
 
 void LDebugTraceValue(const char* szPrefix, std::int64_t nValue, bool bError)
 {
-    char szLine[g_uLineSize];
-    tsnprintf(szLine, g_uLineSize, "%s%lld", szPrefix, static_cast<long long>(nValue));
-    LDebugWriteLine(szLine, bError);
+    char szValue[24];
+    tsnprintf(szValue, sizeof(szValue), "%lld", static_cast<long long>(nValue));
+    LDebugTraceValue(szPrefix, szValue, bError);
 }
 
 void LDebugTraceValue(const char* szPrefix, const WCHAR* szValue, bool bError)
@@ -109,7 +111,11 @@ void LDebugTraceValue(const WCHAR* szPrefix, const WCHAR* szValue, bool bError)
 
 void LDebugTraceFunction(const char* szFunction, bool bError, const char* szText)
 {
-    LDebugTraceFunctionF(szFunction, bError, "%s", OrNull(szText));
+    szText = OrNull(szText);
+    if (!LDebugWriteJoined({szFunction, " ", szText}, bError))
+    {
+        LDebugTraceFunctionF(szFunction, bError, "%s", szText);
+    }
 }
 
 void LDebugTraceFunction(const char* szFunction, bool bError, const WCHAR* szText)

@@ -8,6 +8,8 @@
 class LFile
 {
   public:
+    static bool IsSeparator(WCHAR c) { return c == TEXT('/') || c == TEXT('\\'); }
+
     // The path without its last element and the separator before it; "/" for an element directly below "/";
     // empty without a separator. At most 260 characters are looked at; a longer path is reported.
     static WCHAR* GetFolderFromPath(WCHAR* szFolder, const WCHAR* szPath);

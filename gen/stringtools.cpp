@@ -100,24 +100,30 @@ std::size_t tstrlcpy(char* dst, const char* src, std::size_t size)
 
 std::int32_t tstricmp(const WCHAR* a, const WCHAR* b)
 {
+    return tstrnicmp(a, b, std::numeric_limits<std::size_t>::max());
+}
+
+std::int32_t tstrnicmp(const WCHAR* a, const WCHAR* b, std::size_t count)
+{
     static const WCHAR szEmpty[] = {0};
     LDEBUGVALIDPTRREAD(a);
     LDEBUGVALIDPTRREAD(b);
     a = a == nullptr ? szEmpty : a;
     b = b == nullptr ? szEmpty : b;
-    for (;; ++a, ++b)
+    for (std::size_t i = 0; i < count; ++i)
     {
-        const std::uint32_t uA = FoldUnit(*a);
-        const std::uint32_t uB = FoldUnit(*b);
+        const std::uint32_t uA = FoldUnit(a[i]);
+        const std::uint32_t uB = FoldUnit(b[i]);
         if (uA != uB)
         {
             return uA < uB ? -1 : 1;
         }
         if (uA == 0)
         {
-            return 0;
+            break;
         }
     }
+    return 0;
 }
 
 std::int32_t ttoi(const WCHAR* sz)

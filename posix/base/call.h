@@ -32,7 +32,8 @@ Result FailWithErrno(Result failure = Result{})
 struct Output
 {
     template <class T>
-    Output(T* object) : at(object), size(object == nullptr ? 0 : sizeof(T))
+    Output(T* object) // NOLINTNEXTLINE(bugprone-sizeof-expression): also of handles, which are pointers
+        : at(object), size(object == nullptr ? 0 : sizeof(T))
     {
     }
     Output(void* memory, std::size_t bytes) : at(memory), size(memory == nullptr ? 0 : bytes) {}

@@ -137,7 +137,7 @@ TEST_F(Trace, ALineOfMoreThan8191BytesIsCutAndReportedBefore)
                 LDebugWriteLineW(Wide(text).c_str(), true);
             }
         });
-    std::erase_if(around, [](const std::string& line) { return line.find("x") > 4; }); // reports
+    std::erase_if(around, [](const std::string& line) { return line.find('x') > 4; }); // reports
     Lines expected;
     for (int i = 0; i < 5; ++i)
     {

@@ -1,12 +1,16 @@
 // The trace file: its place, its lines and its older generations. Its start and its end, and several writers,
 // are tested with the module.
 
+#include <thread>
+
 #include "gen/debug.h"
 #include "diag/lifetime.h"
 #include "diag/tracefile.h"
+#include "diag/traceturn.h"
 #include "tests/support/child.h"
 #include "tests/support/debuggeroutput.h"
 #include "tests/support/reports.h"
+#include "tests/support/timing.h"
 #include "tests/support/traceoracle.h"
 #include "win32/file.h"
 
@@ -54,6 +58,35 @@ TEST_F(TraceFile, ALineThatCannotBeWrittenIsCountedAndReachesTheDebugger)
     EXPECT_EQ(trace.Texts(), Lines{"next"});
     EXPECT_EQ(LDebugGetTraceLineNumber(), lines + 2);
     EXPECT_EQ(Texts(ParseTrace(DebuggerOutput::Take())), (Lines{"lost", "next"}));
+}
+
+TEST_F(TraceFile, AThreadThatDiesInItsLineHoldsUpTheOthersOnce)
+{
+    const auto trace = []
+    {
+        const Stopwatch stopwatch;
+        LDebugTrace("x");
+        return stopwatch.Milliseconds();
+    };
+    alignas(LTraceTurn) static unsigned char memory[sizeof(LTraceTurn)];
+    std::thread([] { new (memory) LTraceTurn; }).join(); // never given back
+    const long long first = trace();
+    EXPECT_GE(first, AtLeast(250)) << "it is let finish";
+    EXPECT_LT(first, 1500);
+    const auto soon = [&trace]
+    {
+        for (int i = 0; i < 5; ++i) // the machine may be busy
+        {
+            if (trace() < AtLeast(250))
+            {
+                return true;
+            }
+        }
+        return false;
+    };
+    EXPECT_TRUE(soon());
+    const LTraceTurn own; // a line below a line of the same thread
+    EXPECT_TRUE(soon());
 }
 
 class RotationTest : public ::testing::Test

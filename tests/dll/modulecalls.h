@@ -65,11 +65,16 @@ struct SourcePlace
 };
 using Places = std::map<std::uintptr_t, std::vector<SourcePlace>>;
 
-// From the debug information of the module's file.
+// From the debug information of the module's file, by the compiler's own tool.
 inline Places FindPlaces(const std::string& file, const std::set<std::uintptr_t>& addresses)
 {
+#ifdef __clang__
+    constexpr char tool[] = "llvm-addr2line-19";
+#else
+    constexpr char tool[] = "addr2line";
+#endif
     std::ostringstream command;
-    command << "addr2line -aCfi -e '" << file << "'" << std::hex;
+    command << tool << " -aCfi -e '" << file << "'" << std::hex;
     for (const std::uintptr_t address : addresses)
     {
         command << ' ' << address - 1; // of the call, not of what comes behind it
@@ -97,7 +102,7 @@ inline Places FindPlaces(const std::string& file, const std::set<std::uintptr_t>
             current->push_back({text, ""});
         }
     }
-    EXPECT_EQ(places.size(), addresses.size()) << "addr2line of Debian's binutils is needed";
+    EXPECT_EQ(places.size(), addresses.size()) << tool << " is needed";
     return places;
 }
 
