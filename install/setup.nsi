@@ -1,5 +1,5 @@
 ; The installer of the shell extension for all users of a machine. Built with
-;     makensis -DVERSION=3.0 -DDLL=… -DREGISTRATION=… -DREADME=… -DOUTPUT=… setup.nsi
+;     makensis -DVERSION=3.0 -DDLL=… -DREGISTRATION=… -DREADME=… -DDOCTOR=… -DOUTPUT=… setup.nsi
 ; Silent with /S, into another folder with /D=… as the last argument. The uninstaller takes /S too, and /KEEPTRACES.
 ; Exit code 0: done. 3010, as deployment tools know it: done, but a program still holds the module that was there
 ; before; its file goes at the next start of the system. 2: nothing was changed; the text says why.
@@ -98,6 +98,7 @@ Section
   ; written ends a silent run with exit code 2.
   File "/oname=sndxdll.dll.new" "${DLL}"
   File "/oname=install.md" "${README}"
+  File "/oname=sndxdoctor.exe" "${DOCTOR}"
   WriteUninstaller "$INSTDIR\uninstall.exe"
   Call MoveAside
   Rename "$INSTDIR\sndxdll.dll.new" "$INSTDIR\sndxdll.dll"
@@ -125,6 +126,7 @@ Section Uninstall
   SetOutPath "$TEMP" ; a working folder cannot be removed
   Call un.MoveAside
   Delete "$INSTDIR\install.md"
+  Delete "$INSTDIR\sndxdoctor.exe"
   Delete "$INSTDIR\uninstall.exe"
   RMDir /REBOOTOK "$INSTDIR"
   ; The maker's folder, when nothing else is in it; a folder that the user chose is not ours to remove.

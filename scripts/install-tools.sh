@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what a build needs and the machine lacks. Source it and call
-#     sndx_need native            compiler, CMake, GoogleTest, CLI11, Python (for the checks)
+#     sndx_need native            compiler, CMake, GoogleTest, CLI11, nlohmann-json, Python (for the checks)
 #     sndx_need windows           cross compiler, Wine and the maker of installers
 #     sndx_need clang             the second compiler of both targets, with its linker
 #     sndx_need lint              what scripts/lint.sh runs
@@ -17,6 +17,7 @@ sndx_missing() {
         command -v python3 >/dev/null || missing+=(python3)
         [ -f /usr/src/googletest/CMakeLists.txt ] || missing+=(googletest)
         [ -f /usr/include/CLI/CLI.hpp ] || missing+=(libcli11-dev)
+        [ -f /usr/include/nlohmann/json.hpp ] || missing+=(nlohmann-json3-dev)
         compgen -G '/usr/lib/*/libgtest.a' >/dev/null || missing+=(libgtest-dev)
         ;;
     windows)
