@@ -1,24 +1,29 @@
 #!/usr/bin/env bash
 # Builds and tests the project: natively, natively under AddressSanitizer with UndefinedBehaviorSanitizer, and as
 # the real DLL under Wine; then the checks of scripts/lint.sh. Installs what is missing where it may. Usage:
-#     ./test.sh [--require-windows] [--tsan] [TARGET…]
-# TARGET: native, native-asan, native-tsan, native-clang, windows, windows-clang, lint
-# (default: native native-asan windows lint).
-# --require-windows makes a Windows half that cannot run a failure; --tsan adds native-tsan.
+#     ./test.sh [--require-windows] [--tsan] [--coverage] [--long] [TARGET…]
+# TARGET: native, native-asan, native-tsan, native-clang, native-fuzz, native-coverage, windows, windows-gcc, lint
+# (default: native native-asan native-fuzz windows lint).
+# --require-windows makes a Windows half that cannot run a failure; --tsan adds native-tsan; --coverage is
+# native-coverage alone, which holds what the native tests execute against tests/uncovered.txt; --long gives each fuzz
+# target five minutes instead of five seconds.
 set -u
 cd "$(dirname "$0")" || exit 1
 . scripts/install-tools.sh
 . scripts/wine-prefix.sh
 
 require_windows=no
+fuzz_seconds=5
 targets=()
 for argument in "$@"; do
     case $argument in
     --require-windows) require_windows=yes ;;
-    --tsan) targets+=(native native-asan native-tsan windows lint) ;;
-    native | native-asan | native-tsan | native-clang | windows | windows-clang | lint) targets+=("$argument") ;;
+    --tsan) targets+=(native native-asan native-tsan native-fuzz windows lint) ;;
+    --coverage) targets+=(native-coverage) ;;
+    --long) fuzz_seconds=300 ;;
+    native | native-asan | native-tsan | native-clang | native-fuzz | native-coverage | windows | windows-gcc | lint) targets+=("$argument") ;;
     -h | --help)
-        sed -n '2,8s/^# \{0,1\}//p' "$0"
+        sed -n '2,10s/^# \{0,1\}//p' "$0"
         exit 0
         ;;
     *)
@@ -27,11 +32,11 @@ for argument in "$@"; do
         ;;
     esac
 done
-[ ${#targets[@]} -gt 0 ] || targets=(native native-asan windows lint)
+[ ${#targets[@]} -gt 0 ] || targets=(native native-asan native-fuzz windows lint)
 
 results=$(mktemp) # a line a target: its text, passed, failed
-lane=             # process of the Windows lane
-trap '[ -z "$lane" ] || kill "$lane" 2>/dev/null; rm -f "$results"' EXIT
+lanes=()          # processes of the lanes beside
+trap '[ ${#lanes[@]} -eq 0 ] || kill "${lanes[@]}" 2>/dev/null; rm -f "$results"' EXIT
 trap 'exit 130' INT TERM
 
 # result TEXT PASSED FAILED
@@ -50,11 +55,43 @@ run_target() {
     sed -n '/^CMake Warning/,/^$/p' "build/$target/build.log" # what is left out
     built=$SECONDS
     echo "== $target: testing"
-    output=$(scripts/run-ctest.sh "$log" --preset "$target")
+    # What the traces of the tests showed of the messages; programs on drive Z: find the folder under the same name.
+    rm -rf "build/$target/seen-messages"
+    mkdir "build/$target/seen-messages"
+    output=$(SNDX_SEEN_MESSAGES=$PWD/build/$target/seen-messages scripts/run-ctest.sh "$log" --preset "$target")
     counts=$(tail -1 <<<"$output")
     [ "$(wc -l <<<"$output")" = 1 ] || echo "$output"
     read -r passed _ failed _ <<<"$counts"
     result "$target (built in $((built - start)) s, tested in $((SECONDS - built)) s)" "$passed" "$failed"
+}
+
+run_fuzz() {
+    local start=$SECONDS output passed failed
+    echo "== native-fuzz: building, then $fuzz_seconds s a target"
+    output=$(scripts/fuzz.sh --seconds "$fuzz_seconds")
+    grep -vE '^[a-z]+: [0-9]+ cases$' <<<"$output"
+    read -r passed _ failed _ < <(tail -1 <<<"$output")
+    result "native-fuzz (in $((SECONDS - start)) s)" "$passed" "$failed"
+}
+
+# Whether the tests pass is for the target native to say: some do not here, as what counts takes memory in the module.
+run_coverage() {
+    local log=build/native-coverage/test.log start=$SECONDS
+    echo "== native-coverage: building"
+    mkdir -p build/native-coverage
+    if ! { cmake --preset native-coverage && cmake --build --preset native-coverage; } \
+        >build/native-coverage/build.log 2>&1; then
+        result "native-coverage did not build, see build/native-coverage/build.log" 0 1
+        return
+    fi
+    echo "== native-coverage: testing"
+    find build/native-coverage -name '*.gcda' -delete
+    ctest --preset native-coverage >"$log" 2>&1 </dev/null
+    if scripts/coverage.py; then
+        result "native-coverage (in $((SECONDS - start)) s)" 1 0
+    else
+        result "native-coverage (in $((SECONDS - start)) s)" 0 1
+    fi
 }
 
 run_lint() {
@@ -66,6 +103,20 @@ run_lint() {
     result "lint (in $((SECONDS - start)) s)" "$passed" "$failed"
 }
 
+# Whether the traces showed every message: of a native and a Windows run, for each shows what the other cannot.
+run_messages() {
+    local folders=()
+    for target in "${here[@]}" "${under_wine[@]}"; do
+        [ "$target" = lint ] || folders+=("build/$target/seen-messages")
+    done
+    echo "== messages: held against the traces of all tests"
+    if scripts/messages.py seen "${folders[@]}"; then
+        result "messages (every one was shown by a trace)" 1 0
+    else
+        result "messages (see above)" 0 1
+    fi
+}
+
 # One target after the other.
 run_lane() {
     local target
@@ -75,6 +126,14 @@ run_lane() {
         case $target in
         lint)
             run_lint
+            continue
+            ;;
+        native-fuzz)
+            run_fuzz
+            continue
+            ;;
+        native-coverage)
+            run_coverage
             continue
             ;;
         windows*)
@@ -92,18 +151,23 @@ run_lane() {
 sndx_need native || exit 1
 here=()
 under_wine=()
+lint=()
 windows_ran=yes
 for target in "${targets[@]}"; do
     case $target in
     windows*)
-        if sndx_need windows && { [ "$target" = windows ] || sndx_need clang; }; then
+        if sndx_need windows; then
             under_wine+=("$target")
         else
             windows_ran=no
         fi
         ;;
-    lint) if sndx_need lint; then here+=(lint); else result "lint: its tools are missing" 0 1; fi ;;
-    native-clang)
+    lint) if sndx_need lint; then lint=(lint); else result "lint: its tools are missing" 0 1; fi ;;
+    native-coverage)
+        sndx_need coverage || exit 1
+        here+=("$target")
+        ;;
+    native-clang | native-fuzz)
         sndx_need clang || exit 1
         here+=("$target")
         ;;
@@ -111,20 +175,31 @@ for target in "${targets[@]}"; do
     esac
 done
 
-# Tests wait a good part of their time, most of all under Wine: so that side goes on beside the other and shows what it
-# did when it is done.
+# Tests wait a good part of their time, most of all under Wine: so that side and the checks of the sources go on beside
+# the native one, and show what they did when they are done. The checks only take what the others leave.
 mkdir -p build
-if [ ${#under_wine[@]} -gt 0 ]; then
-    [ ${#here[@]} -eq 0 ] || echo "== ${under_wine[*]}: beside the rest, see build/windows-lane.log"
-    (run_lane "${under_wine[@]}") >build/windows-lane.log 2>&1 &
-    lane=$!
-fi
+# beside NAME COMMAND…
+beside() {
+    echo "== $1: beside the rest, see build/$1-lane.log"
+    ("${@:2}") >"build/$1-lane.log" 2>&1 &
+    lanes+=($!)
+    logs+=("build/$1-lane.log")
+}
+nice_lane() {
+    renice -n 10 -p "$BASHPID" >/dev/null
+    run_lane "$@"
+}
+logs=()
+[ ${#under_wine[@]} -eq 0 ] || beside windows run_lane "${under_wine[@]}"
+[ ${#lint[@]} -eq 0 ] || beside lint nice_lane lint
 [ ${#here[@]} -eq 0 ] || (run_lane "${here[@]}")
-if [ -n "$lane" ]; then
-    wait "$lane"
-    lane=
-    cat build/windows-lane.log
-fi
+for i in "${!logs[@]}"; do
+    wait "${lanes[i]}"
+    cat "${logs[i]}"
+done
+lanes=()
+
+[ ${#under_wine[@]} -eq 0 ] || [ -z "${here[*]/lint/}" ] || run_messages
 
 echo
 total_passed=0

@@ -1,4 +1,6 @@
-# The second cross compiler: Clang and lld with the headers and libraries of the first.
+# Cross compiler for what is shipped: Clang and lld, because they make debug information that Windows tools read, with
+# GCC's headers and libraries. No control-flow guard: the start-up code of the distribution (MinGW-w64 10) has neither the
+# load configuration nor the dispatch pointer that guarded calls need.
 include(${CMAKE_CURRENT_LIST_DIR}/mingw-w64.cmake)
 foreach(language C CXX)
   set(CMAKE_${language}_COMPILER_TARGET ${toolchain})

@@ -53,7 +53,11 @@ add_library(sndx_product_flags INTERFACE)
 target_compile_options(sndx_product_flags INTERFACE
   -fno-exceptions -fno-rtti -fno-threadsafe-statics -fno-sized-deallocation
   -ffunction-sections -fdata-sections)
-if(WIN32)
+if(WIN32 AND CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # For a PDB; without the compiler's command line and the folder that it ran in.
+  target_compile_options(sndx_product_flags INTERFACE
+    -g -gcodeview -gno-codeview-command-line -fdebug-compilation-dir=.)
+elseif(WIN32)
   target_compile_options(sndx_product_flags INTERFACE -g)
 elseif(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   # A unique symbol would keep the module from being unloaded.

@@ -1,4 +1,4 @@
-# Cross compiler for the shipped DLL. The posix variant is named explicitly: GoogleTest needs its
+# The second cross compiler, GCC, whose headers and libraries the first one takes. The posix variant is named explicitly: GoogleTest needs its
 # std::mutex, and the DLL itself is the same with either variant.
 set(CMAKE_SYSTEM_NAME Windows)
 set(CMAKE_SYSTEM_PROCESSOR x86_64)

@@ -114,9 +114,7 @@ std::uint64_t LGetTotalPhysicalMemory()
 {
     MEMORYSTATUSEX status = {};
     status.dwLength = sizeof(status);
-    status.ullTotalPhys = 4294967295u;
-    GlobalMemoryStatusEx(&status);
-    return status.ullTotalPhys;
+    return GlobalMemoryStatusEx(&status) ? status.ullTotalPhys : 4294967295u;
 }
 
 std::uint64_t LGetRuntimeHeapSize()

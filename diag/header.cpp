@@ -28,7 +28,10 @@ void WriteWindowsVersion()
     }
     OSVERSIONINFOW version = {};
     version.dwOSVersionInfoSize = sizeof(version);
-    GetVersionExW(&version);
+    if (!GetVersionExW(&version))
+    {
+        version = {};
+    }
     WCHAR szVersion[LSTR];
     tsnprintf(szVersion, LSTR, TEXT("%d.%d%s %s %s"), static_cast<int>(version.dwMajorVersion),
               static_cast<int>(version.dwMinorVersion), szRelease, version.szCSDVersion,

@@ -41,10 +41,20 @@ bool IsAbsurd(std::size_t uSize)
     return uSize > PTRDIFF_MAX - 4 * PageSize();
 }
 
-void Protect(void* p, std::size_t uSize, DWORD uProtection)
+bool Protect(void* p, std::size_t uSize, DWORD uProtection)
 {
     DWORD uBefore = 0;
-    VirtualProtect(p, uSize, uProtection, &uBefore);
+    return VirtualProtect(p, uSize, uProtection, &uBefore) != FALSE;
+}
+
+// A block whose guard page stays inaccessible is lost: given back, it would be the end of whoever uses the
+// runtime's heap next.
+void FreeGuarded(void* pBlock, void* pGuarded)
+{
+    if (Protect(pGuarded, PageSize(), PAGE_READWRITE))
+    {
+        _aligned_free(pBlock);
+    }
 }
 
 // Blocks lie at odd addresses: tags and stored pointers are copied, not dereferenced.
@@ -228,12 +238,10 @@ void LHeapBlockDestroy(void* p, LMemoryMode mode)
     {
     case LMemoryMode::GuardAfter:
         // From the last bytes of the user data for one page: that reaches the guard page.
-        Protect(static_cast<Bytes>(p) + pRecord->Size - 4, PageSize(), PAGE_READWRITE);
-        _aligned_free(pBlock);
+        FreeGuarded(pBlock, static_cast<Bytes>(p) + pRecord->Size - 4);
         break;
     case LMemoryMode::GuardBefore:
-        Protect(pBlock, PageSize(), PAGE_READWRITE);
-        _aligned_free(pBlock);
+        FreeGuarded(pBlock, pBlock);
         break;
     default:
         free(pBlock);

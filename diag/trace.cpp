@@ -74,23 +74,25 @@ void LDebugTraceError(const char* szPrefix, std::int64_t nValue)
 
 void LDebugTraceValue(const char* szPrefix, const char* szValue, bool bError)
 {
-    char szLine[g_uLineSize];
-    tsnprintf(szLine, g_uLineSize, "%s%s", szPrefix, OrNull(szValue));
-    LDebugWriteLine(szLine, bError);
+    szValue = OrNull(szValue);
+    if (!LDebugWriteJoined({szPrefix, szValue}, bError))
+    {
+        char szLine[g_uLineSize];
+        tsnprintf(szLine, g_uLineSize, "%s%s", szPrefix, szValue);
+        LDebugWriteLine(szLine, bError);
+    }
 }
 
 void LDebugTraceValue(const char* szPrefix, std::int32_t nValue, bool bError)
 {
-    char szLine[g_uLineSize];
-    tsnprintf(szLine, g_uLineSize, "%s%d", szPrefix, static_cast<int>(nValue));
-    LDebugWriteLine(szLine, bError);
+    LDebugTraceValue(szPrefix, std::int64_t{nValue}, bError);
 }
 
 void LDebugTraceValue(const char* szPrefix, std::int64_t nValue, bool bError)
 {
-    char szLine[g_uLineSize];
-    tsnprintf(szLine, g_uLineSize, "%s%lld", szPrefix, static_cast<long long>(nValue));
-    LDebugWriteLine(szLine, bError);
+    char szValue[24];
+    tsnprintf(szValue, sizeof(szValue), "%lld", static_cast<long long>(nValue));
+    LDebugTraceValue(szPrefix, szValue, bError);
 }
 
 void LDebugTraceValue(const char* szPrefix, const WCHAR* szValue, bool bError)
@@ -109,7 +111,11 @@ void LDebugTraceValue(const WCHAR* szPrefix, const WCHAR* szValue, bool bError)
 
 void LDebugTraceFunction(const char* szFunction, bool bError, const char* szText)
 {
-    LDebugTraceFunctionF(szFunction, bError, "%s", OrNull(szText));
+    szText = OrNull(szText);
+    if (!LDebugWriteJoined({szFunction, " ", szText}, bError))
+    {
+        LDebugTraceFunctionF(szFunction, bError, "%s", szText);
+    }
 }
 
 void LDebugTraceFunction(const char* szFunction, bool bError, const WCHAR* szText)
@@ -167,10 +173,10 @@ void LDebugTraceErrorF(const char* szFormat, ...)
 void LDebugTraceSystemError(const char* szPrefix, DWORD uError)
 {
     WCHAR* szText = nullptr;
-    FormatMessageW(
+    const DWORD uLength = FormatMessageW(
         FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM, nullptr,
         uError, MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reinterpret_cast<WCHAR*>(&szText), 0, nullptr);
-    if (szText != nullptr)
+    if (uLength != 0) // what a failed call leaves in szText is no text
     {
         LDebugTrace(szPrefix, szText);
         LocalFree(szText);

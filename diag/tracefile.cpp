@@ -9,6 +9,7 @@
 #include "diag/heap.h"
 #include "diag/leftopen.h"
 #include "diag/lifetime.h"
+#include "diag/traceturn.h"
 #include "gen/debug.h"
 #include "gen/stringtools.h"
 #include "win32/file.h"
@@ -24,18 +25,33 @@ constinit std::atomic<std::uint32_t> g_uClockBase{0}; // tick count of local mid
 constinit std::atomic<std::uint32_t> g_uLines{0};
 constinit std::atomic<bool> g_bTerminated{false};
 
-// One line is one open, write and close, without a lock: the file's share mode is the one exclusion that
-// holds for threads and processes alike (contract.md T10, O3). Other writers are waited for, up to the
-// time-out; false when the file cannot be opened.
-bool AppendWithin(const WCHAR* szPath, const char* szLine, std::uint32_t uTimeoutMs)
+// One attempt at one line: an open, a write and a close, without a lock: the file's share mode is the one
+// exclusion that holds for threads and processes alike (contract.md T10, O3). False when the file cannot be
+// opened; the last error tells why.
+bool AppendOnce(const WCHAR* szPath, const char* szLine, std::size_t uLength)
 {
-    LWriteFileRef file(szPath, uTimeoutMs);
+    constexpr std::uint32_t uTryOnce = 0;
+    LWriteFileRef file(szPath, uTryOnce);
     if (!file.IsOpen())
     {
         return false;
     }
-    file.Write(szLine, strlen(szLine));
+    file.Write(szLine, uLength);
     return true;
+}
+
+// Other writers are waited for: those of this process before each attempt, those of others between them, up
+// to the time-out.
+void AppendWithin(const WCHAR* szPath, const char* szLine, std::size_t uLength, std::uint32_t uTimeoutMs)
+{
+    const auto appendInTurn = [&]
+    {
+        const LTraceTurn turn;
+        return AppendOnce(szPath, szLine, uLength);
+    };
+    for (LSharingRetry retry(uTimeoutMs); !appendInTurn() && retry.Wait();)
+    {
+    }
 }
 
 // As long as a dead thread's handle is open, nobody else can write; so the last lines go through it, and the
@@ -43,14 +59,14 @@ bool AppendWithin(const WCHAR* szPath, const char* szLine, std::uint32_t uTimeou
 // the file's descriptor was handed over, and then the process ends at once when another handle is used.)
 // Otherwise another process is writing, or the dead thread's handle was not found; all lines together wait
 // for that a quarter of a second, because the user waits for the end of the process (contract.md D12, O32).
-void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine)
+void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine, std::size_t uLength)
 {
     static constinit HANDLE hLeftOpen = nullptr;
     static constinit bool bLooked = false;
     static constinit std::uint32_t uWaitLeftMs = 250;
     if (hLeftOpen == nullptr)
     {
-        if (AppendWithin(szPath, szLine, 0))
+        if (AppendOnce(szPath, szLine, uLength))
         {
             return;
         }
@@ -61,18 +77,22 @@ void AppendAtProcessEnd(const WCHAR* szPath, const char* szLine)
     {
         const LARGE_INTEGER nNowhere = {};
         DWORD uWritten = 0;
-        SetFilePointerEx(hLeftOpen, nNowhere, nullptr, FILE_END);
-        WriteFile(hLeftOpen, szLine, static_cast<DWORD>(strlen(szLine)), &uWritten, nullptr);
+        if (SetFilePointerEx(hLeftOpen, nNowhere, nullptr, FILE_END))
+        {
+            WriteFile(hLeftOpen, szLine, static_cast<DWORD>(uLength), &uWritten, nullptr);
+        }
         return;
     }
     const std::uint32_t uBefore = GetTickCount();
-    AppendWithin(szPath, szLine, uWaitLeftMs);
+    for (LSharingRetry retry(uWaitLeftMs); !AppendOnce(szPath, szLine, uLength) && retry.Wait();)
+    {
+    }
     const std::uint32_t uWaited = GetTickCount() - uBefore;
     uWaitLeftMs -= uWaited < uWaitLeftMs ? uWaited : uWaitLeftMs;
 }
 
 // A line that cannot be written is lost, which nothing could report.
-void AppendToFile(const char* szLine)
+void AppendToFile(const char* szLine, std::size_t uLength)
 {
     const WCHAR* szPath = LDebugGetFilePath();
     if (szPath[0] == 0)
@@ -81,46 +101,108 @@ void AppendToFile(const char* szLine)
     }
     if (LDebugProcessEnd::HasBegun())
     {
-        AppendAtProcessEnd(szPath, szLine);
+        AppendAtProcessEnd(szPath, szLine, uLength);
     }
     else
     {
-        AppendWithin(szPath, szLine, 3000); // contract.md D6
+        AppendWithin(szPath, szLine, uLength, 3000); // contract.md D6
     }
+}
+
+// A line's places: contract.md T3 to T7.
+constexpr std::size_t g_uStampSize = 20;
+
+char* PutNumber(char* sz, std::uint32_t uNumber, std::uint32_t uDigits)
+{
+    for (std::uint32_t i = uDigits; i-- > 0; uNumber /= 10)
+    {
+        sz[i] = static_cast<char>('0' + uNumber % 10);
+    }
+    return sz + uDigits;
+}
+
+char* PutTwo(char* sz, char c)
+{
+    sz[0] = c;
+    sz[1] = c;
+    return sz + 2;
+}
+
+// Time, thread and the marks of an ordinary or an error line.
+void PutStamp(char* sz, bool bError)
+{
+    const char cMark = bError ? '*' : ' ';
+    const std::uint32_t t = GetTickCount() - g_uClockBase.load(std::memory_order_relaxed);
+    sz = PutNumber(sz, t / 3600000 % 24, 2);
+    *sz = ':';
+    sz = PutNumber(sz + 1, t / 60000 % 60, 2);
+    *sz = ':';
+    sz = PutNumber(sz + 1, t / 1000 % 60, 2);
+    *sz = '.';
+    sz = PutTwo(PutNumber(sz + 1, t % 1000, 3), cMark);
+    PutTwo(PutNumber(sz, GetCurrentThreadId() % 10000, 4), cMark);
+}
+
+// szLine is a whole line with its CR LF.
+void WriteWhole(const char* szLine, std::size_t uLength)
+{
+    AppendToFile(szLine, uLength);
+    OutputDebugStringA(szLine);
+    g_uLines.fetch_add(1, std::memory_order_relaxed);
 }
 
 // A line that was cut still ends in CR LF, in front of the character that the cut or the line end splits, so
 // that the next line starts on its own.
-void EndLine(char* szLine)
+std::size_t EndLine(char* szLine)
 {
     std::size_t uLength = strlen(szLine);
     if (uLength < 2 || strcmp(szLine + uLength - 2, "\r\n") != 0)
     {
         uLength = LCutPosition(szLine, uLength > LTRACELINESIZE - 3 ? LTRACELINESIZE - 3 : uLength);
         memcpy(szLine + uLength, "\r\n", 3);
+        uLength += 2;
     }
+    return uLength;
 }
 } // namespace
 
-void LDebugWriteLine(const char* szText, bool bError)
+bool LDebugWriteJoined(std::initializer_list<const char*> parts, bool bError)
 {
     if (g_bTerminated.load(std::memory_order_acquire))
     {
+        return true;
+    }
+    char szLine[LTRACELINESIZE];
+    std::size_t uLength = g_uStampSize;
+    for (const char* szPart : parts)
+    {
+        const std::size_t uPart = szPart == nullptr ? LTRACELINESIZE : strlen(szPart);
+        if (uPart > LTRACELINESIZE - 3 - uLength) // CR LF and the terminator
+        {
+            return false;
+        }
+        memcpy(szLine + uLength, szPart, uPart + 1);
+        uLength += uPart;
+    }
+    PutStamp(szLine, bError);
+    memcpy(szLine + uLength, "\r\n", 3);
+    WriteWhole(szLine, uLength + 2);
+    return true;
+}
+
+void LDebugWriteLine(const char* szText, bool bError)
+{
+    szText = szText == nullptr ? "!!! NULL !!!" : szText;
+    if (LDebugWriteJoined({szText}, bError))
+    {
         return;
     }
-    szText = szText == nullptr ? "!!! NULL !!!" : szText;
-    const std::uint32_t t = GetTickCount() - g_uClockBase.load(std::memory_order_relaxed);
-    char szThread[16];
-    tsnprintf(szThread, sizeof(szThread), "%.4d", static_cast<int>(GetCurrentThreadId() % 10000));
-    char szLine[LTRACELINESIZE]; // the line's places: contract.md T3 to T7
-    tsnprintf(szLine, LTRACELINESIZE,
-              bError ? "%.2d:%.2d:%.2d.%.3d**%s%s**%s\r\n" : "%.2d:%.2d:%.2d.%.3d  %s%s  %s\r\n",
-              static_cast<int>(t / 3600000 % 24), static_cast<int>(t / 60000 % 60),
-              static_cast<int>(t / 1000 % 60), static_cast<int>(t % 1000), "", szThread, szText);
-    EndLine(szLine);
-    AppendToFile(szLine);
-    OutputDebugStringA(szLine);
-    g_uLines.fetch_add(1, std::memory_order_relaxed);
+    // Too long: the formatter cuts it and says so, in lines in front of it.
+    char szStamp[g_uStampSize + 1] = {};
+    PutStamp(szStamp, bError);
+    char szLine[LTRACELINESIZE];
+    tsnprintf(szLine, LTRACELINESIZE, "%s%s\r\n", szStamp, szText);
+    WriteWhole(szLine, EndLine(szLine));
 }
 
 std::uint32_t LDebugGetTraceLineNumber()

@@ -67,40 +67,30 @@ bool FileBelongsToFolder(const WCHAR* szFolder, const WCHAR* szFile)
 {
     LDebugTrace("FileBelongsToFolder: ", szFile);
     LDebugTrace("Folder: ", szFolder);
-    WCHAR szParent[LSTR];
-    if (szFolder == nullptr || szFile == nullptr || tstrlen(szFolder) >= LSTR)
+    std::size_t uFolder = szFolder == nullptr ? LSTR : tstrlen(szFolder);
+    if (uFolder >= LSTR || szFile == nullptr)
     {
         return false;
     }
-    if (tstrlen(szFile) >= LSTR)
+    const std::size_t uFile = tstrlen(szFile);
+    if (uFile >= LSTR)
     {
+        WCHAR szParent[LSTR];
         LFile::GetFolderFromPath(szParent, szFile); // reports more than LSTR characters (contract.md L2)
         return false;
     }
-    WCHAR szF[LSTR];
-    WCHAR szP[LSTR];
-    tstrcpy(szF, szFolder);
-    tstrcpy(szP, szFile);
     // One separator at the end is taken off, no second one (contract.md O9).
-    const std::size_t uLength = tstrlen(szF);
-    if (uLength > 0 && (szF[uLength - 1] == TEXT('/') || szF[uLength - 1] == TEXT('\\')))
+    if (uFolder > 0 && LFile::IsSeparator(szFolder[uFolder - 1]))
     {
-        szF[uLength - 1] = 0;
+        --uFolder;
     }
-    for (;;)
-    {
-        LFile::GetFolderFromPath(szParent, szP);
-        if (tstricmp(szParent, szF) == 0)
-        {
-            return true;
-        }
-        // The parent of "/" is "/": a path that has become its own parent has no further ancestors.
-        if (szParent[0] == 0 || (szParent[0] == szP[0] && szParent[1] == 0 && szP[1] == 0))
-        {
-            return false;
-        }
-        tstrcpy(szP, szParent);
-    }
+    // The file's ancestors are what stands in front of its separators; the last one is "/" for a file that
+    // begins so, nothing for any other. Of the folder's length there is one at most.
+    const bool bRooted = szFile[0] == TEXT('/');
+    const bool bAncestor =
+        uFolder == 0 ? !bRooted
+                     : (uFolder < uFile && LFile::IsSeparator(szFile[uFolder])) || (uFolder == 1 && bRooted);
+    return bAncestor && tstrnicmp(szFile, szFolder, uFolder) == 0;
 }
 
 void StateChanged()

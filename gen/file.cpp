@@ -3,14 +3,6 @@
 #include "gen/debug.h"
 #include "gen/stringtools.h"
 
-namespace
-{
-bool IsSeparator(WCHAR c)
-{
-    return c == TEXT('/') || c == TEXT('\\');
-}
-} // namespace
-
 WCHAR* LFile::GetFolderFromPath(WCHAR* szFolder, const WCHAR* szPath)
 {
     return _GetFolderFromPath(szFolder, szPath);

@@ -8,6 +8,8 @@
 class LFile
 {
   public:
+    static bool IsSeparator(WCHAR c) { return c == TEXT('/') || c == TEXT('\\'); }
+
     // The path without its last element and the separator before it; "/" for an element directly below "/";
     // empty without a separator. At most 260 characters are looked at; a longer path is reported.
     static WCHAR* GetFolderFromPath(WCHAR* szFolder, const WCHAR* szPath);
@@ -29,8 +31,8 @@ class LFile
     static WCHAR* GetAppDataFolder(WCHAR* szFolder);
 
     // Opens or creates with normal attributes. Only a sharing violation is waited for: the waits double from
-    // 1/128 of the time-out and stay below it in sum; 0 tries once. INVALID_HANDLE_VALUE on failure. The
-    // caller owns the handle (LFileRef).
+    // 1/128 of the time-out and stay below it in sum; 0 tries once. INVALID_HANDLE_VALUE on failure, and for
+    // what is no file on a disk. The caller owns the handle (LFileRef).
     static HANDLE OpenWithRetry(const WCHAR* szPath, DWORD uAccess, DWORD uShareMode, DWORD uCreation,
                                 std::uint32_t uTimeoutMs);
     // Existing files only, shared with other readers.

@@ -100,24 +100,30 @@ std::size_t tstrlcpy(char* dst, const char* src, std::size_t size)
 
 std::int32_t tstricmp(const WCHAR* a, const WCHAR* b)
 {
+    return tstrnicmp(a, b, std::numeric_limits<std::size_t>::max());
+}
+
+std::int32_t tstrnicmp(const WCHAR* a, const WCHAR* b, std::size_t count)
+{
     static const WCHAR szEmpty[] = {0};
     LDEBUGVALIDPTRREAD(a);
     LDEBUGVALIDPTRREAD(b);
     a = a == nullptr ? szEmpty : a;
     b = b == nullptr ? szEmpty : b;
-    for (;; ++a, ++b)
+    for (std::size_t i = 0; i < count; ++i)
     {
-        const std::uint32_t uA = FoldUnit(*a);
-        const std::uint32_t uB = FoldUnit(*b);
+        const std::uint32_t uA = FoldUnit(a[i]);
+        const std::uint32_t uB = FoldUnit(b[i]);
         if (uA != uB)
         {
             return uA < uB ? -1 : 1;
         }
         if (uA == 0)
         {
-            return 0;
+            break;
         }
     }
+    return 0;
 }
 
 std::int32_t ttoi(const WCHAR* sz)
@@ -200,17 +206,17 @@ bool FormatCut(TChar* buf, std::size_t count, const TChar* format, va_list args)
 {
     va_list again;
     va_copy(again, args);
-    const int nWritten = Format(buf, count, format, args);
-    const bool bFits = nWritten >= 0 && static_cast<std::size_t>(nWritten) < count;
+    int nWritten = Format(buf, count, format, args);
     if (nWritten < 0)
     {
         // Too long, or a conversion that failed in the runtime, which then writes no terminator: nobody may
         // see stale memory behind it. So once more, into a cleared buffer; clearing first would cost every
         // text.
         memset(buf, 0, count * sizeof(TChar));
-        Format(buf, count, format, again);
+        nWritten = Format(buf, count, format, again);
     }
     va_end(again);
+    const bool bFits = nWritten >= 0 && static_cast<std::size_t>(nWritten) < count;
     if (!bFits)
     {
         buf[LCutPosition(buf, count - 1)] = 0;

@@ -21,6 +21,8 @@ std::size_t tstrlcpy(char* dst, const char* src, std::size_t size);
 
 // Compares unit by unit; only A to Z are folded (contract.md O7). Negative, 0 or positive.
 std::int32_t tstricmp(const WCHAR* a, const WCHAR* b);
+// The same of the first count units at most.
+std::int32_t tstrnicmp(const WCHAR* a, const WCHAR* b, std::size_t count);
 
 // Decimal text: white space, one sign, digits up to the first other character; clamped to 32 bits, no
 // digits give 0. The second form gives nDefault for the empty string.

@@ -6,7 +6,8 @@
 takes the identifiers of the classes from CONTRACT, tools/contract.h, and writes into the folder
     register.reg      enters the classes, with DLL-PATH (a Windows path) as the module
     unregister.reg    removes what register.reg enters, and nothing else
-    registration.nsh  the same as macros for the installer, with $INSTDIR\\sndxdll.dll as the module
+    registration.nsh  the same as macros for the setup program, with $INSTDIR\\sndxdll.dll as the module
+    registration.wxi  the same for the MSI package, with [INSTALLDIR]sndxdll.dll as the module
 """
 import pathlib
 import re
@@ -93,6 +94,17 @@ def installer(keys):
     yield "!macroend"
 
 
+def package(keys):
+    yield "<Include>"
+    for key in keys:
+        root, path = key.path.split("\\", 1)
+        for name, text in key.values:
+            attribute = f' Name="{name}"' if name else ""
+            text = text.replace("@DLL@", "[INSTALLDIR]sndxdll.dll")
+            yield f'  <RegistryValue Root="{ROOTS[root]}" Key="{path}"{attribute} Type="string" Value="{text}"/>'
+    yield "</Include>"
+
+
 def main():
     if len(sys.argv) != 5:
         raise SystemExit(__doc__)
@@ -104,6 +116,7 @@ def main():
         text = HEADER + "\n" + "\n".join(lines) + "\n"
         (folder / name).write_bytes(text.replace("\n", "\r\n").encode("utf-16"))
     (folder / "registration.nsh").write_text("\n".join(installer(keys)) + "\n", encoding="ascii")
+    (folder / "registration.wxi").write_text("\n".join(package(keys)) + "\n", encoding="ascii")
 
 
 main()

@@ -1,5 +1,5 @@
 ; The installer of the shell extension for all users of a machine. Built with
-;     makensis -DVERSION=3.0 -DDLL=… -DREGISTRATION=… -DREADME=… -DDOCTOR=… -DOUTPUT=… setup.nsi
+;     makensis -DVERSION=3.0 -DFILES=FOLDER -DREGISTRATION=… -DOUTPUT=… [-DSIGN=COMMAND] setup.nsi
 ; Silent with /S, into another folder with /D=… as the last argument. The uninstaller takes /S too, and /KEEPTRACES.
 ; Exit code 0: done. 3010, as deployment tools know it: done, but a program still holds the module that was there
 ; before; its file goes at the next start of the system. 2: nothing was changed; the text says why.
@@ -8,6 +8,10 @@ Unicode true
 Target amd64-unicode ; as Explorer and the module are: no view of the registry but the native one
 ManifestDPIAware true
 SetCompressor /SOLID lzma
+SetDateSave off ; the same files make the same setup program, whenever they were written
+!ifdef SIGN
+  !uninstfinalize `${SIGN} "%1"` = 0
+!endif
 RequestExecutionLevel admin
 
 !include MUI2.nsh
@@ -96,9 +100,9 @@ Section
   SetOutPath "$INSTDIR"
   ; All that can fail for lack of space or rights comes before the old module is touched; a file that cannot be
   ; written ends a silent run with exit code 2.
-  File "/oname=sndxdll.dll.new" "${DLL}"
-  File "/oname=install.md" "${README}"
-  File "/oname=sndxdoctor.exe" "${DOCTOR}"
+  File "/oname=sndxdll.dll.new" "${FILES}/sndxdll.dll"
+  File "${FILES}/install.md"
+  File "${FILES}/sndxdoctor.exe"
   WriteUninstaller "$INSTDIR\uninstall.exe"
   Call MoveAside
   Rename "$INSTDIR\sndxdll.dll.new" "$INSTDIR\sndxdll.dll"

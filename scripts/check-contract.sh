@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # What tools and tests hold for agreed with the product (tools/contract.h), compared with the product itself and with
 # the copies that scripts have. The registration is made from the header; nothing else there may name a class.
+# Tests that the documents name exist, and each row of docs/waits.md names one or says "held" (which two tests are).
 set -u
 cd "$(dirname "$0")/.." || exit 1
 failed=0
@@ -33,4 +34,18 @@ has "$(agreed companyKey)\\" <(echo "$key") || fault "productKey is not below co
 for script in demo.sh scripts/screenshots.sh tests/install/package_test.py; do
     has "Software\\Wow6432Node\\${key#Software\\}" $script || fault "$script writes other settings than productKey"
 done
+
+fault_in() { echo "$1: ${*:2}"; failed=1; }
+tests=$(git ls-files -z 'tests/*.cpp' | xargs -0 cat | tr -s '\n ' ' ')
+for document in contract waits reliability architecture; do
+    for test in $(grep -oE "\`[A-Z][A-Za-z]+\.[A-Z][A-Za-z0-9]+\`" docs/$document.md | tr -d '`' | sort -u); do
+        grep -qE "TEST(_F|_P)?\(${test%.*}, ${test#*.}\)" <<<"$tests" ||
+            fault_in docs/$document.md "there is no test $test"
+    done
+done
+while read -r row; do
+    forced=${row% |}
+    grep -qE "\`[A-Z][A-Za-z]+\.[A-Z…]|\bheld\b" <<<"${forced##*| }" ||
+        fault_in docs/waits.md "no test forces the row ${row:0:60}…"
+done < <(sed -n '/^| call/,/^$/p' docs/waits.md | grep -vE '^(\| call|\|---|$)')
 exit $failed

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs what a build needs and the machine lacks. Source it and call
 #     sndx_need native            compiler, CMake, GoogleTest, CLI11, nlohmann-json, Python (for the checks)
-#     sndx_need windows           cross compiler, Wine and the maker of installers
-#     sndx_need clang             the second compiler of both targets, with its linker
+#     sndx_need windows           cross compilers, their headers and libraries, Wine and the makers of installers
+#     sndx_need clang             the second native compiler, with libFuzzer
+#     sndx_need coverage          what counts the executed lines
 #     sndx_need lint              what scripts/lint.sh runs
 #     sndx_need screenshots       a display in memory, the fonts of captions and menus, Pillow
 # Returns 1, after saying the one command to run, when something is missing and cannot be installed.
@@ -22,14 +23,23 @@ sndx_missing() {
         ;;
     windows)
         command -v x86_64-w64-mingw32-g++-posix >/dev/null || missing+=(g++-mingw-w64-x86-64-posix)
+        command -v clang++-19 >/dev/null || missing+=(clang-19)
+        command -v ld.lld-19 >/dev/null || missing+=(lld-19)
+        command -v llvm-symbolizer-19 >/dev/null || missing+=(llvm-19)
         { [ -x /usr/lib/wine/wine64 ] || command -v wine >/dev/null; } || missing+=(wine wine64)
         command -v makensis >/dev/null || missing+=(nsis)
+        { command -v wixl && command -v msiinfo; } >/dev/null || missing+=(wixl msitools)
+        command -v faketime >/dev/null || missing+=(faketime)
+        command -v osslsigncode >/dev/null || missing+=(osslsigncode)
+        command -v openssl >/dev/null || missing+=(openssl)
         ;;
     clang)
         command -v clang++-19 >/dev/null || missing+=(clang-19)
-        command -v ld.lld-19 >/dev/null || missing+=(lld-19)
         command -v llvm-ar-19 >/dev/null || missing+=(llvm-19)
+        compgen -G '/usr/lib/llvm-19/lib/clang/19/lib/linux/libclang_rt.fuzzer-*.a' >/dev/null ||
+            missing+=(libclang-rt-19-dev)
         ;;
+    coverage) command -v gcovr >/dev/null || missing+=(gcovr) ;;
     lint)
         command -v clang-format >/dev/null || missing+=(clang-format)
         command -v clang-tidy >/dev/null || missing+=(clang-tidy)

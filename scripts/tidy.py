@@ -15,7 +15,8 @@ import subprocess
 import sys
 
 TOP = pathlib.Path(__file__).resolve().parents[1]
-GCC_ONLY = {"-fno-gnu-unique", "-Wno-restrict", "-Wno-subobject-linkage"}
+# Of GCC, or of a newer Clang.
+UNKNOWN = {"-fno-gnu-unique", "-Wno-restrict", "-Wno-subobject-linkage", "-fno-file-reproducible"}
 INCLUDED = re.compile(r'^#include "(.*)"$', re.MULTILINE)
 
 
@@ -35,7 +36,7 @@ def commands(preset):
         for word in shlex.split(entry["command"]):
             response = pathlib.Path(entry["directory"], word[1:])
             told += shlex.split(response.read_text()) if word.startswith("@") else [word]
-        yield sources, entry["directory"], [word for word in told[1:told.index("-o")] if word not in GCC_ONLY]
+        yield sources, entry["directory"], [word for word in told[1:told.index("-o")] if word not in UNKNOWN]
 
 
 def run(number, sources, folder, arguments):

@@ -41,7 +41,7 @@ sndx_end_server() {
     sndx_wineserver -k 2>/dev/null
     # Wait until the server is gone; it writes its files at the end and would bring the folder back.
     timeout 20 bash -c "$(declare -f sndx_wineserver); SENDORA_WINEPREFIX='$SENDORA_WINEPREFIX' sndx_wineserver -w" 2>/dev/null
-    rm -rf "$SENDORA_WINEPREFIX" "$SENDORA_WINEPREFIX.lock" "$SENDORA_WINEPREFIX.taken"
+    rm -rf "$SENDORA_WINEPREFIX" "$SENDORA_WINEPREFIX".{lock,taken,stderr}
 }
 
 sndx_each_prefix() { # sndx_each_prefix COMMAND…: with each of the prefixes as the current one

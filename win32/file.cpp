@@ -4,30 +4,23 @@
 
 #include "gen/debug.h"
 
-namespace
+LSharingRetry::LSharingRetry(std::uint32_t uTimeoutMs)
+    : m_uTimeLeft(uTimeoutMs), m_uWait((m_uTimeLeft + 127) / 128)
 {
-// Repeats an operation that a sharing violation defeats. The operation returns true when it is done; its
-// last error tells why not. With a time-out of 1000 ms the waits are 8, 16, 32, 64, 128 and 256 ms
-// (contract.md D5).
-template <class Operation>
-bool RetryOnSharingViolation(std::uint32_t uTimeoutMs, Operation operation)
+}
+
+bool LSharingRetry::Wait()
 {
-    std::uint64_t uTimeLeft = uTimeoutMs;
-    std::uint64_t uWait = (uTimeLeft + 127) / 128;
-    while (!operation())
+    if (GetLastError() != ERROR_SHARING_VIOLATION || m_uTimeLeft <= m_uWait)
     {
-        if (GetLastError() != ERROR_SHARING_VIOLATION || uTimeLeft <= uWait)
-        {
-            return false;
-        }
-        // Bounded: the sum of all waits stays below the time-out.
-        Sleep(static_cast<DWORD>(uWait));
-        uTimeLeft -= uWait;
-        uWait *= 2;
+        return false;
     }
+    // Bounded: the sum of all waits stays below the time-out.
+    Sleep(static_cast<DWORD>(m_uWait));
+    m_uTimeLeft -= m_uWait;
+    m_uWait *= 2;
     return true;
 }
-} // namespace
 
 bool LFile::IsFolder(const WCHAR* szPath)
 {
@@ -37,22 +30,28 @@ bool LFile::IsFolder(const WCHAR* szPath)
 
 WCHAR* LFile::GetAppDataFolder(WCHAR* szFolder)
 {
-    szFolder[0] = 0;
-    SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, szFolder);
+    if (FAILED(SHGetFolderPathW(nullptr, CSIDL_APPDATA, nullptr, SHGFP_TYPE_CURRENT, szFolder)))
+    {
+        szFolder[0] = 0;
+    }
     return szFolder;
 }
 
 HANDLE LFile::OpenWithRetry(const WCHAR* szPath, DWORD uAccess, DWORD uShareMode, DWORD uCreation,
                             std::uint32_t uTimeoutMs)
 {
+    LSharingRetry retry(uTimeoutMs);
     HANDLE hFile = INVALID_HANDLE_VALUE;
-    RetryOnSharingViolation(uTimeoutMs,
-                            [&]
-                            {
-                                hFile = CreateFileW(szPath, uAccess, uShareMode, nullptr, uCreation,
-                                                    FILE_ATTRIBUTE_NORMAL, nullptr);
-                                return hFile != INVALID_HANDLE_VALUE;
-                            });
+    do
+    {
+        hFile = CreateFileW(szPath, uAccess, uShareMode, nullptr, uCreation, FILE_ATTRIBUTE_NORMAL, nullptr);
+    } while (hFile == INVALID_HANDLE_VALUE && retry.Wait());
+    // A link may lead to a pipe or a device, which could keep its readers and writers for ever.
+    if (hFile != INVALID_HANDLE_VALUE && GetFileType(hFile) != FILE_TYPE_DISK)
+    {
+        CloseHandle(hFile);
+        hFile = INVALID_HANDLE_VALUE;
+    }
     return hFile;
 }
 
@@ -65,17 +64,27 @@ HANDLE LFile::OpenForAppend(const WCHAR* szPath, std::uint32_t uTimeoutMs)
 {
     const HANDLE hFile =
         OpenWithRetry(szPath, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_ALWAYS, uTimeoutMs);
-    if (hFile != INVALID_HANDLE_VALUE)
+    const LARGE_INTEGER nNowhere = {};
+    if (hFile != INVALID_HANDLE_VALUE && !SetFilePointerEx(hFile, nNowhere, nullptr, FILE_END))
     {
-        const LARGE_INTEGER nNowhere = {};
-        SetFilePointerEx(hFile, nNowhere, nullptr, FILE_END);
+        // What was written now would stand over the beginning of the file.
+        CloseHandle(hFile);
+        return INVALID_HANDLE_VALUE;
     }
     return hFile;
 }
 
 bool LFile::DeleteWithRetry(const WCHAR* szPath, std::uint32_t uTimeoutMs)
 {
-    return RetryOnSharingViolation(uTimeoutMs, [szPath] { return DeleteFileW(szPath) != FALSE; });
+    LSharingRetry retry(uTimeoutMs);
+    for (;;)
+    {
+        const bool bDeleted = DeleteFileW(szPath) != FALSE;
+        if (bDeleted || !retry.Wait())
+        {
+            return bDeleted;
+        }
+    }
 }
 
 bool LFile::Move(const WCHAR* szFrom, const WCHAR* szTo)
@@ -99,8 +108,7 @@ std::uint32_t LFileRef::_Read(void* Buffer, std::size_t BufferSize)
         LDebugAssertFailed("LFileRef::_Read", "BufferSize <= UINT32_MAX", __FILE__, __LINE__);
     }
     DWORD uRead = 0;
-    ReadFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uRead, nullptr);
-    return uRead;
+    return ReadFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uRead, nullptr) ? uRead : 0;
 }
 
 std::uint32_t LFileRef::_Write(const void* Buffer, std::size_t BufferSize)
@@ -110,8 +118,7 @@ std::uint32_t LFileRef::_Write(const void* Buffer, std::size_t BufferSize)
         LDebugAssertFailed("LFileRef::_Write", "BufferSize <= UINT32_MAX", __FILE__, __LINE__);
     }
     DWORD uWritten = 0;
-    WriteFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uWritten, nullptr);
-    return uWritten;
+    return WriteFile(hFile, Buffer, static_cast<DWORD>(BufferSize), &uWritten, nullptr) ? uWritten : 0;
 }
 
 bool LBufferedReadFileRef::FillBuffer()

@@ -1,9 +1,25 @@
 #pragma once
-// Owners of a file handle. A file that could not be opened leaves an object that is not open; reading and
-// writing it gives 0 bytes. One thread at a time.
+// Owners of a file handle, and the waits for a file that others hold. A file that could not be opened leaves
+// an object that is not open; reading and writing it gives 0 bytes. One thread at a time.
 
 #include "gen/file.h"
 #include "gen/types.h"
+
+// The waits between the attempts of an operation that a sharing violation defeats: with a time-out of 1000 ms
+// 8, 16, 32, 64, 128 and 256 ms, with 0 none (contract.md D5).
+class LSharingRetry
+{
+  public:
+    explicit LSharingRetry(std::uint32_t uTimeoutMs);
+
+    // Right behind a failed attempt, whose last error tells why. True, after the wait, when it is to be tried
+    // again; false at once when it failed for another reason or the time is used up.
+    bool Wait();
+
+  private:
+    std::uint64_t m_uTimeLeft;
+    std::uint64_t m_uWait;
+};
 
 class LFileRef
 {

@@ -91,7 +91,10 @@ LWaitResult LNamedPipe::ProcessSendBytes(LSignalWaiter& waiter, LNamedPipe& pipe
         return LWaitResult::TimedOut;
     }
     const LWaitResult result = waiter.WaitSignal(pipe.m_Event.Get(), uTimeoutMs);
-    if (result != LWaitResult::Signalled)
+    // A waiter says "signalled" of a wait that failed, too: whether the write has ended is in the record.
+    if (result != LWaitResult::Signalled ||
+        (!GetOverlappedResult(pipe.m_hPipe, &pipe.m_Overlapped, &uWritten, FALSE) &&
+         GetLastError() == ERROR_IO_INCOMPLETE))
     {
         CancelIo(pipe.m_hPipe);
         // Waits for the cancelled write to end, which the system does at once. Until then it may still fill

@@ -42,6 +42,16 @@ void LIPCSharedMemoryBuffer::_Create(const WCHAR* szName, std::uint64_t uSize, b
     else
     {
         m_pView = MapViewOfFile(m_Mapping.Get(), FILE_MAP_ALL_ACCESS, 0, 0, static_cast<SIZE_T>(uSize));
+        // Whoever came first chose the kind of the block. One whose memory is only reserved, or that shows a
+        // program's file, can be mapped, but touching it would end the host.
+        MEMORY_BASIC_INFORMATION memory = {};
+        if (m_pView != nullptr && VirtualQuery(m_pView, &memory, sizeof(memory)) != 0 &&
+            (memory.State != MEM_COMMIT || (memory.Protect & PAGE_READWRITE) == 0 ||
+             memory.RegionSize < uSize))
+        {
+            UnmapViewOfFile(m_pView);
+            m_pView = nullptr;
+        }
     }
     guard.Unlock();
     m_uSize = uSize;

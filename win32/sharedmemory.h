@@ -14,8 +14,10 @@ class LIPCSharedMemoryBuffer
     LIPCSharedMemoryBuffer(const LIPCSharedMemoryBuffer&) = delete;
     LIPCSharedMemoryBuffer& operator=(const LIPCSharedMemoryBuffer&) = delete;
 
-    // Creates or opens the block and maps it; a new block is zero-filled. With bFailIfExists an existing
-    // block is left alone and this object is not valid. A global block is open to every authenticated user.
+    // Creates or opens the block and maps it; a new block is zero-filled. One that another program has made
+    // of memory that cannot be read and written is not mapped, and this object not valid. With bFailIfExists
+    // an existing block is left alone and this object is not valid. A global block is open to every
+    // authenticated user.
     void _Create(const WCHAR* szName, std::uint64_t uSize, bool bFailIfExists, bool bGlobal);
     bool IsValid() const { return m_Mapping.IsOpen() && m_pView != nullptr; }
     void Close();

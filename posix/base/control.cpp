@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <utility>
 #include <vector>
@@ -39,6 +40,9 @@ struct Control
 
 // Number of failures asked for, so that the ordinary call need not take the lock.
 std::atomic<unsigned> pendingFailures{0};
+std::atomic<FailureChooser> failureChooser{nullptr};
+
+std::atomic<std::size_t> liveObjects{0};
 
 // The tick count a test has set, with this bit; 0 while the real one runs.
 constexpr std::uint64_t tickCountIsSet = std::uint64_t{1} << 32;
@@ -62,6 +66,37 @@ bool KeepDebugOutput(std::string_view text)
     {
         control->debugOutput.erase(0, control->debugOutput.size() - maximumDebugOutput);
     }
+    return true;
+}
+
+// Whether the call meets a request; its error then.
+bool TakeFailure(const char* function, DWORD& error)
+{
+    if (pendingFailures == 0)
+    {
+        return false;
+    }
+    const Locked<Control> control;
+    // Every request for the function counts the call; of those that are due the first one takes it.
+    auto due = control->failures.end();
+    for (auto failure = control->failures.begin(); failure != control->failures.end(); ++failure)
+    {
+        if (failure->function == function && failure->skip > 0)
+        {
+            --failure->skip;
+        }
+        else if (failure->function == function && due == control->failures.end())
+        {
+            due = failure;
+        }
+    }
+    if (due == control->failures.end())
+    {
+        return false;
+    }
+    error = due->error;
+    control->failures.erase(due);
+    --pendingFailures;
     return true;
 }
 } // namespace
@@ -128,33 +163,37 @@ unsigned PendingFailures()
     return pendingFailures;
 }
 
-bool FailNextCall(const char* function)
+void ChooseFailures(FailureChooser chooser)
 {
-    if (pendingFailures == 0)
+    failureChooser = chooser;
+}
+
+std::size_t LiveObjects()
+{
+    return liveObjects;
+}
+
+void CountLive(int difference)
+{
+    liveObjects += static_cast<std::size_t>(difference);
+}
+
+bool FailNextCall(const char* function, Outputs outputs)
+{
+    const FailureChooser chooser = failureChooser;
+    DWORD error = chooser == nullptr ? 0 : chooser(function);
+    if (error == 0 && !TakeFailure(function, error))
     {
         return false;
     }
-    const Locked<Control> control;
-    // Every request for the function counts the call; of those that are due the first one takes it.
-    auto due = control->failures.end();
-    for (auto failure = control->failures.begin(); failure != control->failures.end(); ++failure)
+    for (const Output& output : outputs)
     {
-        if (failure->function == function && failure->skip > 0)
+        if (output.size != 0)
         {
-            --failure->skip;
-        }
-        else if (failure->function == function && due == control->failures.end())
-        {
-            due = failure;
+            std::memset(output.at, 0xCC, output.size);
         }
     }
-    if (due == control->failures.end())
-    {
-        return false;
-    }
-    SetLastError(due->error);
-    control->failures.erase(due);
-    --pendingFailures;
+    SetLastError(error);
     return true;
 }
 

@@ -42,6 +42,7 @@ HANDLE InsertHandle(std::shared_ptr<KernelObject> object)
         table->free.pop_back();
         table->entries[index] = std::move(object);
     }
+    CountLive(1);
     return reinterpret_cast<HANDLE>((index + 1) * 4);
 }
 
@@ -61,17 +62,16 @@ bool RemoveHandle(HANDLE handle)
     {
         last.swap(*entry);
         table->free.push_back(static_cast<std::size_t>(entry - table->entries.data()));
+        CountLive(-1);
     }
     return entry != nullptr;
 }
 
 extern "C" BOOL WINAPI CloseHandle(HANDLE handle)
 {
-    if (FailNextCall("CloseHandle"))
-    {
-        return FALSE;
-    }
     // The pseudo handle of the current process has the same value; closing it is a successful nothing.
-    return handle == INVALID_HANDLE_VALUE || RemoveHandle(handle) || FailWith(ERROR_INVALID_HANDLE);
+    const bool closed =
+        handle == INVALID_HANDLE_VALUE || RemoveHandle(handle) || FailWith(ERROR_INVALID_HANDLE);
+    return !FailNextCall("CloseHandle") && closed;
 }
 } // namespace sndxposix

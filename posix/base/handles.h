@@ -53,9 +53,9 @@ std::shared_ptr<T> LookupHandleAs(HANDLE handle)
 }
 // The same for a call of the named function: null also when a test lets the call fail.
 template <class T>
-std::shared_ptr<T> LookupHandleFor(const char* function, HANDLE handle)
+std::shared_ptr<T> LookupHandleFor(const char* function, HANDLE handle, Outputs outputs = {})
 {
-    return FailNextCall(function) ? nullptr : LookupHandleAs<T>(handle);
+    return FailNextCall(function, outputs) ? nullptr : LookupHandleAs<T>(handle);
 }
 // Removes the entry; the object dies when the last user lets go. False for an unknown handle.
 bool RemoveHandle(HANDLE handle);

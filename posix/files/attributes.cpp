@@ -109,9 +109,8 @@ void Describe(const std::string& path, const struct stat& status, WIN32_FILE_ATT
 extern "C" BOOL WINAPI GetFileAttributesExW(LPCWSTR path, GET_FILEEX_INFO_LEVELS /*level*/,
                                             LPVOID information)
 {
-    const auto body = [&]() -> BOOL
-    { return Look(path, *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(information)); };
-    return Call("GetFileAttributesExW", FALSE, body);
+    auto* const data = static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(information);
+    return Call("GetFileAttributesExW", FALSE, [&]() -> BOOL { return Look(path, *data); }, {data});
 }
 
 extern "C" DWORD WINAPI GetFileAttributesW(LPCWSTR path)

@@ -44,6 +44,11 @@ int OpenDescriptor(const std::string& path, bool writes, DWORD disposition, bool
     const int file = open(path.c_str(), flags | O_CREAT | O_EXCL, 0666);
     if (file < 0 && errno == EEXIST && disposition != CREATE_NEW)
     {
+        struct stat status;
+        if (lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode))
+        {
+            return open(path.c_str(), flags | O_CREAT, 0666); // made where the link leads
+        }
         errno = EAGAIN;
     }
     return file;
@@ -178,7 +183,7 @@ extern "C" BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD 
     DWORD count = 0;
     DWORD& result = bytes == nullptr ? count : *bytes;
     result = 0;
-    const auto stream = LookupHandleFor<StreamObject>("ReadFile", file);
+    const auto stream = LookupHandleFor<StreamObject>("ReadFile", file, {{buffer, size}, bytes});
     return stream && stream->Read(buffer, size, &result, overlapped);
 }
 
@@ -188,7 +193,7 @@ extern "C" BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWOR
     DWORD count = 0;
     DWORD& result = bytes == nullptr ? count : *bytes;
     result = 0;
-    const auto stream = LookupHandleFor<StreamObject>("WriteFile", file);
+    const auto stream = LookupHandleFor<StreamObject>("WriteFile", file, {bytes});
     return stream && stream->Write(buffer, size, &result, overlapped);
 }
 
@@ -198,9 +203,14 @@ extern "C" BOOL WINAPI FlushFileBuffers(HANDLE file)
     return stream && stream->Flush();
 }
 
+extern "C" DWORD WINAPI GetFileType(HANDLE file)
+{
+    return LookupHandleFor<FileObject>("GetFileType", file) ? FILE_TYPE_DISK : FILE_TYPE_UNKNOWN;
+}
+
 extern "C" BOOL WINAPI GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION* information)
 {
-    const auto object = LookupHandleFor<FileObject>("GetFileInformationByHandle", file);
+    const auto object = LookupHandleFor<FileObject>("GetFileInformationByHandle", file, {information});
     struct stat status;
     if (!object || (fstat(object->Number(), &status) != 0 && !FailWithErrno()))
     {
@@ -214,7 +224,7 @@ extern "C" BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LAR
                                         DWORD method)
 {
     static constexpr int origins[] = {SEEK_SET, SEEK_CUR, SEEK_END};
-    const auto object = LookupHandleFor<FileObject>("SetFilePointerEx", file);
+    const auto object = LookupHandleFor<FileObject>("SetFilePointerEx", file, {position});
     if (!object || method > FILE_END)
     {
         return object && FailWith(ERROR_INVALID_PARAMETER);

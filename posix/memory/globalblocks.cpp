@@ -40,6 +40,7 @@ HGLOBAL Release(HGLOBAL handle)
     {
         return handle == nullptr ? nullptr : FailWith(ERROR_INVALID_HANDLE, handle);
     }
+    CountLive(-1);
     std::free(gone.mapped().data);
     std::free(gone.mapped().data == handle ? nullptr : handle);
     return nullptr;
@@ -71,6 +72,7 @@ extern "C" HGLOBAL WINAPI GlobalAlloc(UINT flags, SIZE_T size)
             return FailWith(ERROR_NOT_ENOUGH_MEMORY, nullptr);
         }
         (*Locked<Blocks>())[handle] = {data, size, 0};
+        CountLive(1);
         return handle;
     };
     return Guarded(HGLOBAL{}, body);
@@ -99,7 +101,8 @@ extern "C" BOOL WINAPI GlobalUnlock(HGLOBAL handle)
         block.locks -= block.locks == 0 ? 0 : 1;
         return block.locks != 0;
     };
-    return FailNextCall("GlobalUnlock") ? FALSE : WithBlock(handle, BOOL{FALSE}, release);
+    const BOOL locked = WithBlock(handle, BOOL{FALSE}, release);
+    return FailNextCall("GlobalUnlock") ? FALSE : locked;
 }
 
 extern "C" HGLOBAL WINAPI GlobalFree(HGLOBAL handle)
@@ -109,6 +112,7 @@ extern "C" HGLOBAL WINAPI GlobalFree(HGLOBAL handle)
 
 extern "C" HLOCAL WINAPI LocalFree(HLOCAL handle)
 {
-    return FailNextCall("LocalFree") ? handle : Release(handle);
+    const HLOCAL left = Release(handle);
+    return FailNextCall("LocalFree") ? handle : left;
 }
 } // namespace sndxposix

@@ -60,17 +60,20 @@ extern "C" LPVOID WINAPI HeapAlloc(HANDLE heap, DWORD flags, SIZE_T size)
     {
         return nullptr;
     }
-    return (flags & HEAP_ZERO_MEMORY) != 0 ? std::calloc(1, size) : std::malloc(size);
+    void* const block = (flags & HEAP_ZERO_MEMORY) != 0 ? std::calloc(1, size) : std::malloc(size);
+    CountLive(block != nullptr ? 1 : 0);
+    return block;
 }
 
 extern "C" BOOL WINAPI HeapFree(HANDLE heap, DWORD /*flags*/, LPVOID block)
 {
-    if (FailNextCall("HeapFree") || !IsHeap(heap))
+    if (!IsHeap(heap))
     {
         return FALSE;
     }
     std::free(block);
-    return TRUE;
+    CountLive(block != nullptr ? -1 : 0);
+    return !FailNextCall("HeapFree");
 }
 
 extern "C" std::intptr_t __cdecl _get_heap_handle()
@@ -92,7 +95,7 @@ extern "C" BOOL WINAPI HeapUnlock(HANDLE heap)
 extern "C" BOOL WINAPI HeapWalk(HANDLE heap, PROCESS_HEAP_ENTRY* entry)
 {
     constexpr DWORD64 mostBytes = 0x80000000u; // of one entry; its size field has 32 bits
-    if (FailNextCall("HeapWalk") || !IsHeap(heap))
+    if (FailNextCall("HeapWalk", {entry}) || !IsHeap(heap))
     {
         return FALSE;
     }

@@ -149,7 +149,7 @@ bool ToPages(const void* address, std::size_t size, std::uintptr_t& begin, std::
 
 extern "C" SIZE_T WINAPI VirtualQuery(LPCVOID address, MEMORY_BASIC_INFORMATION* information, SIZE_T size)
 {
-    if (FailNextCall("VirtualQuery"))
+    if (FailNextCall("VirtualQuery", {{information, size}}))
     {
         return 0;
     }
@@ -166,7 +166,7 @@ extern "C" SIZE_T WINAPI VirtualQuery(LPCVOID address, MEMORY_BASIC_INFORMATION*
 
 extern "C" BOOL WINAPI VirtualProtect(LPVOID address, SIZE_T size, DWORD protection, PDWORD oldProtection)
 {
-    if (FailNextCall("VirtualProtect"))
+    if (FailNextCall("VirtualProtect", {oldProtection}))
     {
         return FALSE;
     }
@@ -214,6 +214,7 @@ extern "C" LPVOID WINAPI VirtualAlloc(LPVOID address, SIZE_T size, DWORD type, D
             return FailWith(ERROR_NOT_ENOUGH_MEMORY, nullptr);
         }
         (*Locked<Reservations>())[block] = length;
+        CountLive(1);
         return block;
     };
     return Call("VirtualAlloc", LPVOID{}, body);
@@ -221,12 +222,9 @@ extern "C" LPVOID WINAPI VirtualAlloc(LPVOID address, SIZE_T size, DWORD type, D
 
 extern "C" BOOL WINAPI VirtualFree(LPVOID address, SIZE_T size, DWORD type)
 {
-    if (FailNextCall("VirtualFree"))
-    {
-        return FALSE;
-    }
     const bool isWhole = size == 0 && type == MEM_RELEASE;
     const auto found = isWhole ? Locked<Reservations>()->extract(address) : Reservations::node_type();
+    CountLive(found.empty() ? 0 : -1);
     return !found.empty() ? munmap(address, found.mapped()) == 0 : FailWith(ERROR_INVALID_PARAMETER);
 }
 } // namespace sndxposix

@@ -40,6 +40,7 @@ struct MenuTable
         {
             return FailWith(ERROR_INVALID_MENU_HANDLE);
         }
+        CountLive(-1);
         for (const MenuItem& item : gone.mapped())
         {
             Destroy(item.popup);
@@ -68,6 +69,7 @@ extern "C" HMENU WINAPI CreatePopupMenu()
         // Values are not used twice, so that a destroyed menu stays invalid.
         const HMENU handle = reinterpret_cast<HMENU>(0x10001 + 2 * table->next++);
         table->menus.try_emplace(handle);
+        CountLive(1);
         return handle;
     };
     return Call("CreatePopupMenu", HMENU{}, body);
@@ -75,7 +77,12 @@ extern "C" HMENU WINAPI CreatePopupMenu()
 
 extern "C" BOOL WINAPI DestroyMenu(HMENU handle)
 {
-    return Call("DestroyMenu", FALSE, [&]() -> BOOL { return Locked<MenuTable>()->Destroy(handle); });
+    const auto body = [&]() -> BOOL
+    {
+        const bool destroyed = Locked<MenuTable>()->Destroy(handle);
+        return !FailNextCall("DestroyMenu") && destroyed;
+    };
+    return Guarded(FALSE, body);
 }
 
 extern "C" BOOL WINAPI InsertMenuW(HMENU handle, UINT position, UINT flags, UINT_PTR id, LPCWSTR text)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <utility>
 #include <vector>
 
@@ -16,6 +17,7 @@
 #include "posix/files/paths.h"
 #include "posix/text/charsets.h"
 #include "sndx/modules.h"
+#include "sndxposix.h"
 
 namespace sndxposix
 {
@@ -50,12 +52,14 @@ HMODULE ProgramHandle()
 struct LoaderState
 {
     // Programs look into the two behind the program for functions of newer systems, or of Wine; there are
-    // none. Any distinct addresses serve as their handles.
+    // none but those that a test provides. Any distinct addresses serve as their handles.
     HINSTANCE__ pseudoModules[2] = {};
     std::vector<Module> modules{
         {ProgramHandle(), dlopen(nullptr, RTLD_NOW), nullptr, ToWindowsPath(ProgramFile()), 1},
         {&pseudoModules[0], nullptr, nullptr, u"C:\\windows\\system32\\kernel32.dll", 1},
         {&pseudoModules[1], nullptr, nullptr, u"C:\\windows\\system32\\ntdll.dll", 1}};
+
+    std::map<std::string, void*> provided;
 
     // Null when no module meets the condition.
     template <class Condition>
@@ -163,7 +167,7 @@ HMODULE Load(const std::u16string& name)
 // Runs use(loader, module) under the loader's lock. `failure`, with the last error set, for what is no loaded
 // module.
 template <class Result, class Use>
-Result WithModule(const char* function, HMODULE handle, Result failure, Use&& use)
+Result WithModule(const char* function, HMODULE handle, Result failure, Use&& use, Outputs outputs = {})
 {
     const auto body = [&]() -> Result
     {
@@ -171,9 +175,15 @@ Result WithModule(const char* function, HMODULE handle, Result failure, Use&& us
         Module* const module = loader->Find(handle);
         return module == nullptr ? FailWith(ERROR_MOD_NOT_FOUND, failure) : use(loader, *module);
     };
-    return Call(function, failure, body);
+    return Call(function, failure, body, outputs);
 }
 } // namespace
+
+void ProvideFunction(const char* name, void* function)
+{
+    const Loader loader;
+    loader->provided[name] = function;
+}
 
 extern "C" HMODULE WINAPI LoadLibraryW(LPCWSTR path)
 {
@@ -210,9 +220,10 @@ extern "C" BOOL WINAPI FreeLibrary(HMODULE handle)
 
 extern "C" FARPROC WINAPI GetProcAddress(HMODULE handle, LPCSTR name)
 {
-    const auto find = [&](const Loader&, const Module& module)
+    const auto find = [&](const Loader& loader, const Module& module)
     {
-        void* const address = module.library == nullptr ? nullptr : dlsym(module.library, name);
+        void* const address =
+            module.library == nullptr ? loader->provided[name] : dlsym(module.library, name);
         return address == nullptr ? FailWith(ERROR_PROC_NOT_FOUND, FARPROC{})
                                   : reinterpret_cast<FARPROC>(address);
     };
@@ -245,7 +256,8 @@ extern "C" DWORD WINAPI GetModuleFileNameW(HMODULE handle, LPWSTR buffer, DWORD 
         return size > module.path.size() ? static_cast<DWORD>(module.path.size())
                                          : FailWith(ERROR_INSUFFICIENT_BUFFER, size);
     };
-    return WithModule("GetModuleFileNameW", handle == nullptr ? ProgramHandle() : handle, DWORD{0}, copy);
+    return WithModule("GetModuleFileNameW", handle == nullptr ? ProgramHandle() : handle, DWORD{0}, copy,
+                      {{buffer, size * sizeof(WCHAR)}});
 }
 
 extern "C" BOOL WINAPI DisableThreadLibraryCalls(HMODULE handle)

@@ -78,7 +78,7 @@ bool PumpOverlapped()
 }
 extern "C" BOOL WINAPI GetOverlappedResult(HANDLE file, LPOVERLAPPED overlapped, LPDWORD bytes, BOOL wait)
 {
-    if (!LookupHandleFor<StreamObject>("GetOverlappedResult", file))
+    if (!LookupHandleFor<StreamObject>("GetOverlappedResult", file, {bytes}))
     {
         return FALSE;
     }

@@ -264,7 +264,7 @@ extern "C" BOOL WINAPI CreateProcessW(LPCWSTR application, LPWSTR commandLine, L
         const DWORD error = CreateChild(commandLine, *information);
         return error == ERROR_SUCCESS || FailWith(error);
     };
-    return Call("CreateProcessW", FALSE, body);
+    return Call("CreateProcessW", FALSE, body, {information});
 }
 
 extern "C" BOOL WINAPI GetExitCodeProcess(HANDLE process, LPDWORD code)

@@ -112,10 +112,11 @@ LSTATUS WithKey(HKEY handle, REGSAM right, bool alters, Use&& use)
 
 // A registry call's frame: its injected failure, and no exception to the caller.
 template <class Body>
-LSTATUS RegistryCall(const char* function, Body&& body) noexcept
+LSTATUS RegistryCall(const char* function, Body&& body, Outputs outputs = {}) noexcept
 {
-    return Guarded(LSTATUS{ERROR_NOT_ENOUGH_MEMORY},
-                   [&] { return FailNextCall(function) ? static_cast<LSTATUS>(GetLastError()) : body(); });
+    const auto call = [&]
+    { return FailNextCall(function, outputs) ? static_cast<LSTATUS>(GetLastError()) : body(); };
+    return Guarded(LSTATUS{ERROR_NOT_ENOUGH_MEMORY}, call);
 }
 
 } // namespace
@@ -135,7 +136,7 @@ extern "C" LSTATUS WINAPI RegOpenKeyExW(HKEY key, LPCWSTR path, DWORD, REGSAM ac
         }
         return error;
     };
-    return RegistryCall("RegOpenKeyExW", body);
+    return RegistryCall("RegOpenKeyExW", body, {result});
 }
 
 extern "C" LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR path, DWORD, LPWSTR, DWORD, REGSAM access,
@@ -177,13 +178,10 @@ extern "C" LSTATUS WINAPI RegCreateKeyExW(HKEY key, LPCWSTR path, DWORD, LPWSTR,
 
 extern "C" LSTATUS WINAPI RegCloseKey(HKEY key)
 {
-    const auto body = [&]() -> LSTATUS
-    {
-        const bool isRoot = key == HKEY_LOCAL_MACHINE || key == HKEY_CURRENT_USER;
-        return isRoot || (LookupHandleAs<OpenKey>(key) && RemoveHandle(key)) ? ERROR_SUCCESS
-                                                                             : ERROR_INVALID_HANDLE;
-    };
-    return RegistryCall("RegCloseKey", body);
+    const bool isRoot = key == HKEY_LOCAL_MACHINE || key == HKEY_CURRENT_USER;
+    const bool closed = isRoot || (LookupHandleAs<OpenKey>(key) && RemoveHandle(key));
+    return RegistryCall("RegCloseKey",
+                        [&]() -> LSTATUS { return closed ? ERROR_SUCCESS : ERROR_INVALID_HANDLE; });
 }
 
 extern "C" LSTATUS WINAPI RegSetValueExW(HKEY key, LPCWSTR name, DWORD, DWORD type, const BYTE* data,
@@ -234,7 +232,7 @@ extern "C" LSTATUS WINAPI RegQueryValueExW(HKEY key, LPCWSTR name, LPDWORD reser
                    ? LSTATUS{ERROR_INVALID_PARAMETER}
                    : WithKey(key, KEY_QUERY_VALUE, false, query);
     };
-    return RegistryCall("RegQueryValueExW", body);
+    return RegistryCall("RegQueryValueExW", body, {{data, size == nullptr ? 0 : *size}, size, type});
 }
 
 extern "C" LSTATUS WINAPI RegDeleteValueW(HKEY key, LPCWSTR name)
@@ -260,8 +258,8 @@ extern "C" LSTATUS WINAPI RegEnumKeyW(HKEY key, DWORD index, LPWSTR name, DWORD 
         name[child.copy(name, child.size())] = 0;
         return ERROR_SUCCESS;
     };
-    return RegistryCall("RegEnumKeyW",
-                        [&] { return WithKey(key, KEY_ENUMERATE_SUB_KEYS, false, enumerate); });
+    return RegistryCall("RegEnumKeyW", [&] { return WithKey(key, KEY_ENUMERATE_SUB_KEYS, false, enumerate); },
+                        {{name, length * sizeof(WCHAR)}});
 }
 
 extern "C" LSTATUS WINAPI RegDeleteTreeW(HKEY key, LPCWSTR path)

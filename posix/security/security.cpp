@@ -32,7 +32,7 @@ DWORD EntryOffset(PACL acl, DWORD index)
 
 extern "C" BOOL WINAPI InitializeSecurityDescriptor(PSECURITY_DESCRIPTOR descriptor, DWORD revision)
 {
-    if (FailNextCall("InitializeSecurityDescriptor"))
+    if (FailNextCall("InitializeSecurityDescriptor", {static_cast<SECURITY_DESCRIPTOR*>(descriptor)}))
     {
         return FALSE;
     }
@@ -71,7 +71,7 @@ extern "C" BOOL WINAPI AllocateAndInitializeSid(PSID_IDENTIFIER_AUTHORITY author
                                                 DWORD subAuthority3, DWORD subAuthority4, DWORD subAuthority5,
                                                 DWORD subAuthority6, DWORD subAuthority7, PSID* sid)
 {
-    if (FailNextCall("AllocateAndInitializeSid"))
+    if (FailNextCall("AllocateAndInitializeSid", {sid}))
     {
         return FALSE;
     }
@@ -90,12 +90,14 @@ extern "C" BOOL WINAPI AllocateAndInitializeSid(PSID_IDENTIFIER_AUTHORITY author
     *made = {SID_REVISION, subAuthorityCount, *authority, {}};
     std::memcpy(made->SubAuthority, subAuthorities, sizeof(DWORD) + extra);
     *sid = made;
+    CountLive(1);
     return TRUE;
 }
 
 extern "C" PVOID WINAPI FreeSid(PSID sid)
 {
     std::free(sid);
+    CountLive(sid != nullptr ? -1 : 0);
     return nullptr;
 }
 
@@ -107,7 +109,7 @@ extern "C" DWORD WINAPI GetLengthSid(PSID sid)
 
 extern "C" BOOL WINAPI InitializeAcl(PACL acl, DWORD length, DWORD revision)
 {
-    if (FailNextCall("InitializeAcl"))
+    if (FailNextCall("InitializeAcl", {{acl, length}}))
     {
         return FALSE;
     }

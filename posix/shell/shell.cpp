@@ -103,7 +103,7 @@ extern "C" UINT WINAPI DragQueryFileW(HDROP drop, UINT index, LPWSTR file, UINT 
         file[length] = 0;
         return static_cast<UINT>(length);
     };
-    return Call("DragQueryFileW", UINT{0}, body);
+    return Call("DragQueryFileW", UINT{0}, body, {{file, capacity * sizeof(WCHAR)}});
 }
 
 extern "C" HRESULT WINAPI SHGetFolderPathW(HWND, int folder, HANDLE, DWORD, LPWSTR path)
@@ -125,6 +125,6 @@ extern "C" HRESULT WINAPI SHGetFolderPathW(HWND, int folder, HANDLE, DWORD, LPWS
         path[name.copy(path, name.size())] = 0;
         return S_OK;
     };
-    return Call("SHGetFolderPathW", E_FAIL, body);
+    return Call("SHGetFolderPathW", E_FAIL, body, {{path, MAX_PATH * sizeof(WCHAR)}});
 }
 } // namespace sndxposix

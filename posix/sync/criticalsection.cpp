@@ -1,16 +1,11 @@
 // The recursive lock of one process.
 
-#include "posix/base/call.h"
 #include "sndx/sync.h"
 
 namespace sndxposix
 {
 extern "C" BOOL WINAPI InitializeCriticalSectionEx(LPCRITICAL_SECTION section, DWORD, DWORD)
 {
-    if (FailNextCall("InitializeCriticalSectionEx"))
-    {
-        return FALSE;
-    }
     pthread_mutexattr_t attributes;
     pthread_mutexattr_init(&attributes);
     pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE);

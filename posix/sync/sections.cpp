@@ -99,17 +99,16 @@ extern "C" LPVOID WINAPI MapViewOfFile(HANDLE section, DWORD access, DWORD offse
         return FailWithErrno(nullptr);
     }
     (*Locked<Views>())[view] = size;
+    CountLive(1);
     return view;
 }
 
 extern "C" BOOL WINAPI UnmapViewOfFile(LPCVOID address)
 {
-    if (FailNextCall("UnmapViewOfFile"))
-    {
-        return FALSE;
-    }
     const auto view = Locked<Views>()->extract(address);
-    return !view.empty() ? munmap(const_cast<void*>(address), view.mapped()) == 0
-                         : FailWith(ERROR_INVALID_ADDRESS);
+    CountLive(view.empty() ? 0 : -1);
+    const bool unmapped = !view.empty() ? munmap(const_cast<void*>(address), view.mapped()) == 0
+                                        : FailWith(ERROR_INVALID_ADDRESS);
+    return !FailNextCall("UnmapViewOfFile") && unmapped;
 }
 } // namespace sndxposix

@@ -7,6 +7,8 @@
 #include <condition_variable>
 #include <vector>
 
+#include <sched.h>
+
 #include "posix/pipes/overlapped.h"
 #include "posix/processes/messagequeue.h"
 
@@ -172,6 +174,11 @@ extern "C" DWORD WINAPI MsgWaitForMultipleObjects(DWORD count, const HANDLE* han
 
 extern "C" void WINAPI Sleep(DWORD milliseconds)
 {
+    if (milliseconds == 0)
+    {
+        sched_yield(); // nothing but the rest of the time slice is given away
+        return;
+    }
     // Nothing ends it early; INFINITE sleeps for ever, as on Windows.
     WaitUntil([] { return false; }, milliseconds, std::chrono::hours(1));
 }

@@ -32,7 +32,7 @@ extern "C" void WINAPI GetNativeSystemInfo(LPSYSTEM_INFO info)
 
 extern "C" BOOL WINAPI GlobalMemoryStatusEx(LPMEMORYSTATUSEX status)
 {
-    if (FailNextCall("GlobalMemoryStatusEx"))
+    if (FailNextCall("GlobalMemoryStatusEx", {status}))
     {
         return FALSE;
     }
@@ -49,7 +49,7 @@ extern "C" BOOL WINAPI GlobalMemoryStatusEx(LPMEMORYSTATUSEX status)
 
 extern "C" BOOL WINAPI GetVersionExW(LPOSVERSIONINFOW info)
 {
-    if (FailNextCall("GetVersionExW"))
+    if (FailNextCall("GetVersionExW", {info}))
     {
         return FALSE;
     }

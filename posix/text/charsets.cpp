@@ -166,7 +166,7 @@ std::u16string FoldCase(std::u16string_view text)
 extern "C" int WINAPI MultiByteToWideChar(UINT codePage, DWORD /*flags*/, LPCSTR source, int length,
                                           LPWSTR target, int size)
 {
-    return FailNextCall("MultiByteToWideChar")
+    return FailNextCall("MultiByteToWideChar", {{target, static_cast<std::size_t>(size) * sizeof(WCHAR)}})
                ? 0
                : ConvertInto<WCHAR, 2>(codePage, source, length, target, size);
 }
@@ -175,7 +175,8 @@ extern "C" int WINAPI MultiByteToWideChar(UINT codePage, DWORD /*flags*/, LPCSTR
 extern "C" int WINAPI WideCharToMultiByte(UINT codePage, DWORD /*flags*/, LPCWSTR source, int length,
                                           LPSTR target, int size, LPCSTR, LPBOOL)
 {
-    return FailNextCall("WideCharToMultiByte") ? 0
-                                               : ConvertInto<char, 4>(codePage, source, length, target, size);
+    return FailNextCall("WideCharToMultiByte", {{target, static_cast<std::size_t>(size)}})
+               ? 0
+               : ConvertInto<char, 4>(codePage, source, length, target, size);
 }
 } // namespace sndxposix

@@ -56,7 +56,7 @@ std::u16string_view FindMessage(DWORD code)
 extern "C" DWORD WINAPI FormatMessageW(DWORD flags, LPCVOID /*source*/, DWORD code, DWORD /*language*/,
                                        LPWSTR buffer, DWORD size, va_list* /*arguments*/)
 {
-    if (FailNextCall("FormatMessageW"))
+    if (FailNextCall("FormatMessageW", {reinterpret_cast<LPWSTR*>(buffer)}))
     {
         return 0;
     }

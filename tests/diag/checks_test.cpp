@@ -4,12 +4,14 @@
 
 #include "gen/debug.h"
 #include "tests/support/reports.h"
+#include "tests/support/traceoracle.h"
 
 namespace
 {
 using namespace sndxtest;
+using Reports = ForeignLinesTest;
 
-TEST(Reports, NameExpressionAndPlaceAndAreCut)
+TEST_F(Reports, NameExpressionAndPlaceAndAreCut)
 {
     TraceCapture trace;
     LDebugAssertFailed("F<class X>::operator ->", "p != 100%s", "gen/list.h", 123);
@@ -25,7 +27,7 @@ TEST(Reports, NameExpressionAndPlaceAndAreCut)
     EXPECT_EQ(texts[4], "**" + report.substr(0, 8191 - 22)) << "cut again by the line, which has a stamp";
 }
 
-TEST(Reports, ChecksAreCutInEitherOfTheirSteps)
+TEST_F(Reports, ChecksAreCutInEitherOfTheirSteps)
 {
     const auto report = [](const std::string& message, const std::string& file)
     { return Traced([&] { LDebugCheckFailed("e e", message.c_str(), file.c_str(), 7); }); };

@@ -21,12 +21,6 @@
 
 namespace sndxtest
 {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool sanitized = true;
-#else
-inline constexpr bool sanitized = false;
-#endif
-
 inline constexpr char blockFile[] = "room/source.cpp";
 
 inline void* MakeBlock(std::size_t size, bool array = false, const char* function = "Maker",

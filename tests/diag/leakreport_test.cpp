@@ -10,6 +10,7 @@
 #include "tests/diag/heapprobe.h"
 #include "tests/support/leakreport.h"
 #include "tests/support/reports.h"
+#include "tests/support/traceoracle.h"
 
 using namespace sndxtest;
 
@@ -19,7 +20,11 @@ namespace
 class LeakReport : public TrackerTest
 {
   protected:
-    LeakReport() { LDebugRotateFiles(LDebugGetFilePath()); }
+    LeakReport()
+    {
+        LDebugRotateFiles(LDebugGetFilePath());
+        ExpectForeignLines();
+    }
     ~LeakReport() override
     {
         for (void* block : blocks_)

@@ -4,10 +4,12 @@
 
 #include "gen/debug.h"
 #include "tests/support/reports.h"
+#include "tests/support/traceoracle.h"
 
 namespace
 {
 using namespace sndxtest;
+using Trace = ForeignLinesTest;
 
 constexpr std::size_t longestText = 8191 - 20 - 2; // of a line, without stamp and CR LF
 
@@ -21,7 +23,7 @@ std::string Repeat(const std::string& text, std::size_t count)
     return result;
 }
 
-TEST(Trace, EveryFormOfALine)
+TEST_F(Trace, EveryFormOfALine)
 {
     TraceCapture trace;
     LDebugWriteLineW(TEXT("L\u00F6schen"), false);
@@ -59,7 +61,7 @@ TEST(Trace, EveryFormOfALine)
                                     "a|-1|5", "**0x00000000000000AB"}));
 }
 
-TEST(Trace, FormsThatCutWithoutAReport)
+TEST_F(Trace, FormsThatCutWithoutAReport)
 {
     const TraceCapture trace;
     // A wide value behind a narrow prefix: 259 bytes.
@@ -70,15 +72,19 @@ TEST(Trace, FormsThatCutWithoutAReport)
     LDebugTraceFunctionF(std::string(300, 'f').c_str(), false, TEXT("x"));
     LDebugTraceFunction(std::string(300, 'f').c_str(), false, "x");
     // Formatted lines: 511.
-    LDebugTraceF("%s", std::string(511, 'x').c_str());
-    LDebugTraceErrorF("%s", std::string(9000, 'x').c_str());
+    for (const std::size_t length : {511, 512, 513, 9000})
+    {
+        LDebugTraceF("%s", std::string(length, 'x').c_str());
+        LDebugTraceErrorF("%s", std::string(length, 'x').c_str());
+    }
     // At the end of a character; and a conversion that fails in the runtime shows nothing of the line before.
     LDebugTraceF("%s\U0001F600", std::string(509, 'x').c_str());
     LDebugTraceF("ab%ls", Wide("\u20AC").c_str());
+    const Lines formatted = {std::string(511, 'x'), "**" + std::string(511, 'x')};
     EXPECT_EQ(trace.Texts(),
               (Lines{prefix + std::string(259, 'x'), Repeat("\u00F6", 129), std::string(259, 'f') + " x",
-                     std::string(300, 'f') + " x", std::string(511, 'x'), "**" + std::string(511, 'x'),
-                     std::string(509, 'x'), "ab"}));
+                     std::string(300, 'f') + " x"} +
+               formatted + formatted + formatted + formatted + Lines{std::string(509, 'x'), "ab"}));
 }
 
 // The report of a line that was cut shows it with its stamp, which is left out here.
@@ -96,7 +102,7 @@ Lines TracedWithoutStamps(Function function)
     return texts;
 }
 
-TEST(Trace, ALineOfMoreThan8191BytesIsCutAndReportedBefore)
+TEST_F(Trace, ALineOfMoreThan8191BytesIsCutAndReportedBefore)
 {
     const std::string fits(longestText, 'x');
     const std::string value(9000, 'x');
@@ -117,6 +123,27 @@ TEST(Trace, ALineOfMoreThan8191BytesIsCutAndReportedBefore)
               Overflow("lc", value) + cut(fits));
     EXPECT_EQ(TracedWithoutStamps([&] { LDebugTraceValue(TEXT(""), wide.c_str(), false); }),
               Overflow("lw", value) + cut(fits));
+    // Around the size of the buffer that each form has for itself; the lines are the same then.
+    Lines around = Traced(
+        []
+        {
+            for (std::size_t length = 8189; length < 8194; ++length)
+            {
+                const std::string text(length, 'x');
+                LDebugTraceFunction("F", true, text.c_str());
+                LDebugTraceFunction("F", true, Wide(text).c_str());
+                LDebugTraceValue("", text.c_str(), true);
+                LDebugTraceValue(TEXT(""), Wide(text).c_str(), true);
+                LDebugWriteLineW(Wide(text).c_str(), true);
+            }
+        });
+    std::erase_if(around, [](const std::string& line) { return line.find('x') > 4; }); // reports
+    Lines expected;
+    for (int i = 0; i < 5; ++i)
+    {
+        expected = expected + Lines(2, "**" + functionLine) + Lines(3, "**" + fits);
+    }
+    EXPECT_EQ(around, expected);
     // The cut is at the end of a character.
     for (const std::string start : {"", "x", "xx", "xxx"})
     {
@@ -127,7 +154,7 @@ TEST(Trace, ALineOfMoreThan8191BytesIsCutAndReportedBefore)
     }
 }
 
-TEST(Trace, TheSystemsTextForAnErrorCode)
+TEST_F(Trace, TheSystemsTextForAnErrorCode)
 {
     const std::string expected = "F: " + SystemText(ERROR_PIPE_BUSY);
     EXPECT_TRUE(expected.ends_with("\r\n"));

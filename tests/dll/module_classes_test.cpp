@@ -62,6 +62,7 @@ TEST_P(ModuleClasses, FactoriesAreReleasedByTheirOnlyReferenceAndMakeNothingElse
         EXPECT_EQ(factory->CreateInstance(factory, IID_IUnknown, &out), CLASS_E_NOAGGREGATION);
         EXPECT_EQ(out, nullptr);
         EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
+        EXPECT_EQ(factory->QueryInterface(IID_IUnknown, nullptr), E_POINTER);
         EXPECT_EQ(factory->LockServer(TRUE), S_OK); // counts nothing
         EXPECT_EQ(module.CanUnloadNow(), S_FALSE);
         EXPECT_EQ(factory->Release(), 0u);

@@ -163,8 +163,10 @@ TEST_F(ModuleOverlay, ManyThreadsAskWhileAnotherAnnouncesChanges)
         thread.join();
     }
     EXPECT_EQ(wrong, 0);
-    const Lines lines = trace.Texts(); // a few may be missing, of writers that found the file always taken
+    const Lines lines = trace.Texts();
     EXPECT_GT(std::count(lines.begin(), lines.end(), "LoadPaths"), 1);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), "CheckPaths"),
+              4 * 40); // each waits for the others' lines
     EXPECT_FALSE(
         std::any_of(lines.begin(), lines.end(), [](const auto& line) { return line.starts_with("**"); }));
 }

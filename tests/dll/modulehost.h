@@ -25,6 +25,9 @@ using sndxtools::ComRef;
 using sndxtools::contract::menuClass;
 using sndxtools::contract::overlayClass;
 
+constexpr WCHAR blockName[] = TEXT("SharedMemoryForsndxdll");
+constexpr WCHAR guardName[] = TEXT("Global\\fmmSharedMemoryForsndxdll");
+
 // A path of the build machine as the target's: drive Z: is the root of its files.
 inline std::string TargetPath(std::string path)
 {
@@ -35,6 +38,11 @@ inline std::string TargetPath(std::string path)
 inline std::string ModulePath()
 {
     return TargetPath(SNDX_MODULE_PATH);
+}
+
+inline std::string ModuleFileName()
+{
+    return ModulePath().substr(ModulePath().rfind('\\') + 1);
 }
 
 inline std::string MainProgramPath()

@@ -91,6 +91,17 @@ TEST(Paths, FoldersAreReadFrom260CharactersAndElementsCutAt259)
     EXPECT_EQ(trace.Texts(), (Lines{longPath, longPath, longElement, longElement}));
 }
 
+TEST(Paths, ANullPathIsAnEmptyOneAndANullBufferStaysAlone)
+{
+    const TraceCapture trace;
+    const WCHAR* const none = nullptr;
+    EXPECT_EQ(Result(&LFile::GetFolderFromPath, none), "");
+    EXPECT_EQ(Result(&LFile::GetFileFromPath, none), "");
+    EXPECT_EQ(LFile::GetFolderFromPath(nullptr, TEXT("a")), nullptr);
+    EXPECT_EQ(LFile::GetFileFromPath(nullptr, TEXT("a")), nullptr);
+    EXPECT_EQ(trace.Texts(), (Lines{nullRead, nullRead, nullWrite, nullWrite}));
+}
+
 TEST(Paths, ComposeWithOneSeparatorWhereNeeded)
 {
     const TraceCapture trace;

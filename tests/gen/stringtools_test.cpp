@@ -158,6 +158,7 @@ TEST(Formatters, ATextThatFitsIsWrittenAndANegativeCountReported)
     ExpectFormatted(6, "000420#", nothing, "%05d", 42);
     ExpectFormatted(0, "###", nothing, "%05d", 42);
     ExpectFormatted(1, "0#", nothing, "");
+    ExpectFormatted(301, std::string(301, '0') + "#", nothing, "%0300d", 0);
     ExpectFormatted((std::size_t{1} << 32) + 4, "420##", nothing, "%d", 42); // the lower 32 bits count
     ExpectFormatted(LSTR, "18446744073709551615|-1|000000000000ABCD0", nothing, "%Iu|%lld|%p", sizeMax, -1LL,
                     reinterpret_cast<void*>(0xABCDu));
@@ -165,13 +166,13 @@ TEST(Formatters, ATextThatFitsIsWrittenAndANegativeCountReported)
 
 TEST(Formatters, ATextThatDoesNotFitIsCutAndReported)
 {
-    // Of exactly count characters, of more, into room for the terminator alone, and longer than the report.
-    for (const std::size_t count : {400, 300, 3, 1})
+    // Of exactly count characters, of one more and of many, and into room for the terminator alone.
+    for (const std::size_t count : {300, 299, 3, 1})
     {
         const std::string cut(count - 1, '0');
         ExpectFormatted(
-            count, cut + "0" + (count < 400 ? "#" : ""),
-            [&](const std::string& formatter) { return Overflow(formatter, cut); }, "%0400d", 7);
+            count, cut + "0#", [&](const std::string& formatter) { return Overflow(formatter, cut); },
+            "%0300d", 7);
     }
     std::string text;
     for (int i = 0; i < 200; ++i)
@@ -190,6 +191,19 @@ TEST(Formatters, ATextThatDoesNotFitIsCutAndReported)
     EXPECT_EQ(Traced([&] { tsnprintf(narrow.text, 265, "%s", pairs.c_str()); }),
               Overflow("lc", std::string(258, 'x')));
     EXPECT_EQ(std::string(narrow.text), std::string(258, 'x') + "\U0001F600");
+    // Every size, also behind the last character.
+    const std::string mixed = "a\u00F6\u20AC\U0001F600z";
+    const std::size_t bytes[] = {0, 1, 3, 6, 10, 11};
+    const std::size_t units[] = {0, 1, 2, 3, 5, 6};
+    for (std::size_t size = 1; size <= mixed.size() + 2; ++size)
+    {
+        const auto whole = [size](const std::size_t(&ends)[6])
+        { return std::upper_bound(ends, ends + 6, size - 1) - ends - 1; };
+        tsnprintf(narrow.text, size, "%s", mixed.c_str());
+        EXPECT_EQ(std::string(narrow.text), mixed.substr(0, bytes[whole(bytes)])) << size;
+        tsnprintf(buffer.text, size, TEXT("%s"), Wide(mixed).c_str());
+        EXPECT_EQ(Utf8(buffer.text), mixed.substr(0, bytes[whole(units)])) << size;
+    }
     // A wide character that the narrow runtime cannot convert ends the formatting without a terminator.
     narrow = Filled<char>();
     tsnprintf(narrow.text, 100, "ab%ls", Wide("\u20AC").c_str());

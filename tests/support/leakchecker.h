@@ -4,6 +4,13 @@
 
 namespace sndxtest
 {
+// Also for tests that would take too long, or look at what only goes wrong without a sanitizer.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+inline constexpr bool sanitized = true;
+#else
+inline constexpr bool sanitized = false;
+#endif
+
 inline bool leakCheckerIsOff = false;
 } // namespace sndxtest
 

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/child.h"
+#include "tests/support/traceoracle.h"
 
 #ifndef _WIN32
 namespace
@@ -75,5 +76,6 @@ int main(int argc, char** argv)
         return childResult;
     }
     ::testing::InitGoogleTest(&argc, argv);
+    sndxtest::HoldTracesOfEveryTest();
     return RUN_ALL_TESTS();
 }

@@ -205,6 +205,21 @@ TEST_F(NamedPipe, ClosingWaitsUntilTheServerHasReadEverything)
     }
 }
 
+#ifndef _WIN32 // a wait that cannot be had
+TEST_F(NamedPipe, AFailedWaitLeavesNoWritePending)
+{
+    Server server(name_, 4);
+    LNamedPipe pipe(wide_.c_str());
+    EXPECT_EQ(Send(pipe, "aaaa", 0), LWaitResult::Signalled);
+    sndxposix::FailCall("WaitForSingleObject", ERROR_INVALID_HANDLE);
+    EXPECT_EQ(Send(pipe, "bbbb"), LWaitResult::Signalled) << "what the waiter says";
+    EXPECT_EQ(sndxposix::PendingFailures(), 0u);
+    EXPECT_EQ(server.Read(4), "aaaa");
+    EXPECT_EQ(server.Unread(), 0u);
+    server.Close(); // or what is pending would be waited for
+}
+#endif
+
 #ifndef _WIN32 // the systems at hand end a cancelled write within the cancellation; here it shows who asks
 TEST_F(NamedPipe, TheEndOfACancelledWriteIsWaitedFor)
 {

@@ -1,5 +1,6 @@
 // The named block of memory: a guard for its creation, and what is left when a step fails. That processes see
-// each other's writes is tested with the module's stamp.
+// each other's writes is tested with the module's stamp, and what else may have its name, with the module's
+// hostile neighbours.
 
 #include <atomic>
 #include <memory>
@@ -90,22 +91,8 @@ TEST_F(SharedMemory, CreationWaitsForTheGuard)
     }
 }
 
-TEST_F(SharedMemory, WhatIsInTheWayIsReportedOrGivenUpSilently)
+TEST_F(SharedMemory, ASmallerBlockThatIsInTheWayIsGivenUpSilently)
 {
-    {
-        const LHandle guardsName(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 4,
-                                                    Wide("Global\\fmm" + name_).c_str()));
-        EXPECT_EQ(Traced([&] { EXPECT_TRUE(Block(wide_, false, false).IsValid()); }),
-                  (Lines{create_, "**LSystemLockMutex::Lock CreateMutex FAILED", guardGone}));
-    }
-    {
-        const LHandle blocksName(CreateMutexW(nullptr, FALSE, wide_.c_str()));
-        EXPECT_EQ(Traced([&] { EXPECT_EQ(SharedNumber(wide_.c_str()).Get(), nullptr); }),
-                  (Lines{constructor_, create_,
-                         "LIPCSharedMemoryBuffer::_Create CreateFileMapping failed returned error: " +
-                             SystemText(ERROR_INVALID_HANDLE),
-                         guardGone}));
-    }
     struct Large
     {
         char bytes[1000000];

@@ -30,6 +30,8 @@ std::optional<MainProgramOptions> ParseMainProgramOptions(const Arguments& argum
     parser.add_flag("--busy", parsed.busy, "hold every instance by a client of its own: the pipe is busy");
     parser.add_flag("--never-read", parsed.neverRead, "accept connections and never read from them");
     number("--read-after", parsed.readAfter, 0, longest, "ms to wait after the connection before reading");
+    parser.add_flag("--flood", parsed.flood,
+                    "fill the way back before reading: nobody has asked for an answer");
     number("--close-early", parsed.closeEarly, 0, 1 << 30, "end each connection after that many bytes");
     parser.add_flag("--no-pipe", parsed.noPipe, "do not make the pipe");
     number("--idle-after", parsed.idleAfter, 0, longest, "become idle so many ms after the pipe exists (0)");

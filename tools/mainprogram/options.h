@@ -27,6 +27,7 @@ struct MainProgramOptions
     std::optional<DWORD> requests;   // ends the program after that many connections
     bool busy = false;
     bool neverRead = false;
+    bool flood = false;
     bool noPipe = false;
     bool exitAtOnce = false;
 };

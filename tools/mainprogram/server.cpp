@@ -97,6 +97,12 @@ void PipeServer::ServeConnection(HANDLE instance, const std::string& label)
         }
     }
     Sleep(options_.readAfter);
+    if (options_.flood)
+    {
+        const std::vector<unsigned char> words(options_.buffer, 0x55);
+        DWORD written = 0;
+        WriteFile(instance, words.data(), options_.buffer, &written, nullptr); // fits, so it ends at once
+    }
 
     RequestReader reader;
     std::uint64_t left =

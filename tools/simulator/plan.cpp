@@ -20,7 +20,13 @@ constexpr Folder folders[folderCount] = {
     {"C:/Sim/schr\u00e4g", "C:/Sim/schr\u00e4g", 6},
     {"C:\\Sim\\tief\\a\\b\\c\\d\\e\\f\\g", "C:\\Sim\\tief\\a\\b\\c\\d\\e\\f\\g", 7},
 };
+constexpr char itemName[] = "nicht da.txt";
 } // namespace
+
+Random StreamOf(std::uint64_t seed, Kind kind, std::uint64_t index)
+{
+    return Random((seed * 2 + static_cast<std::uint64_t>(kind)) * 1'000'003 + index);
+}
 
 std::string FolderSetting(unsigned folder)
 {
@@ -35,16 +41,29 @@ std::string ItemPath(unsigned folder, Random& random)
     {
         path += separator + std::string(1 + random() % 9, 'x');
     }
-    return path + separator + "nicht da.txt";
+    return path + separator + itemName;
 }
 
-std::uint32_t Accounts(std::uint64_t seed, std::uint32_t epoch)
+bool IsSelectedPath(const std::string& path)
 {
-    return static_cast<std::uint32_t>(Random(seed * 1'000'003 + epoch)()) % (1u << folderCount);
+    return path.ends_with(itemName) || (!path.empty() && path.find_first_not_of('p') == path.npos);
 }
 
-bool Belongs(std::uint32_t accounts, unsigned folder)
+Settings SettingsOf(std::uint64_t seed, std::uint32_t epoch)
 {
-    return (accounts >> folder & 1) != 0 || (accounts >> folders[folder].outer & 1) != 0;
+    Random random = StreamOf(seed, Kind::settings, epoch);
+    const auto accounts = static_cast<std::uint32_t>(random() % (1u << folderCount));
+    const auto oddAccounts = static_cast<std::uint32_t>(random());
+    const std::uint64_t program = random() % 6;
+    return {accounts, oddAccounts,
+            program == 0   ? InstalledProgram::present
+            : program == 1 ? InstalledProgram::missing
+                           : InstalledProgram::none,
+            random() % 4 == 0, random() % 4 == 0};
+}
+
+bool Belongs(const Settings& settings, unsigned folder)
+{
+    return (settings.accounts >> folder & 1) != 0 || (settings.accounts >> folders[folder].outer & 1) != 0;
 }
 } // namespace sndxtools::simulator

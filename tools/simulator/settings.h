@@ -1,9 +1,17 @@
 #pragma once
-#include <cstdint>
+#include "tools/simulator/plan.h"
+#include "tools/text.h"
 
 namespace sndxtools::simulator
 {
-// Makes the accounts of the machine's settings those of the bits, and no others. The per-user settings lose
-// the main program's path. Throws CallError.
-void WriteAccounts(std::uint32_t accounts);
+// Makes the machine's settings and the user's what is said, the present main program being the named one.
+// Throws CallError.
+void WriteSettings(const Settings& settings, const WideString& mainProgram);
+
+// Takes away what was written.
+void ClearSettings();
+
+// Enters the module's classes, so that hosts can get their objects from the system, or without a module takes
+// them off. (The native layer has no such service; the entries are in nobody's way there.)
+void RegisterClasses(const WideString& module);
 } // namespace sndxtools::simulator

@@ -1,85 +1,105 @@
 #include "tools/simulator/traces.h"
 
 #include <algorithm>
-#include <cctype>
-#include <sstream>
 #include <string_view>
+
+#include "tools/simulator/plan.h"
+#include "tools/trace/reader.h"
 
 namespace sndxtools::simulator
 {
 namespace
 {
-// "hh:mm:ss.mmm  tttt  " or "hh:mm:ss.mmm**tttt**" at that place of the line.
-bool IsStamp(std::string_view line, std::size_t at)
+bool IsExpectedError(trace::MessageId id, bool leaks)
 {
-    constexpr std::string_view forms[] = {"dd:dd:dd.ddd  dddd  ", "dd:dd:dd.ddd**dddd**"};
-    const std::string_view found = line.substr(std::min(at, line.size()));
-    return std::any_of(std::begin(forms), std::end(forms),
-                       [found](std::string_view form)
-                       {
-                           return found.size() >= form.size() &&
-                                  std::equal(form.begin(), form.end(), found.begin(),
-                                             [](char wanted, char c) {
-                                                 return wanted == 'd'
-                                                            ? std::isdigit(static_cast<unsigned char>(c)) != 0
-                                                            : c == wanted;
-                                             });
-                       });
+    const bool always = id == trace::P04 ||  // the main program is busy
+                        id == trace::X13a || // a path that the simulator made too long
+                        id == trace::X19;    // a busy machine
+    return always || (leaks && (id == trace::X20b || (id >= trace::K02 && id <= trace::K04)));
 }
 
-bool IsExpectedError(std::string_view text, bool leaks)
+// Takes the first line, without its line end, from the front of the content.
+std::string_view TakeLine(std::string_view& content)
 {
-    constexpr std::string_view always[] = {
-        "LNamedPipe::_Open Pipe was busy",
-        "LFile::_GetFolderFromPath szPath is too long", // a path that the simulator made so
-        "LLockObject::Unlock Unlock called more than 5 seconds after lock.", // a busy machine
-    };
-    constexpr std::string_view deadThreads[] = {
-        "LLockObject::~LLockObject  Not unlocked before destruction.",
-        " ", // of the leak report
-    };
-    const auto begins = [text](std::string_view start) { return text.starts_with(start); };
-    return std::any_of(std::begin(always), std::end(always), begins) ||
-           (leaks && std::any_of(std::begin(deadThreads), std::end(deadThreads), begins));
+    const std::size_t end = content.find('\n');
+    std::string_view line = content.substr(0, end);
+    content.remove_prefix(end == content.npos ? content.size() : end + 1);
+    while (line.ends_with('\r'))
+    {
+        line.remove_suffix(1);
+    }
+    return line;
 }
 } // namespace
 
 std::string FaultOfTrace(const std::string& content, const TraceExpectation& expected)
 {
-    if (!content.empty() && !content.ends_with("\r\n"))
+    std::string_view whole = content;
+    if (!whole.empty() && !whole.ends_with("\r\n"))
     {
-        return "the last line is not whole";
+        if (!expected.growing)
+        {
+            return "the last line is not whole";
+        }
+        whole = whole.substr(0, whole.rfind('\n') + 1);
     }
-    std::istringstream lines(content);
-    std::string last;
-    for (std::string line; std::getline(lines, line);)
+    trace::Reader reader(std::make_unique<trace::MemorySource>(whole));
+    trace::MessageId last = trace::messageCount;
+    std::uint64_t number = 0;
+    for (trace::Line line; reader.Next(line);)
     {
-        line.erase(line.find_last_not_of('\r') + 1);
-        if (!IsStamp(line, 0))
+        if (line.number == number)
         {
-            // Line ends inside a message: behind the date of the header, the system's texts, the leak report.
-            if (!line.empty() && !line.starts_with(" Info: "))
-            {
-                return "a line without a stamp: " + line;
-            }
-            continue;
+            return "two lines in one: " + std::string(line.text);
         }
-        const std::string_view text = std::string_view(line).substr(20);
-        const bool error = line[12] == '*';
-        for (std::size_t at = 20; at < line.size() && !(error && text.starts_with(' ')); ++at)
+        if (line.id == trace::messageCount || trace::EntryOf(line.id).error != line.error)
         {
-            if (IsStamp(line, at))
-            {
-                return "two lines in one: " + line;
-            }
+            return "not in the catalogue of messages: " + std::string(line.text);
         }
-        if (error && !IsExpectedError(text, expected.leaks))
+        if (line.error && !IsExpectedError(line.id, expected.leaks))
         {
-            return "an error line: " + line;
+            return "an error line: " + std::string(line.text);
         }
-        last = text;
+        last = line.id;
+        number = line.number;
     }
-    return expected.ends && last != std::string(68, '-') ? "the end is missing behind: " + last
-                                                         : std::string();
+    return expected.ends && last != trace::H15 ? "the end is missing" : std::string();
+}
+
+std::string FaultOfLineCount(const std::string& content, const TracedLines& traced, std::uint64_t& lost)
+{
+    std::uint64_t written = 0;
+    trace::Reader reader(std::make_unique<trace::MemorySource>(content));
+    for (trace::Line line; reader.Next(line);)
+    {
+        written += line.isStamped ? 1 : 0;
+    }
+    lost = static_cast<std::uint64_t>(std::count_if(traced.late.begin(), traced.late.end(),
+                                                    [&content](const std::string& line)
+                                                    { return content.find(line) == content.npos; }));
+    return written + lost == traced.count
+               ? std::string()
+               : std::to_string(traced.count) + " lines were to be written, " + std::to_string(written) +
+                     " are there, and only " + std::to_string(lost) + " were given up after the time-out";
+}
+
+std::string FaultOfRequests(const std::string& content)
+{
+    constexpr std::string_view path = "  path ";
+    constexpr std::string_view malformed = "  malformed: ";
+    for (std::string_view rest = std::string_view(content).substr(0, content.rfind('\n') + 1); !rest.empty();)
+    {
+        const std::string_view line = TakeLine(rest);
+        // Its sender was ended in the middle of it.
+        const bool cut = line.starts_with("  malformed: the connection ended after ");
+        const std::size_t text = line.find('"') + 1;
+        const bool isPath = line.starts_with(path);
+        if ((line.starts_with(malformed) && !cut) ||
+            (isPath && !IsSelectedPath(std::string(line.substr(text, line.size() - text - 1)))))
+        {
+            return std::string(line);
+        }
+    }
+    return {};
 }
 } // namespace sndxtools::simulator

@@ -5,12 +5,12 @@
 namespace sndxtools::simulator
 {
 World::World()
-    : mapping_(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(Epochs),
+    : mapping_(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(Shared),
                                   TEXT("SendoraSimulatorWorld")))
 {
     Check("CreateFileMapping", ErrorResult(mapping_ == nullptr ? GetLastError() : 0));
-    epochs_ = static_cast<Epochs*>(MapViewOfFile(mapping_, FILE_MAP_ALL_ACCESS, 0, 0, sizeof(Epochs)));
-    if (epochs_ == nullptr)
+    shared_ = static_cast<Shared*>(MapViewOfFile(mapping_, FILE_MAP_ALL_ACCESS, 0, 0, sizeof(Shared)));
+    if (shared_ == nullptr)
     {
         const DWORD error = GetLastError();
         CloseHandle(mapping_);
@@ -20,7 +20,7 @@ World::World()
 
 World::~World()
 {
-    UnmapViewOfFile(epochs_);
+    UnmapViewOfFile(shared_);
     CloseHandle(mapping_);
 }
 } // namespace sndxtools::simulator

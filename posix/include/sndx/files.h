@@ -28,6 +28,10 @@
 
 #define FILE_END 2u
 
+// Pipes have no type of their own here.
+#define FILE_TYPE_UNKNOWN 0u
+#define FILE_TYPE_DISK 1u
+
 struct FILETIME
 {
     DWORD dwLowDateTime; // of the count of 100 ns since 1601
@@ -78,6 +82,7 @@ extern "C"
     BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD bytes, LPOVERLAPPED overlapped);
     BOOL WINAPI WriteFile(HANDLE file, LPCVOID buffer, DWORD size, LPDWORD bytes, LPOVERLAPPED overlapped);
     BOOL WINAPI FlushFileBuffers(HANDLE file);
+    DWORD WINAPI GetFileType(HANDLE file);
     BOOL WINAPI SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method);
 
     BOOL WINAPI DeleteFileW(LPCWSTR path);

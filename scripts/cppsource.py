@@ -96,30 +96,44 @@ def arguments(tokens, i):
     return result
 
 
+def before_parameters(tokens, j):
+    """Index of the name in front of the parameter list that ends at j."""
+    depth = 0
+    while j > 0:
+        depth += (tokens[j].text == ")") - (tokens[j].text == "(")
+        if depth == 0:
+            break
+        j -= 1
+    return j - 1
+
+
 def enclosing_functions(tokens):
-    """For every token index the (name, parameter names) of the function body around it, or None."""
+    """For every token index the (name, parameter names) of the function body around it, or None. The initialisers of a
+    constructor belong to it."""
     around = [None] * len(tokens)
     stack = []
+    constructor = None  # whose initialisers are being read
     for i, token in enumerate(tokens):
-        if token.kind == "op" and token.text == "{":
+        is_op = token.kind == "op"
+        if is_op and token.text == ":" and i > 0 and tokens[i - 1].text == ")" and not any(stack):
+            name = before_parameters(tokens, i - 1)
+            if tokens[name].kind == "id":
+                constructor = (tokens[name].text, [a[-1].text for a in arguments(tokens, name + 1) if a])
+        if is_op and token.text == "{":
             j = i - 1
             while j > 0 and tokens[j].text in ("const", "override", "noexcept", "final"):
                 j -= 1
             found = stack[-1] if stack else None
-            if tokens[j].text == ")" and tokens[j].kind == "op":
-                depth = 0
-                opening = j
-                while opening > 0:
-                    depth += (tokens[opening].text == ")") - (tokens[opening].text == "(")
-                    if depth == 0:
-                        break
-                    opening -= 1
-                name = tokens[opening - 1]
-                if name.kind == "id" and name.text not in ("if", "for", "while", "switch"):
-                    parameters = [a[-1].text for a in arguments(tokens, opening) if a]
-                    found = (name.text, parameters)
+            if constructor is not None:
+                # An initialiser's bracket stands behind a name, the body's behind the last initialiser.
+                found = constructor
+                constructor = None if tokens[j].text in (")", "}") else constructor
+            elif tokens[j].text == ")" and tokens[j].kind == "op":
+                name = before_parameters(tokens, j)
+                if tokens[name].kind == "id" and tokens[name].text not in ("if", "for", "while", "switch"):
+                    found = (tokens[name].text, [a[-1].text for a in arguments(tokens, name + 1) if a])
             stack.append(found)
-        elif token.kind == "op" and token.text == "}" and stack:
+        elif is_op and token.text == "}" and stack:
             stack.pop()
-        around[i] = stack[-1] if stack else None
+        around[i] = constructor or (stack[-1] if stack else None)
     return around
