@@ -102,6 +102,7 @@ Section
   ; written ends a silent run with exit code 2.
   File "/oname=sndxdll.dll.new" "${FILES}/sndxdll.dll"
   File "${FILES}/install.md"
+  File "${FILES}/sndxdoctor.exe"
   WriteUninstaller "$INSTDIR\uninstall.exe"
   Call MoveAside
   Rename "$INSTDIR\sndxdll.dll.new" "$INSTDIR\sndxdll.dll"
@@ -129,6 +130,7 @@ Section Uninstall
   SetOutPath "$TEMP" ; a working folder cannot be removed
   Call un.MoveAside
   Delete "$INSTDIR\install.md"
+  Delete "$INSTDIR\sndxdoctor.exe"
   Delete "$INSTDIR\uninstall.exe"
   RMDir /REBOOTOK "$INSTDIR"
   ; The maker's folder, when nothing else is in it; a folder that the user chose is not ours to remove.

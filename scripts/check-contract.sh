@@ -26,6 +26,8 @@ for class in overlayClassText menuClassText; do
 done
 
 has "TEXT(\"$(agreed pipeName)\")" dll/*.h dll/*.cpp || fault "dll/ opens another pipe than pipeName"
+has "TEXT(\"$(agreed stateBlockName)\")" dll/*.cpp || fault "dll/ makes another block than stateBlockName"
+has "TEXT(\"$(agreed traceFilePrefix)%s.txt\")" diag/*.cpp || fault "diag/ writes other traces than traceFilePrefix"
 key=$(agreed productKey)
 has "TEXT(\"$key" win32/*.h win32/*.cpp || fault "win32/ reads other settings than those below productKey"
 has "$(agreed companyKey)\\" <(echo "$key") || fault "productKey is not below companyKey"

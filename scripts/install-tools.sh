@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what a build needs and the machine lacks. Source it and call
-#     sndx_need native            compiler, CMake, GoogleTest, CLI11, Python (for the checks)
+#     sndx_need native            compiler, CMake, GoogleTest, CLI11, nlohmann-json, Python (for the checks)
 #     sndx_need windows           cross compilers, their headers and libraries, Wine and the makers of installers
 #     sndx_need clang             the second native compiler, with libFuzzer
 #     sndx_need coverage          what counts the executed lines
@@ -18,6 +18,7 @@ sndx_missing() {
         command -v python3 >/dev/null || missing+=(python3)
         [ -f /usr/src/googletest/CMakeLists.txt ] || missing+=(googletest)
         [ -f /usr/include/CLI/CLI.hpp ] || missing+=(libcli11-dev)
+        [ -f /usr/include/nlohmann/json.hpp ] || missing+=(nlohmann-json3-dev)
         compgen -G '/usr/lib/*/libgtest.a' >/dev/null || missing+=(libgtest-dev)
         ;;
     windows)

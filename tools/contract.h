@@ -18,6 +18,11 @@ inline constexpr char pipeName[] = "SendoraService";
 // More options of the main program's stand-in, which the product starts without any; an environment variable.
 inline constexpr char mainProgramOptions[] = "SENDORA_MAINPROGRAM_OPTIONS";
 
+// The block of memory that holds the stamp of the settings, in the session's own namespace.
+inline constexpr char stateBlockName[] = "SharedMemoryForsndxdll";
+// In the user's roaming application-data folder: <prefix>NAME.txt.
+inline constexpr char traceFilePrefix[] = "tracedll_Sendora";
+
 // Below HKEY_CURRENT_USER, and below HKEY_LOCAL_MACHINE in the registry's 32-bit view.
 inline constexpr char companyKey[] = "Software\\Taleno Software";
 inline constexpr char productKey[] = "Software\\Taleno Software\\Sendora";

@@ -101,7 +101,7 @@ void Describe(const std::string& path, const struct stat& status, WIN32_FILE_ATT
                                     static_cast<std::uint64_t>(at.tv_nsec) / 100;
         return FILETIME{static_cast<DWORD>(count), static_cast<DWORD>(count >> 32)};
     };
-    const auto size = static_cast<std::uint64_t>(status.st_size);
+    const auto size = S_ISDIR(status.st_mode) ? 0 : static_cast<std::uint64_t>(status.st_size);
     data = {AttributesOf(path, status), time(status.st_ctim),           time(status.st_atim),
             time(status.st_mtim),       static_cast<DWORD>(size >> 32), static_cast<DWORD>(size)};
 }

@@ -53,7 +53,7 @@ class Package:
     def test_installed_used_and_removed_leaves_nothing(self):
         self.assertEqual(self.install(), 0)
         self.assertEqual({path.name for path in self.wine.path(FOLDER).iterdir()},
-                         {"sndxdll.dll", "install.md", *self.OWN_FILES})
+                         {"sndxdll.dll", "sndxdoctor.exe", "install.md", *self.OWN_FILES})
         # Nothing but the registry tells the window of the module.
         item = "Rechnung März.txt"
         code, shown = self.explorer("C:\\Sync", "--select", item, "--menu", "--hover", "Herunterladen", "--report")
@@ -69,6 +69,8 @@ class Package:
         request = self.output.read_text(encoding="utf-8")
         for part in ("-upload", "C:\\Sync\\Bilder", "C:\\Sync\\" + item):
             self.assertIn(part, request)
+        code, shown = self.wine.run(FOLDER + "\\sndxdoctor.exe")
+        self.assertEqual(code, 0, shown)
         self.uninstall()
         self.assert_nothing_left()
 

@@ -1,5 +1,6 @@
 // Files: share modes, the fate of open files, and what is missing or no file.
 
+#include <algorithm>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -122,5 +123,31 @@ TEST_F(Files, NamesAreFoundInEitherCaseAndWhatIsMissingIsTold)
         EXPECT_EQ(TryOpen(name, GENERIC_READ, 0), error) << name;
         EXPECT_EQ(TryMove(name, other), error) << name;
     }
+}
+
+TEST_F(Files, FoldersAreListedByNamesThatFit)
+{
+    const auto list = [this](const std::string& pattern)
+    {
+        Lines found;
+        WIN32_FIND_DATAW data;
+        const HANDLE find = FindFirstFileW(Wide(folder / pattern).c_str(), &data);
+        for (BOOL more = find != INVALID_HANDLE_VALUE; more; more = FindNextFileW(find, &data))
+        {
+            found.push_back(Utf8(data.cFileName) + " " + std::to_string(data.nFileSizeLow));
+        }
+        const std::string error = std::to_string(GetLastError());
+        EXPECT_TRUE(find == INVALID_HANDLE_VALUE || FindClose(find));
+        std::ranges::sort(found); // Wine lists as the file system does
+        found.push_back(error);
+        return found;
+    };
+    folder.File("file.txt\\inside.txt");
+    const Lines two = {"file \u00C4.txt 4", "file.txt 0", "18"};
+    EXPECT_EQ(list("FI*.TXT"), two);
+    EXPECT_EQ(list("file \u00E4.txt"), (Lines{"file \u00C4.txt 4", "18"})) << "as it is spelled";
+    EXPECT_EQ(list("file \u00C4.txt*.txt"), Lines{"2"}) << "the two ends of a name do not overlap";
+    EXPECT_EQ(list("none*"), Lines{"2"});
+    EXPECT_EQ(list("none\\*"), Lines{"3"});
 }
 } // namespace

@@ -53,6 +53,21 @@ struct BY_HANDLE_FILE_INFORMATION : WIN32_FILE_ATTRIBUTE_DATA
 {
 };
 
+struct WIN32_FIND_DATAW
+{
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD dwReserved[2];
+    WCHAR cFileName[260];
+    WCHAR cAlternateFileName[14]; // always empty
+};
+static_assert(sizeof(WIN32_FIND_DATAW) == 592);
+using LPWIN32_FIND_DATAW = WIN32_FIND_DATAW*;
+
 enum GET_FILEEX_INFO_LEVELS
 {
     GetFileExInfoStandard
@@ -76,6 +91,14 @@ extern "C"
     DWORD WINAPI GetFileAttributesW(LPCWSTR path);
     BOOL WINAPI GetFileAttributesExW(LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID information);
     BOOL WINAPI GetFileInformationByHandle(HANDLE file, BY_HANDLE_FILE_INFORMATION* information);
+
+    // Entries of a folder whose names fit the path's last element, in which one '*' may stand for anything,
+    // in the order of their folded names; "." and ".." are none of them, nor is what is no file. The names
+    // come as they are spelled. ERROR_NO_MORE_FILES at the end.
+    HANDLE WINAPI FindFirstFileW(LPCWSTR pattern, LPWIN32_FIND_DATAW data);
+    BOOL WINAPI FindNextFileW(HANDLE find, LPWIN32_FIND_DATAW data);
+    BOOL WINAPI FindClose(HANDLE find);
+
     // Keeps FILE_ATTRIBUTE_ARCHIVE and nothing else.
     BOOL WINAPI SetFileAttributesW(LPCWSTR path, DWORD attributes);
 }
