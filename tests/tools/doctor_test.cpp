@@ -16,6 +16,7 @@
 #include "tests/support/registrykey.h"
 #include "tests/support/settings.h"
 #include "tests/support/temporaryfolder.h"
+#include "tests/support/traceoracle.h"
 #include "tools/doctor/doctor.h"
 #include "tools/doctor/examination.h"
 #include "tools/paths.h"
@@ -319,6 +320,8 @@ TEST(Doctor, NamesWhatIsWrongInTheRegistry)
 
 TEST(Doctor, NamesWhatIsWrongWithWhatRuns)
 {
+    ExpectCutOffTraces();
+    ExpectForeignLines();
     const Machine broken;
     {
         const ChildProcess busy = Serve(broken, "--busy");
