@@ -274,7 +274,8 @@ class Director
         const bool alone = host.name != twin;
         Examine(host.commandLine, host.name,
                 {.ends = alone && !host.killed && host.end != HostEnd::terminated,
-                 .leaks = host.end == HostEnd::underBusyThreads || !alone,
+                 // A killed one may have come to no trace of its own: then it is that of the one before.
+                 .leaks = host.end == HostEnd::underBusyThreads || host.killed || !alone,
                  .growing = !alone});
     }
     void Examine(const std::string& whose, const std::string& name, const TraceExpectation& expected)

@@ -175,7 +175,7 @@ void Worker::UseMenu()
     Check("QueryInterface", init->QueryInterface(IID_IContextMenu, menu.Receive()));
     AskMenu(*menu.Get(), folder, paths.empty());
     AskHelp(*menu.Get());
-    if (random_() % 8 == 0)
+    if (random_() % 6 == 0 && !(plan_.lasting && MayStartProgram()))
     {
         Send(*menu.Get(), paths.size() * times);
     }
@@ -214,6 +214,20 @@ void Worker::AskHelp(IContextMenu& menu)
         menu.GetCommandString(command, GCS_HELPTEXTW, nullptr, reinterpret_cast<LPSTR>(help), 64);
     Expect(command < commandCount ? told == S_OK && help[0] != 0 : told == E_INVALIDARG && help[0] == 0,
            "GetCommandString answers " + ResultText(told) + " for command " + std::to_string(command));
+}
+
+// Wine keeps a handle for each wait until a started program is idle: a host that is watched for growth waits
+// for none. The settings may change once meanwhile.
+bool Worker::MayStartProgram() const
+{
+    for (std::uint32_t epoch = world_->settled, last = world_->announced + 1; epoch <= last; ++epoch)
+    {
+        if (SettingsOf(plan_.seed, epoch).program == InstalledProgram::present)
+        {
+            return true;
+        }
+    }
+    return false;
 }
 
 // To whoever serves the pipe at the moment, or to nobody.

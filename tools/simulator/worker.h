@@ -62,6 +62,7 @@ class Worker
     void UseMenu();
     void AskMenu(IContextMenu& menu, unsigned folder, bool empty);
     void AskHelp(IContextMenu& menu);
+    bool MayStartProgram() const;
     void Send(IContextMenu& menu, std::size_t paths);
     ComRef<IShellExtInit> NewMenu();
 
