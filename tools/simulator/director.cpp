@@ -109,9 +109,10 @@ class Director
   private:
     void Report()
     {
-        out_ << started_ << " hosts, " << killed_ << " of them killed; " << world_->lives
-             << " lives of the module that ended in order; " << epoch_ << " changes of the settings, "
-             << world_->changes << " other announcements\n"
+        out_ << started_ << " hosts, " << killed_ << " of them killed, " << busyEnds_
+             << " ended under busy threads, " << cutEnds_ << " of these without the end of the trace; "
+             << world_->lives << " lives of the module that ended in order; " << epoch_
+             << " changes of the settings, " << world_->changes << " other announcements\n"
              << world_->answers << " answers about folders, " << world_->menus << " menus, "
              << world_->requests << " requests, " << served_ << " main programs\n"
              << world_->lines << " trace lines counted in the lives that ended in order, "
@@ -272,19 +273,32 @@ class Director
             return;
         }
         const bool alone = host.name != twin;
-        Examine(host.commandLine, host.name,
-                {.ends = alone && !host.killed && host.end != HostEnd::terminated,
-                 // A killed one may have come to no trace of its own: then it is that of the one before.
-                 .leaks = host.end == HostEnd::underBusyThreads || host.killed || !alone,
-                 .growing = !alone});
+        const bool busy = host.end == HostEnd::underBusyThreads;
+        // A killed one may have come to no trace of its own: then it is that of the one before.
+        const std::string content = Examine(host.commandLine, host.name,
+                                            {.ends = alone && !host.killed && host.end == HostEnd::inOrder,
+                                             .leaks = busy || host.killed || !alone,
+                                             .growing = !alone});
+        if (busy && alone && !host.killed)
+        {
+            ++busyEnds_;
+            cutEnds_ += HasEnd(content) ? 0 : 1;
+        }
+        // So much is promised for those.
+        if (cutEnds_ > 1 + busyEnds_ / 100)
+        {
+            Fault(host.commandLine, "its trace has no end, and that of others before");
+        }
     }
-    void Examine(const std::string& whose, const std::string& name, const TraceExpectation& expected)
+    std::string Examine(const std::string& whose, const std::string& name, const TraceExpectation& expected)
     {
-        const std::string wrong = FaultOfTrace(TraceContent(TraceFilePath(name)), expected);
+        std::string content = TraceContent(TraceFilePath(name));
+        const std::string wrong = FaultOfTrace(content, expected);
         if (!wrong.empty())
         {
             Fault(whose, "its trace: " + wrong);
         }
+        return content;
     }
     void Fault(const std::string& whose, const std::string& what)
     {
@@ -307,6 +321,8 @@ class Director
     unsigned started_ = 0;
     unsigned killed_ = 0;
     unsigned served_ = 0;
+    unsigned busyEnds_ = 0;
+    unsigned cutEnds_ = 0; // of these, without the closing lines
     std::string fault_;
 };
 } // namespace

@@ -66,6 +66,11 @@ std::string FaultOfTrace(const std::string& content, const TraceExpectation& exp
     return expected.ends && last != trace::H15 ? "the end is missing" : std::string();
 }
 
+bool HasEnd(const std::string& content)
+{
+    return content.ends_with("  " + std::string(68, '-') + "\r\n");
+}
+
 std::string FaultOfLineCount(const std::string& content, const TracedLines& traced, std::uint64_t& lost)
 {
     std::uint64_t written = 0;

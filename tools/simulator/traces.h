@@ -16,6 +16,9 @@ struct TraceExpectation
 // What is wrong with a trace file that hosts of the simulator have left; empty when nothing is.
 std::string FaultOfTrace(const std::string& content, const TraceExpectation& expected);
 
+// The module had its last word.
+bool HasEnd(const std::string& content);
+
 // Holds the lines that one life of the module tried to write against the whole trace of it: each is there,
 // but for those that were given up after the stated time-out, which are counted in lost.
 std::string FaultOfLineCount(const std::string& content, const TracedLines& traced, std::uint64_t& lost);
