@@ -3,7 +3,7 @@
 # the real DLL under Wine; then the checks of scripts/lint.sh. Installs what is missing where it may. Usage:
 #     ./test.sh [--require-windows] [--tsan] [--coverage] [--long] [TARGET…]
 # TARGET: native, native-asan, native-tsan, native-clang, native-fuzz, native-coverage, windows, windows-gcc, lint
-# (default: native native-asan native-fuzz windows lint).
+# (default: native native-asan windows lint).
 # --require-windows makes a Windows half that cannot run a failure; --tsan adds native-tsan; --coverage is
 # native-coverage alone, which holds what the native tests execute against tests/uncovered.txt; --long gives each fuzz
 # target five minutes instead of five seconds.
@@ -18,7 +18,7 @@ targets=()
 for argument in "$@"; do
     case $argument in
     --require-windows) require_windows=yes ;;
-    --tsan) targets+=(native native-asan native-tsan native-fuzz windows lint) ;;
+    --tsan) targets+=(native native-asan native-tsan windows lint) ;;
     --coverage) targets+=(native-coverage) ;;
     --long) fuzz_seconds=300 ;;
     native | native-asan | native-tsan | native-clang | native-fuzz | native-coverage | windows | windows-gcc | lint) targets+=("$argument") ;;
@@ -32,7 +32,7 @@ for argument in "$@"; do
         ;;
     esac
 done
-[ ${#targets[@]} -gt 0 ] || targets=(native native-asan native-fuzz windows lint)
+[ ${#targets[@]} -gt 0 ] || targets=(native native-asan windows lint)
 
 results=$(mktemp) # a line a target: its text, passed, failed
 lanes=()          # processes of the lanes beside
