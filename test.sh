@@ -18,7 +18,7 @@ targets=()
 for argument in "$@"; do
     case $argument in
     --require-windows) require_windows=yes ;;
-    --tsan) targets+=(native native-asan native-tsan native-fuzz windows lint) ;;
+    --tsan) targets+=(native native-asan native-tsan windows lint) ;;
     --coverage) targets+=(native-coverage) ;;
     --long) fuzz_seconds=300 ;;
     native | native-asan | native-tsan | native-clang | native-fuzz | native-coverage | windows | windows-gcc | lint) targets+=("$argument") ;;

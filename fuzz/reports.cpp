@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "diag/tracefile.h"
 #include "fuzz/fuzz.h"
 #include "gen/debug.h"
 
@@ -19,6 +20,12 @@ sndxfuzz::Lines& Kept()
 void LDebugWriteLine(const char* szText, bool bError)
 {
     Kept().push_back((bError ? "**" : "") + std::string(szText == nullptr ? "!!! NULL !!!" : szText));
+}
+
+// Every line is formatted.
+bool LDebugWriteJoined(std::initializer_list<const char*>, bool)
+{
+    return false;
 }
 
 sndxfuzz::Lines sndxfuzz::TakeLines()
