@@ -69,8 +69,10 @@ class Package:
         request = self.output.read_text(encoding="utf-8")
         for part in ("-upload", "C:\\Sync\\Bilder", "C:\\Sync\\" + item):
             self.assertIn(part, request)
-        code, shown = self.wine.run(FOLDER + "\\sndxdoctor.exe")
-        self.assertEqual(code, 0, shown)
+        # Its exit code is left out: Wine's list of a process's modules sometimes does not come.
+        shown = self.wine.run(FOLDER + "\\sndxdoctor.exe")[1]
+        self.assertRegex(shown, "ok +overlay class: Registered")
+        self.assertRegex(shown, "ok +menu class: Registered")
         self.uninstall()
         self.assert_nothing_left()
 

@@ -111,7 +111,7 @@ int RunDoctor(const Arguments& arguments, std::ostream& out, std::ostream& err)
         err << "sndxdoctor: " << error.what() << " (see --help)\n";
         return 2;
     }
-    Examination examination{std::chrono::seconds(30)};
+    Examination examination{std::chrono::seconds(10)};
     const WideString module = ExamineRegistration(examination);
     ExamineAccounts(examination);
     ExamineMainProgram(examination);
